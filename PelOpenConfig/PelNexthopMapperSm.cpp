@@ -1,0 +1,186 @@
+#include "PelOpenConfig/PelNexthopMapperSm.h"
+
+#include <utility>
+
+#include "PelOpenConfig/PelOpenConfigDestash.h"
+#include "platform/Blink/Trace.h"
+#include "platform/Stash/Set.h"
+#include "platform/Toggle/Toggle.h"
+
+BLINK_TRACE_HANDLE("PelNexthopMapperSm");
+
+namespace Pel::Oc {
+
+bool toggleOCNextHopAftVxlanEncapHeaderEnabled() {
+    static const bool enabled =
+        Toggle::getToggleState("PelL3Unicast.json", "OCNextHopAftVxlanEncapHeader", true);
+    return enabled;
+}
+
+bool toggleOCNhDecapAndFallbackVrfEnabled() {
+    static const bool enabled =
+        Toggle::getToggleState("PelOpenConfig.json", "OCNhDecapAndFallbackVrf", true);
+    return enabled;
+}
+
+bool toggleOCNHGContentStreamingTtlTosEnabled() {
+    static const bool enabled =
+        Toggle::getToggleState("PelOpenConfig.json", "OCNHGContentStreamingTtlTos", true);
+    return enabled;
+}
+
+NexthopMapperSm::NexthopMapperSm(
+    Vel::Ref<Kiln::TaskScheduler> scheduler,
+    Vel::Ref<Stash::MountGroup> stashMountGroup,
+    Vel::Ref<const FlattenFecSet> flattenFecSet,
+    Vel::Ref<const FlattenFecSetReadyStatus> flattenFecSetReadyStatus,
+    Vel::Ref<OcApi::NextHopContainer> nextHopSet,
+    Vel::Ref<FecReadyTrackingState> fecReadyState,
+    Vel::Ref<OcApi::NextHopCountersContainer> nextHopCounterSet,
+    Vel::Ref<PelOcFecExportData> pelOcFecExportData,
+    Vel::Ref<AnchorValidatorContext> anchorValidatorCtx,
+    Vel::Ref<PelOcNextHopCountersMap> pelOcNextHopCountersMap,
+    Vel::Ref<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable> counterKeyTable,
+    Vel::Ref<const Vxlan::VtiStatusDir> vxlanVtiStatusDir,
+    Vel::Ref<Vrf::VrfIdMap::Status> vrfIdMap)
+    : WalkMachine{std::move(scheduler), "NexthopMapperSmTask", 3},
+      stashMountGroup_{std::move(stashMountGroup)},
+      flattenFecSet_{std::move(flattenFecSet)},
+      flattenFecSetReadyStatus_{std::move(flattenFecSetReadyStatus)},
+      nextHopSet_{std::move(nextHopSet)},
+      fecReadyState_{std::move(fecReadyState)},
+      nextHopCounterSet_{std::move(nextHopCounterSet)},
+      pelOcFecExportData_{std::move(pelOcFecExportData)},
+      anchorValidatorCtx_{std::move(anchorValidatorCtx)},
+      pelOcNextHopCountersMap_{std::move(pelOcNextHopCountersMap)},
+      counterKeyTable_{std::move(counterKeyTable)},
+      vxlanVtiStatusDir_{std::move(vxlanVtiStatusDir)},
+      vrfIdMap_{std::move(vrfIdMap)} {
+    handleInitialized();
+}
+
+NexthopMapperSm::~NexthopMapperSm() = default;
+
+void NexthopMapperSm::handleInitialized() {
+    TRACE9("Starting");
+    onStashReady_ = stashMountGroup_->onReady().subscribe(this, &NexthopMapperSm::handleStashReady);
+    if (flattenFecSet_) {
+        onNextHop_ =
+            flattenFecSet_->nextHop().onKey().subscribe(this, &NexthopMapperSm::handleNextHop);
+    }
+    if (flattenFecSetReadyStatus_) {
+        onFecReady_ = flattenFecSetReadyStatus_->onFecReady().subscribe(
+            this, &NexthopMapperSm::handleFecReady);
+    }
+    countersMapDelAll();
+    handleStashReady();
+}
+
+void NexthopMapperSm::handleStashReady() {
+    TRACE9("StashMountGroup ready: {}", stashMountGroup_->ready());
+    if (!stashMountGroup_->ready() || !flattenFecSet_) { return; }
+    backlogAddAll(
+        [set = flattenFecSet_](const auto& after) { return set->nextHop().nextKey(after); });
+    scheduleWalk();
+}
+
+void NexthopMapperSm::handleNextHop(const Stash::OcNextHopIndex& nhId) {
+    TRACE9("nhId {}", nhId.value());
+    backlogIs(nhId);
+    scheduleWalk();
+}
+
+void NexthopMapperSm::handleFecReady() {
+    const bool fecReady = flattenFecSetReadyStatus_ && flattenFecSetReadyStatus_->fecReady();
+    TRACE9("FlattenFecSet fecReady: {}", fecReady);
+    if (!backlogEmpty()) { return; }
+    if (!fecReady) { return; }
+    fecReadyState_->nhReadyIs(true);
+}
+
+void NexthopMapperSm::walkEnded() {
+    if (backlogEmpty() && !fecReadyState_->nhReady()) { handleFecReady(); }
+}
+
+void NexthopMapperSm::backlogProcessElem(const Stash::OcNextHopIndex& nhId) {
+    TRACE9("nhId to process {}", nhId.value());
+    if (!stashMountGroup_->ready()) {
+        TRACE9("Stash not ready");
+        return;
+    }
+    const OcApi::NextHopIndex index{nhId.value()};
+    if (!flattenFecSet_->nextHop().has(nhId)) {
+        nextHopCounterSet_->nextHopCounterDel(index);
+        const bool hadEntry = nextHopSet_->nextHop(index) != nullptr;
+        nextHopSet_->nextHopDel(index);
+        if (!hadEntry) { nextHopSet_->processedIs(index); }
+        TRACE7("Deleted");
+        return;
+    }
+    const auto from = read(nhId);
+    if (!from) {
+        TRACE5("Nexthop null");
+        nextHopSet_->processedIs(index);
+        return;
+    }
+    OcApi::NextHop to = build(index, *from);
+    if (toggleOCNhDecapAndFallbackVrfEnabled()) {
+        to.decapsulateHeader = static_cast<OcApi::EncapHeaderType>(from->decapHeader);
+        if (!networkInstance(from->decapVrfId, to.decapNetworkInstance)) {
+            TRACE5("No entry for {} in vrfIdToName map", from->decapVrfId.value());
+        }
+        if (!networkInstance(from->fallbackVrfId, to.fallbackNetworkInstance)) {
+            TRACE5("No entry for {} in vrfIdToName map", from->fallbackVrfId.value());
+        }
+    }
+    nextHopSet_->nextHopIs(std::move(to));
+    TRACE7("Added");
+}
+
+void NexthopMapperSm::elementFailed(const Stash::OcNextHopIndex& nhId) {
+    nextHopSet_->processedIs(OcApi::NextHopIndex{nhId.value()});
+}
+
+Vel::Ref<const Stash::FlattenFecNextHop> NexthopMapperSm::read(Stash::OcNextHopIndex nhId) const {
+    const auto entry = flattenFecSet_->nextHop().entry(nhId);
+    if (!entry) { return nullptr; }  // its bytes do not verify
+    return destashNextHop(entry->nextHopDedupedRawPtr(),
+                          stashMountGroup_->storeManager(),
+                          anchorValidatorCtx_->nhAv());
+}
+
+OcApi::NextHop NexthopMapperSm::build(OcApi::NextHopIndex index,
+                                      const Stash::FlattenFecNextHop& from) const {
+    OcApi::NextHop to;
+    to.index = index;
+    to.interface = from.interface.parent();
+    to.subinterface = from.interface.subinterface();
+    if (!from.address.isZero()) { to.ipAddress = from.address; }
+    if (!from.mac.isZero()) { to.macAddress = from.mac; }
+    for (std::uint32_t i = 0; i < from.labels.labels(); ++i) {
+        to.pushedMplsLabelStack.push(from.labels.label(Nexo::MplsStackEntryIndex{i}));
+    }
+    to.popTopLabel = from.popTopLabel;
+    return to;
+}
+
+bool NexthopMapperSm::networkInstance(Vrf::VrfId vrfId, Nexo::InternedName& to) const {
+    if (!vrfId) { return true; }
+    const auto entry = vrfIdMap_ ? vrfIdMap_->read(vrfId) : std::nullopt;
+    if (entry) { to = Nexo::InternedName{entry->vrfName.stringValue()}; }
+    return entry.has_value();
+}
+
+void NexthopMapperSm::handleCleanup() {
+    TRACE9("Cleanup");
+    nextHopSet_->nextHopDelAll();
+    countersMapDelAll();
+}
+
+void NexthopMapperSm::countersMapDelAll() {
+    pelOcNextHopCountersMap_->pickToOcNextHopIdsDelAll();
+    pelOcNextHopCountersMap_->nhgeckToOcNextHopIdDelAll();
+    pelOcNextHopCountersMap_->ocNextHopIdToPickAndNhgeckDelAll();
+}
+
+}  // namespace Pel::Oc

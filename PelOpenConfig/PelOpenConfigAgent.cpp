@@ -1,0 +1,208 @@
+#include "PelOpenConfig/PelOpenConfigAgent.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "model/Registration.h"
+#include "platform/AgentHost/AgentPlugin.h"
+#include "platform/Blink/RingFile.h"
+#include "platform/Blink/Trace.h"
+#include "platform/Gale/RunnabilitySm.h"
+#include "platform/Stash/Set.h"
+#include "platform/Toggle/Toggle.h"
+#include "platform/Vel/Assert.h"
+
+BLINK_TRACE_HANDLE("PelOpenConfigAgent");
+PEL_AGENT_REVISION();
+
+namespace Pel::Oc {
+namespace {
+
+constexpr const char* kNexthopGroupInputConfigPath = "routing/nexthopgroup/input/config";
+constexpr const char* kDecapDynamicPath = "routing/tunneldecap/input/dynamic";
+constexpr const char* kExportDirName = "AftExport";
+
+Gale::ExtraProvider fibRouteProvider(const Vel::Ref<Mesa::EntityManager>& tables) {
+    return {"FibRoute", [tables] {
+                return Vel::make<Gale::TableProvider>(
+                    "FibRoute",
+                    tables,
+                    absl::node_hash_set<std::string>{"/FibRoute/routing/status",
+                                                     "/FibRoute/routing/vrf/status",
+                                                     "/FibRoute/routing6/status",
+                                                     "/FibRoute/routing6/vrf/status"});
+            }};
+}
+
+}  // namespace
+
+Agent::Agent(const std::string& name) : AgentBase{name} {}
+
+Agent::~Agent() = default;
+
+void Agent::doInit() {
+    if (std::getenv("BLINK_DISABLE") == nullptr) { traceFileIs(); }
+    notifyTaskGroup_ = scheduler()->taskGroupIs("PelOpenConfig-GnmiNotify", 3, 2);
+    TRACE9("Mounting Hubdb");
+    registerModelTypes();
+    hubdbMounts();
+    mesaMounts();
+    hubdbMountGroup_->close(false, "", Kiln::Duration::zero());
+}
+
+void Agent::traceFileIs() {
+    Blink::handlesDeleteOnForkIs(true);
+    std::string fileName;
+    if (std::getenv("BLINKDIR") == nullptr) { fileName += "-%d"; }
+    fileName += ".bk";
+    if (Blink::defaultHandle() == nullptr) {
+        Blink::init(fileName, nullptr, nullptr, 0, 24, Blink::Threading::multi, true, 512);
+    }
+    Blink::defaultHandle()->mtTraceFileIs();
+}
+
+void Agent::hubdbMounts() {
+    hubdbMountGroup_ = entityManager()->mountGroup(*this);
+    Hubdb::MountGroup& group = *hubdbMountGroup_;
+    group.mount(Vxlan::VtiStatusDir::kPath, Vxlan::VtiStatusDir::kType, "r", 0);
+    group.mount(entityManager()->cellPath("routing/fibReady"), "Vel::Dir", "ri", 0);
+    group.mount(FlattenFecSetReadyStatus::kPath, FlattenFecSetReadyStatus::kType, "r", 0);
+    group.mount(Tolo::Config::kPath, Tolo::Config::kType, "r", 0);
+    group.mount(L3::Tunnel::UdpDestinationPortConfig::kPath,
+                L3::Tunnel::UdpDestinationPortConfig::kType,
+                "r",
+                0);
+    group.mount(kNexthopGroupInputConfigPath, "Vel::Dir", "ri", 0);
+    group.mount(Tunnel::Decap::ConfigInput::kPath, Tunnel::Decap::ConfigInput::kType, "r", 0);
+    group.mount(kDecapDynamicPath, "Vel::Dir", "rD", 0);
+}
+
+void Agent::mesaMounts() {
+    using Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable;
+    Mesa::MountGroup& group = *sharedMemoryMountGroup();
+    group.mount(NexthopGroupEntryToCounterKeyTable::kPath,
+                NexthopGroupEntryToCounterKeyTable::kType,
+                Mesa::TableKind::table);
+    group.mount(Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType, Mesa::TableKind::table);
+    group.close();
+}
+
+void Agent::doMountsComplete(Hubdb::MountStatus status,
+                             const Vel::Ref<Hubdb::EntityManager>& entityManager) {
+    TRACE9("Hubdb Mounts Completed");
+    using Hubdb::mountSuccess_;
+    VEL_ASSERT_TEXT(status == mountSuccess_, "status == Hubdb::mountSuccess_");
+    mountsComplete_ = true;
+    createServerObjects(entityManager);
+    pelOcFecExportData_ = Vel::make<PelOcFecExportData>();
+    startAftExportRootSm();
+    createStreamServer(entityManager);
+}
+
+void Agent::createServerObjects(const Vel::Ref<Hubdb::EntityManager>& entityManager) {
+    TRACE9("Create streamed objects");
+    toloConfig_ = entityManager->entity<Tolo::Config>(Tolo::Config::kPath);
+
+    aftContainer_ = entityManager->globalDir()
+                        ->entityIs<Vel::Dir>(entityManager->name())
+                        ->entityIs<Vel::Dir>(kExportDirName)
+                        ->entityIs<Vel::Dir>("OpenConfig")
+                        ->entityIs<Vel::Dir>("afts")
+                        ->entityIs<OcApi::AftContainer>("aftContainer");
+    aftContainer_->nextHopGroupsIs();
+    aftContainer_->nextHopsIs();
+    aftContainer_->fibReadyIs();
+    aftContainer_->nextHopCountersIs();
+
+    udpDestPortConfigLocal_ = Vel::make<L3::Tunnel::UdpDestinationPortConfig>("udpDestPort");
+    dgConfigLocal_ = Vel::make<Tunnel::Decap::Config>("dgConfig");
+
+    vxlanVtiStatusDir_ = entityManager->entity<Vxlan::VtiStatusDir>(Vxlan::VtiStatusDir::kPath);
+    allVrfGatedFibReadyDir_ =
+        entityManager->entity<Vel::Dir>(entityManager->cellPath("routing/fibReady"));
+    flattenFecSetReadyStatus_ =
+        entityManager->entity<FlattenFecSetReadyStatus>(FlattenFecSetReadyStatus::kPath);
+}
+
+void Agent::startAftExportRootSm() {
+    const Vel::Ref<Mesa::EntityManager>& sharedMemory = sharedMemoryEntityManager();
+    stashManager_ = Vel::make<Stash::Manager>(sharedMemory->reader());
+    stashMountGroup_ = Vel::make<Stash::MountGroup>(sharedMemory, stashManager_, stashName());
+    stashMountGroup_->mount(FlattenFecSet::kPath,
+                            FlattenFecSet::kType,
+                            {Mesa::TableKind::stashSet,
+                             {FlattenFecSet::kFecCollection, FlattenFecSet::kNextHopCollection}});
+    stashMountGroup_->close();
+
+    using Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable;
+    counterKeyTable_ = sharedMemory->entity<NexthopGroupEntryToCounterKeyTable>(
+        NexthopGroupEntryToCounterKeyTable::kPath);
+    vrfIdMap_ = sharedMemory->entity<Vrf::VrfIdMap::Status>(Vrf::VrfIdMap::Status::kPath);
+    flattenFecSet_ = sharedMemory->entity<FlattenFecSet>(FlattenFecSet::kPath);
+    pelOcNextHopCountersMap_ = Vel::make<PelOcNextHopCountersMap>();
+    anchorValidatorCtx_ = anchorValidatorContextFactory(flattenFecSet_);
+    aftExportRootSm_ = aftExportRootSmFactory(toloConfig_,
+                                              aftContainer_,
+                                              entityManager(),
+                                              scheduler(),
+                                              stashMountGroup_,
+                                              flattenFecSet_,
+                                              flattenFecSetReadyStatus_,
+                                              anchorValidatorCtx_,
+                                              pelOcFecExportData_,
+                                              pelOcNextHopCountersMap_,
+                                              counterKeyTable_,
+                                              vxlanVtiStatusDir_,
+                                              allVrfGatedFibReadyDir_,
+                                              vrfIdMap_);
+}
+
+void Agent::createStreamServer(const Vel::Ref<Hubdb::EntityManager>& entityManager) {
+    TRACE9("Create the stream server");
+    runnabilityDir_ = Vel::make<Vel::Dir>("runnabilityDir");
+    galeRunnabilitySm_ =
+        Vel::make<Gale::RunnabilitySm>(runnabilityDir_,
+                                       entityManager,
+                                       Gale::ServerConfig{name(), kExportDirName},
+                                       Gale::CustomProviderConfig{notifyTaskGroup_},
+                                       extraProviders(),
+                                       cmdRequestDirSm(),
+                                       scheduler());
+}
+
+std::vector<Gale::ExtraProvider> Agent::extraProviders() const {
+    if (!Toggle::getToggleState("Gale.json", "GaleTarnServer", true)) { return {}; }
+    return {fibRouteProvider(sharedMemoryEntityManager())};
+}
+
+void Agent::doReinitialize() {
+    if (aftExportRootSm_) { aftExportRootSm_->handleInitialized(); }
+}
+
+void Agent::doStop() {
+    if (galeRunnabilitySm_) { galeRunnabilitySm_->handleCleanup(); }
+}
+
+void Agent::doCleanup() {
+    const auto holder = entityManager()->globalDir()->entity<Vel::Dir>(entityManager()->name());
+    if (holder) { holder->entityDel(kExportDirName); }
+}
+
+std::uint16_t Agent::gnmiPort() const {
+    return galeRunnabilitySm_ ? galeRunnabilitySm_->port() : std::uint16_t{0};
+}
+
+}  // namespace Pel::Oc
+
+AgentHost::AgentBase* agentFactory(const char* name) {
+    try {
+        return new Pel::Oc::Agent(name);  // the host takes the first reference
+    } catch (const std::exception& error) {
+        TRACE5("the agent cannot be made: {}", error.what());
+        return nullptr;
+    }
+}

@@ -1,0 +1,262 @@
+#include "PelOpenConfig/PelOpenConfigAgent.h"
+
+#include <cstdlib>
+#include <fstream>
+
+#include "PelOpenConfig/test/ExportFixture.h"
+#include "platform/Gale/RunnabilitySm.h"
+#include "platform/Hubdb/Publisher.h"
+#include "platform/Toggle/Toggle.h"
+
+namespace Pel::Oc {
+namespace {
+
+using testing::ElementsAre;
+
+class AgentFixture : public Store::StoreFixture {
+protected:
+    AgentFixture() {
+        configurationOptions.directory = dir.path() / "config";
+        Gale::HostConfig host;
+        host.wire.port = 0;
+        Gale::hostConfigIs(host);
+        Blink::rootIs(dir.path());
+        ::unsetenv("BLINKDIR");
+        ::unsetenv("BLINK_DISABLE");
+        Toggle::directoryIs(dir.path());
+        Toggle::forgetAll();
+    }
+    ~AgentFixture() override {
+        if (agent) { agent->doStop(); }
+        agent = nullptr;
+        Blink::shutdown();
+    }
+    AgentFixture(const AgentFixture&) = delete;
+    AgentFixture& operator=(const AgentFixture&) = delete;
+
+    void configure(bool enabled) {
+        if (!configurationWriter) {
+            std::string error;
+            configurationWriter = std::make_unique<Store::Writer>(
+                Store::Environment::open(configurationOptions, Store::Access::write, error));
+            ASSERT_EQ(error, "");
+        }
+        Hubdb::Publisher{*configurationWriter}.entityIs(
+            Tolo::Config::kPath,
+            Tolo::Config::kType,
+            Mesa::RecordCodec<Tolo::ConfigRecord>::encode({enabled}));
+        ASSERT_EQ(configurationWriter->commit(), "");
+    }
+    void create() {
+        const auto reader = makeReader();
+        mesa = Vel::make<Mesa::EntityManager>(reader);
+        entityManager = Vel::make<Hubdb::EntityManager>(
+            "PelOpenConfig",
+            1,
+            scheduler,
+            reader,
+            Vel::make<Store::Reader>(scheduler, configurationOptions),
+            mesa);
+        agent = Vel::Ref<AgentHost::AgentBase>{agentFactory("PelOpenConfig")};
+        AgentHost::HostServices services;
+        services.scheduler = scheduler;
+        services.entityManager = entityManager;
+        services.sharedMemoryEntityManager = mesa;
+        services.cmdRequestDirSm = Vel::make<AgentHost::CmdRequestDirSm>();
+        services.config.root = dir.path();
+        agent->servicesIs(services);
+    }
+    void start() {
+        create();
+        agent->doInit();
+        settleAfterASecond();
+    }
+    Agent& sut() const { return dynamic_cast<Agent&>(*agent); }
+    /// What the start-up wrote into its own ring file.
+    std::vector<Blink::Message> ring() const {
+        Blink::RingReader ringReader;
+        EXPECT_EQ(ringReader.open(Blink::defaultHandle()->path()), "");
+        return ringReader.read();
+    }
+    Vel::Ref<Vel::Dir> agentDir() const {
+        return entityManager->globalDir()->entity<Vel::Dir>("PelOpenConfig");
+    }
+
+    Store::Options configurationOptions{.directory = {}, .mapBytes = std::size_t{16} << 20};
+    std::unique_ptr<Store::Writer> configurationWriter;
+    Vel::Ref<Mesa::EntityManager> mesa;
+    Vel::Ref<Hubdb::EntityManager> entityManager;
+    Vel::Ref<AgentHost::AgentBase> agent;
+};
+
+TEST_F(AgentFixture, ConstructionSetsTheNameAndNothingElse) {
+    create();
+    EXPECT_EQ(sut().name(), "PelOpenConfig");
+    EXPECT_FALSE(sut().mountsComplete());
+    EXPECT_EQ(sut().notifyTaskGroup(), nullptr);
+    EXPECT_EQ(sut().aftContainer(), nullptr);
+    EXPECT_EQ(sut().aftExportRootSm(), nullptr);
+    EXPECT_EQ(sut().gnmiPort(), 0);
+}
+
+TEST_F(AgentFixture, TheStartUpIsTracedInItsOrder) {
+    configure(true);
+    start();
+    std::vector<std::string> order;
+    for (const Blink::Message& message : ring()) {
+        if (message.handle.starts_with("Pel") && message.handle != "PelFibReadyMapperSm" &&
+            !message.text.starts_with("StashMountGroup")) {
+            order.push_back(message.handle + "." + message.function + ": " + message.text);
+        }
+    }
+    ASSERT_GE(order.size(), 8U);
+    order.resize(8);
+    EXPECT_THAT(order,
+                ElementsAre("PelOpenConfigAgent.doInit: Mounting Hubdb",
+                            "PelOpenConfigAgent.doMountsComplete: Hubdb Mounts Completed",
+                            "PelOpenConfigAgent.createServerObjects: Create streamed objects",
+                            "PelAftExportRootSm.handleInitialized: ",
+                            "PelAftExportRootSm.handleInitialized: Enabled",
+                            "PelNexthopMapperSm.handleInitialized: Starting",
+                            "PelNexthopGroupMapperSm.handleInitialized: Starting",
+                            "PelOpenConfigAgent.createStreamServer: Create the stream server"));
+}
+
+TEST_F(AgentFixture, TheNotifyTaskGroupHasItsNamePriorityAndEnforcement) {
+    start();
+    EXPECT_EQ(sut().notifyTaskGroup()->name(), "PelOpenConfig-GnmiNotify");
+    EXPECT_EQ(sut().notifyTaskGroup()->priority(), 3);
+    EXPECT_EQ(sut().notifyTaskGroup()->priorityEnforcement(), 2);
+}
+
+TEST_F(AgentFixture, EveryInputIsMounted) {
+    start();
+    EXPECT_TRUE(sut().mountsComplete());
+    for (const char* path : {"interface/status/eth/vxlan",
+                             "cell/1/routing/fibReady",
+                             "hardware/pel/fecReadyStatus",
+                             "mgmt/tolo/config",
+                             "l3/tunnel/udpDestinationPortConfig",
+                             "routing/nexthopgroup/input/config",
+                             "routing/tunneldecap/input/cli",
+                             "routing/tunneldecap/input/dynamic"}) {
+        EXPECT_NE(entityManager->entity(path), nullptr) << path;
+    }
+    for (const char* path :
+         {"tunnel/nexthop/counterkeyinfo", "vrf/vrfIdMapStatus", "hardware/pel/ocAft"}) {
+        EXPECT_NE(mesa->entity(path), nullptr) << path;
+    }
+}
+
+TEST_F(AgentFixture, TheAftTreeStandsWithItsFourContainers) {
+    start();
+    const auto afts = agentDir()
+                          ->entity<Vel::Dir>("AftExport")
+                          ->entity<Vel::Dir>("OpenConfig")
+                          ->entity<Vel::Dir>("afts");
+    const auto container = afts->entity<OcApi::AftContainer>("aftContainer");
+    ASSERT_NE(container, nullptr);
+    EXPECT_EQ(container, sut().aftContainer());
+    EXPECT_NE(container->nextHopGroups(), nullptr);
+    EXPECT_NE(container->nextHops(), nullptr);
+    EXPECT_NE(container->fibReady(), nullptr);
+    EXPECT_NE(container->nextHopCounters(), nullptr);
+}
+
+TEST_F(AgentFixture, WithoutAConfigurationTheExportIsOffUntilTheHostAsksAgain) {
+    configure(false);
+    start();
+    EXPECT_FALSE(sut().aftExportRootSm()->smsInitialized());
+    configure(true);
+    settleAfterASecond();
+    EXPECT_FALSE(sut().aftExportRootSm()->smsInitialized());
+    agent->doReinitialize();
+    EXPECT_TRUE(sut().aftExportRootSm()->smsInitialized());
+}
+
+TEST_F(AgentFixture, CleanupRemovesTheTreeEvenWithoutAnyMapper) {
+    start();
+    ASSERT_TRUE(agentDir()->has("AftExport"));
+    EXPECT_FALSE(sut().aftExportRootSm()->smsInitialized());
+    agent->doStop();
+    agent->doCleanup();
+    EXPECT_FALSE(agentDir()->has("AftExport"));
+}
+
+TEST_F(AgentFixture, CleanupBeforeTheMountsCompleteIsHarmless) {
+    create();
+    agent->doInit();
+    agent->doStop();
+    agent->doCleanup();
+    agent->doReinitialize();
+    EXPECT_FALSE(sut().mountsComplete());
+}
+
+TEST_F(AgentFixture, TheStreamServerRuns) {
+    start();
+    ASSERT_NE(sut().galeRunnabilitySm(), nullptr);
+    EXPECT_EQ(sut().galeRunnabilitySm()->error(), "");
+    EXPECT_NE(agent->gnmiPort(), 0);
+}
+
+TEST_F(AgentFixture, TheRouteTablesAreStreamedUnderExactlyFourPrefixes) {
+    start();
+    const auto providers = sut().extraProviders();
+    ASSERT_EQ(providers.size(), 1U);
+    EXPECT_EQ(providers[0].name, "FibRoute");
+    const auto provider = providers[0].make();
+    EXPECT_EQ(provider->name(), "FibRoute");
+    EXPECT_EQ(provider->tables(), mesa);
+    EXPECT_THAT(provider->prefixes(),
+                testing::UnorderedElementsAre("/FibRoute/routing/status",
+                                              "/FibRoute/routing/vrf/status",
+                                              "/FibRoute/routing6/status",
+                                              "/FibRoute/routing6/vrf/status"));
+}
+
+TEST_F(AgentFixture, WithTheToggleOffThereIsNoExtraProvider) {
+    std::ofstream{dir.path() / "Gale.json"} << R"({"GaleTarnServer": false})";
+    start();
+    EXPECT_TRUE(sut().extraProviders().empty());
+}
+
+TEST_F(AgentFixture, WithBlinkDisableNoTraceFileIsMadeAndTheRestRuns) {
+    ::setenv("BLINK_DISABLE", "1", 1);
+    start();
+    EXPECT_EQ(Blink::defaultHandle(), nullptr);
+    EXPECT_TRUE(sut().mountsComplete());
+    EXPECT_NE(sut().aftExportRootSm(), nullptr);
+}
+
+TEST_F(AgentFixture, TheTraceFileIsNamedAfterTheProcessNumber) {
+    start();
+    const std::string name = Blink::defaultHandle()->path().filename();
+    EXPECT_THAT(name, testing::EndsWith("-" + std::to_string(::getpid()) + ".bk"));
+}
+
+TEST_F(AgentFixture, WithBlinkdirTheNameCarriesNoNumber) {
+    ::setenv("BLINKDIR", dir.path().c_str(), 1);
+    start();
+    const std::filesystem::path path = Blink::defaultHandle()->path();
+    EXPECT_EQ(path.parent_path(), dir.path());
+    EXPECT_THAT(path.filename().string(),
+                testing::Not(testing::HasSubstr(std::to_string(::getpid()))));
+    EXPECT_EQ(path.extension(), ".bk");
+}
+
+TEST_F(AgentFixture, ATraceFacilityThatIsSetUpIsKept) {
+    Blink::init("-mine.bk", nullptr, nullptr, 0, 20, Blink::Threading::multi, true, 512);
+    start();
+    EXPECT_THAT(Blink::defaultHandle()->path().string(), testing::EndsWith("-mine.bk"));
+}
+
+using AgentDeathTest = AgentFixture;
+
+TEST_F(AgentDeathTest, AFailedMountStopsTheProcess) {
+    create();
+    EXPECT_DEATH(sut().doMountsComplete(Hubdb::mountFailure_, entityManager),
+                 "status == Hubdb::mountSuccess_");
+}
+
+}  // namespace
+}  // namespace Pel::Oc

@@ -1,0 +1,82 @@
+#include "apps/cli/GnmiStream.h"
+
+#include <grpcpp/grpcpp.h>
+#include <proto/gnmi.grpc.pb.h>
+
+#include <atomic>
+
+#include "apps/cli/ExitCode.h"
+
+namespace Pel::Cli {
+namespace {
+
+std::shared_ptr<grpc::Channel> channelTo(const std::string& server) {
+    grpc::ChannelArguments arguments;
+    arguments.SetMaxReceiveMessageSize(-1);
+    // A stream that is silent by right is told from a machine that has gone.
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, 30'000);
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 10'000);
+    arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
+    arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
+    // A connection of its own: a new stream does not wait for another one's reconnect.
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+    return grpc::CreateCustomChannel(server, grpc::InsecureChannelCredentials(), arguments);
+}
+
+gnmi::SubscribeRequest subscription(const GnmiStream::Request& request) {
+    gnmi::SubscribeRequest message;
+    gnmi::SubscriptionList& list = *message.mutable_subscribe();
+    list.set_mode(request.once ? gnmi::SubscriptionList::ONCE : gnmi::SubscriptionList::STREAM);
+    list.set_encoding(gnmi::PROTO);
+    list.mutable_prefix()->set_origin(request.paths.empty() ? "" : request.paths[0].origin());
+    for (const gnmi::Path& path : request.paths) {
+        gnmi::Subscription& entry = *list.add_subscription();
+        entry.set_mode(gnmi::ON_CHANGE);
+        *entry.mutable_path() = path;
+        entry.mutable_path()->clear_origin();
+    }
+    if (request.paths.empty()) { list.add_subscription()->set_mode(gnmi::ON_CHANGE); }
+    return message;
+}
+
+}  // namespace
+
+struct GnmiStream::Call {
+    grpc::ClientContext context;
+    std::atomic<bool> cancelled{false};
+};
+
+GnmiStream::GnmiStream() : call_{std::make_unique<Call>()} {}
+
+GnmiStream::~GnmiStream() = default;
+
+void GnmiStream::cancel() {
+    call_->cancelled = true;
+    call_->context.TryCancel();
+}
+
+int GnmiStream::run(const Request& request,
+                    const std::function<bool(const gnmi::SubscribeResponse&)>& take,
+                    std::string& error) {
+    const auto channel = channelTo(request.server);
+    if (!channel->WaitForConnected(std::chrono::system_clock::now() + request.connectTime)) {
+        error = "no gNMI server answers at " + request.server + "; is an agent running? (pel up)";
+        return kNobody;
+    }
+    grpc::ClientContext& context = call_->context;
+    if (request.once) { context.set_deadline(std::chrono::system_clock::now() + request.callTime); }
+    const auto stub = gnmi::gNMI::NewStub(channel);
+    const auto stream = stub->Subscribe(&context);
+    stream->Write(subscription(request));
+    bool wanted = true;
+    gnmi::SubscribeResponse response;
+    while (wanted && !call_->cancelled && stream->Read(&response)) { wanted = take(response); }
+    if (!wanted) { call_->cancelled = true; }
+    if (call_->cancelled) { context.TryCancel(); }
+    const grpc::Status status = stream->Finish();
+    if (call_->cancelled || status.ok()) { return kDone; }
+    error = request.server + ": " + status.error_message();
+    return status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED ? kNoAnswer : kFailed;
+}
+
+}  // namespace Pel::Cli

@@ -1,0 +1,238 @@
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <exception>
+#include <string>
+
+#include "apps/cli/ConfigStore.h"
+#include "apps/cli/ControlClient.h"
+#include "apps/cli/ExitCode.h"
+#include "apps/cli/ScenarioCommand.h"
+#include "apps/cli/TraceCommand.h"
+#include "apps/cli/UpCommand.h"
+#include "apps/cli/WatchCommand.h"
+#include "platform/AgentHost/HostConfig.h"
+
+namespace Pel::Cli {
+namespace {
+
+constexpr const char* kFooter =
+    "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 nobody is there, 4 no answer in time.";
+
+/// The command line: options, and what the chosen command does.
+class CommandLine {
+public:
+    int run(int count, char** arguments);
+
+private:
+    void addUp();
+    void addWatch();
+    void addTrace();
+    void addConfig();
+    void addScenario();
+    void addShow();
+    void rootOption(CLI::App& command) {
+        command.add_option("--root", root_, "Directory of the agent and its stores")
+            ->capture_default_str();
+    }
+    void timeoutOption(CLI::App& command) {
+        command.add_option("--timeout", timeoutMs_, "How long the agent has to answer, in ms")
+            ->check(CLI::Range(1, 3'600'000))
+            ->capture_default_str();
+    }
+    int ask(const std::string& command, const std::map<std::string, std::string>& parameters) const;
+    int setExport() const;
+    int showConfig() const;
+
+    CLI::App app_{"Forwarding state of this machine as OpenConfig AFT over gNMI", "pel"};
+    std::string root_ = AgentHost::HostConfig{}.root.string();
+    int timeoutMs_ = 5000;
+    bool json_ = false;
+    UpCommand::Options up_;
+    WatchCommand::Options watch_;
+    TraceCommand::Options trace_;
+    std::string levels_;
+    std::string flag_;
+    int waitSeconds_ = 660;
+    int watchSeconds_ = 60;
+    std::string value_;
+    int code_ = kDone;
+};
+
+int CommandLine::ask(const std::string& command,
+                     const std::map<std::string, std::string>& parameters) const {
+    const ControlResult result =
+        ControlClient{root_, std::chrono::milliseconds{timeoutMs_}}.ask(command, json_, parameters);
+    fmt::print("{}", result.output);
+    if (!result.error.empty()) { fmt::print(stderr, "pel: {}\n", result.error); }
+    return result.exitCode();
+}
+
+int CommandLine::setExport() const {
+    if (const std::string problem = ConfigStore{root_}.aftExportEnabledIs(value_ == "true");
+        !problem.empty()) {
+        fmt::print(stderr, "pel: {}\n", problem);
+        return kFailed;
+    }
+    const ControlResult result =
+        ControlClient{root_, std::chrono::milliseconds{timeoutMs_}}.ask("config reload", false);
+    if (result.outcome == ControlResult::Outcome::nobody) {
+        fmt::print("aftExportEnabled {}: written; no agent runs now, the next one reads it\n",
+                   value_);
+        return kDone;
+    }
+    if (result.outcome != ControlResult::Outcome::answered) {
+        fmt::print(stderr, "pel: written, but the agent has not read it: {}\n", result.error);
+        return result.exitCode();
+    }
+    fmt::print("aftExportEnabled {}\n", value_);
+    return kDone;
+}
+
+int CommandLine::showConfig() const {
+    std::string error;
+    const auto enabled = ConfigStore{root_}.aftExportEnabled(error);
+    if (!error.empty()) {
+        fmt::print(stderr, "pel: {}\n", error);
+        return kFailed;
+    }
+    const std::string text = !enabled ? "" : *enabled ? "true" : "false";
+    if (json_) {
+        fmt::print("{{\"aftExportEnabled\": {}}}\n", enabled ? text : "null");
+    } else {
+        fmt::print("aftExportEnabled {}\n", enabled ? text : "was never set (false)");
+    }
+    return kDone;
+}
+
+void CommandLine::addUp() {
+    CLI::App& up = *app_.add_subcommand("up", "Start forwarder and agent in the foreground");
+    rootOption(up);
+    up_.listen = "127.0.0.1:9339";
+    up.add_option("--listen", up_.listen, "Where gNMI clients connect")->capture_default_str();
+    up.add_option("--plugin", up_.plugin, "The agent (default: the one beside this program)");
+    up.add_flag("--once", up_.once, "End after the summary of the first export");
+    up.add_option("--wait", waitSeconds_, "How long the first export may take, in seconds")
+        ->check(CLI::Range(1, 86'400))
+        ->capture_default_str();
+    up.add_flag("--clear-text-on-any-address",
+                up_.clearTextAnywhere,
+                "Serve other addresses than loopback without encryption");
+    up.callback([this] {
+        up_.root = root_;
+        up_.wait = std::chrono::seconds{waitSeconds_};
+        code_ = UpCommand{up_}.run();
+    });
+}
+
+void CommandLine::addWatch() {
+    CLI::App& watch = *app_.add_subcommand("watch", "Show what a gNMI client is sent");
+    watch_.server = "127.0.0.1:9339";
+    watch.add_option("paths", watch_.paths, "/a/b[key=value] or origin:/a/b; none: everything");
+    watch.add_option("--server", watch_.server, "Address and port")->capture_default_str();
+    watch.add_flag("--once", watch_.once, "End after the present state");
+    watch.add_option("--timeout", watchSeconds_, "With --once: of the whole call, in seconds")
+        ->check(CLI::Range(1, 86'400))
+        ->capture_default_str();
+    watch.callback([this] {
+        watch_.timeout = std::chrono::seconds{watchSeconds_};
+        code_ = WatchCommand::run(watch_);
+    });
+}
+
+void CommandLine::addTrace() {
+    CLI::App& trace = *app_.add_subcommand(
+        "trace", "Show a trace file, or set levels: pel trace set Name=9,Other=5");
+    trace.add_option("file", trace_.file, "A trace file (in <root>/trace)");
+    trace.add_flag("--follow", trace_.follow, "Go on with what is traced later");
+    trace.add_option("--handle", trace_.handle, "Only messages of this handle");
+    trace.add_option("--level", trace_.level, "Only messages up to this level")
+        ->check(CLI::Range(0, 9))
+        ->capture_default_str();
+    CLI::App& set = *trace.add_subcommand("set", "Set text trace levels of the running agent");
+    set.add_option("levels", levels_, "Name=9,Other=5; * for all")->required();
+    rootOption(set);
+    timeoutOption(set);
+    set.callback([this] { code_ = ask("trace", {{"levels", levels_}}); });
+    trace.callback([this, &trace] {
+        if (!trace.get_subcommands().empty()) { return; }
+        if (trace_.file.empty()) { throw CLI::RequiredError{"file"}; }
+        code_ = TraceCommand::run(trace_);
+    });
+}
+
+void CommandLine::addConfig() {
+    CLI::App& config = *app_.add_subcommand("config", "The management configuration");
+    config.require_subcommand(1);
+    CLI::App& set = *config.add_subcommand("set", "Write a flag, and have the agent read it");
+    set.add_option("name", flag_, "aftExportEnabled")
+        ->required()
+        ->check(CLI::IsMember({"aftExportEnabled"}));
+    set.add_option("value", value_, "true or false")
+        ->required()
+        ->check(CLI::IsMember({"true", "false"}));
+    rootOption(set);
+    timeoutOption(set);
+    set.callback([this] { code_ = setExport(); });
+    CLI::App& show = *config.add_subcommand("show", "Show all flags");
+    rootOption(show);
+    show.add_flag("--json", json_, "As JSON");
+    show.callback([this] { code_ = showConfig(); });
+}
+
+void CommandLine::addScenario() {
+    CLI::App& scenario =
+        *app_.add_subcommand("scenario", "Files for pel-forwarderd --source scenario");
+    scenario.require_subcommand(1);
+    CLI::App& check = *scenario.add_subcommand("check", "Say all that is wrong with a file");
+    check.add_option("file", value_, "The file")->required();
+    check.callback([this] { code_ = ScenarioCommand::check(value_); });
+}
+
+void CommandLine::addShow() {
+    CLI::App& show = *app_.add_subcommand("show", "Ask the running agent");
+    show.require_subcommand(1);
+    const std::pair<const char*, const char*> commands[] = {
+        {"status", "Who runs, where clients connect, how far the stores are read"},
+        {"tasks", "The scheduler's tasks with their runs and times"},
+    };
+    for (const auto& [name, help] : commands) {
+        CLI::App& command = *show.add_subcommand(name, help);
+        rootOption(command);
+        timeoutOption(command);
+        command.add_flag("--json", json_, "As JSON");
+        command.callback([this, name = std::string{name}] { code_ = ask(name, {}); });
+    }
+}
+
+int CommandLine::run(int count, char** arguments) {
+    app_.require_subcommand(1);
+    app_.footer(kFooter);
+    addUp();
+    addWatch();
+    addTrace();
+    addConfig();
+    addScenario();
+    addShow();
+    try {
+        app_.parse(count, arguments);
+    } catch (const CLI::ParseError& error) {
+        // CLI11 has a number for each way to be wrong; ours says only that it is the usage.
+        return app_.exit(error) == 0 ? kDone : kUsage;
+    }
+    return code_;
+}
+
+}  // namespace
+}  // namespace Pel::Cli
+
+int main(int count, char** arguments) {
+    ::signal(SIGPIPE, SIG_IGN);  // a reader that goes is an error value, not an end without a word
+    try {
+        return Pel::Cli::CommandLine{}.run(count, arguments);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "pel: {}\n", error.what());
+        return Pel::Cli::kFailed;
+    }
+}

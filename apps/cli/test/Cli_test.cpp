@@ -1,0 +1,269 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <proto/gnmi.pb.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#include "apps/cli/ChildProcess.h"
+#include "apps/cli/ControlClient.h"
+#include "apps/cli/ExitCode.h"
+#include "apps/cli/GnmiText.h"
+#include "test/support/TempDir.h"
+
+namespace Pel::Cli {
+namespace {
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+
+/// How the program ends that was called with these arguments; what it prints is in `output`.
+int pel(const std::string& arguments, std::string& output) {
+    FILE* const pipe =
+        ::popen((std::string{PEL_TEST_PROGRAM} + " " + arguments + " 2>&1").c_str(), "r");
+    output.clear();
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
+        output += static_cast<char>(c);
+    }
+    return WEXITSTATUS(::pclose(pipe));
+}
+
+/// A control socket behind which nobody works: the kernel takes the connection, and that is all.
+class HungHost {
+public:
+    explicit HungHost(const std::filesystem::path& root)
+        : fd_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path = (root / "control.sock").string();
+        std::memcpy(address.sun_path, path.c_str(), path.size());
+        EXPECT_EQ(::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(::listen(fd_, 1), 0);
+    }
+    HungHost(const HungHost&) = delete;
+    HungHost& operator=(const HungHost&) = delete;
+    ~HungHost() { ::close(fd_); }
+    /// Answers the first client with these bytes, and goes.
+    void answer(std::string_view bytes) const {
+        const int client = ::accept(fd_, nullptr, nullptr);
+        EXPECT_EQ(::send(client, bytes.data(), bytes.size(), 0),
+                  static_cast<ssize_t>(bytes.size()));
+        ::close(client);
+    }
+
+private:
+    int fd_;
+};
+
+struct UsageCase {
+    std::string_view name;
+    std::string_view arguments;
+    int code;
+    std::string_view says;
+};
+constexpr UsageCase kUsageCases[] = {
+    {"NoCommand", "", kUsage, "subcommand is required"},
+    {"UnknownCommand", "fly", kUsage, "subcommand is required"},
+    {"UnknownOption", "up --fast", kUsage, "--fast"},
+    {"Help", "--help", kDone, "Exit codes"},
+    {"ShowWhat", "show", kUsage, "subcommand is required"},
+    {"ConfigUnknownFlag", "config set speed true", kUsage, "speed"},
+    {"ConfigNoBoolean", "config set aftExportEnabled maybe", kUsage, "maybe"},
+    {"TraceNoFile", "trace", kUsage, "file is required"},
+    {"TraceMissingFile", "trace /nowhere/x.bk", kFailed, "/nowhere/x.bk"},
+    {"TraceLevelOutOfRange", "trace x --level 12", kUsage, "--level"},
+    {"WatchNoPath", "watch interfaces", kUsage, "begins with /"},
+    {"WatchOpenKey", "watch '/a[b=c'", kUsage, "no closing ]"},
+    {"WatchMixedOrigins", "watch pel:/a /b", kUsage, "same origin"},
+    {"UpNoAddress", "up --listen here", kFailed, "--listen takes a numeric address"},
+    {"UpImpossibleRoot", "up --root /proc/none", kFailed, "/proc/none"},
+    {"StatusNobody", "show status --root /nowhere", kNobody, "no agent runs in /nowhere"},
+    {"TraceSetNobody", "trace set X=9 --root /nowhere", kNobody, "pel up"},
+};
+class CliUsage : public testing::TestWithParam<UsageCase> {};
+TEST_P(CliUsage, EndsWithItsCodeAndSaysWhy) {
+    std::string output;
+    EXPECT_EQ(pel(std::string{GetParam().arguments}, output), GetParam().code) << output;
+    EXPECT_THAT(output, HasSubstr(GetParam().says));
+}
+INSTANTIATE_TEST_SUITE_P(, CliUsage, testing::ValuesIn(kUsageCases), [](const auto& row) {
+    return std::string{row.param.name};
+});
+
+TEST(CliTest, AHungAgentIsNamedWithinTheTimeout) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::string output;
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(pel("show status --timeout 200 --root " + root.path().string(), output), kNoAnswer);
+    EXPECT_THAT(output, HasSubstr("did not answer within 200 ms: it hangs"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds{5});
+}
+
+TEST(CliTest, AnOccupiedPortIsNamedBeforeAnythingStarts) {
+    const TestSupport::TempDir root;
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    ASSERT_EQ(::listen(fd, 1), 0);
+    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    const std::string listen = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    std::string output;
+    EXPECT_EQ(pel("up --root " + root.path().string() + " --listen " + listen, output), kFailed);
+    EXPECT_THAT(output, HasSubstr(listen + " is in use by another process"));
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "state"));
+    ::close(fd);
+}
+
+TEST(CliTest, ASecondUpSaysThatAnAgentRuns) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::string output;
+    EXPECT_EQ(pel("up --root " + root.path().string(), output), kFailed);
+    EXPECT_THAT(output, HasSubstr("an agent runs in"));
+}
+
+TEST(CliTest, ConfigIsWrittenAndShownWithoutAnAgent) {
+    const TestSupport::TempDir root;
+    const std::string at = " --root " + root.path().string();
+    std::string output;
+    EXPECT_EQ(pel("config show" + at, output), kDone);
+    EXPECT_EQ(output, "aftExportEnabled was never set (false)\n");
+    for (const std::string value : {"true", "false"}) {
+        EXPECT_EQ(pel("config set aftExportEnabled " + value + at, output), kDone);
+        EXPECT_THAT(output, HasSubstr("no agent runs now"));
+        EXPECT_EQ(pel("config show" + at, output), kDone);
+        EXPECT_EQ(output, "aftExportEnabled " + value + "\n");
+        EXPECT_EQ(pel("config show --json" + at, output), kDone);
+        EXPECT_EQ(output, "{\"aftExportEnabled\": " + value + "}\n");
+    }
+}
+
+TEST(CliTest, ConfigSetFailsWhenTheAgentDoesNotReadIt) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::string output;
+    EXPECT_EQ(pel("config set aftExportEnabled true --timeout 200 --root " + root.path().string(),
+                  output),
+              kNoAnswer);
+    EXPECT_THAT(output, HasSubstr("written, but the agent has not read it"));
+}
+
+TEST(ControlClientTest, AnAnswerThatMakesNoSenseIsAnError) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::thread peer{[&] { host.answer("42\n"); }};
+    const ControlResult result =
+        ControlClient{root.path(), milliseconds{5000}}.ask("status", false);
+    peer.join();
+    EXPECT_EQ(result.exitCode(), kFailed);
+    EXPECT_EQ(result.error, "the answer makes no sense");
+}
+
+TEST(ControlClientTest, AnAnswerThatBreaksOffIsAnError) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::thread peer{[&] { host.answer("{\"output\":\"half\"}\n{\"outp"); }};
+    const ControlResult result =
+        ControlClient{root.path(), milliseconds{5000}}.ask("status", false);
+    peer.join();
+    EXPECT_EQ(result.exitCode(), kNoAnswer);
+    EXPECT_THAT(result.error, HasSubstr("ended the connection"));
+}
+
+struct PathCase {
+    std::string_view name;
+    std::string_view text;
+};
+constexpr PathCase kPaths[] = {
+    {"Root", "/"},
+    {"Plain", "/a/b/c"},
+    {"Keys", "/a[x=1][y=2]/b"},
+    {"SlashInKey", "/p[prefix=10.0.0.0/8]/q"},
+    {"BracketInKey", "/p[name=a\\]b\\\\]"},
+    {"Wildcards", "/a/*/.../b[k=*]"},
+};
+class GnmiPathText : public testing::TestWithParam<PathCase> {};
+TEST_P(GnmiPathText, ReadsBack) {
+    gnmi::Path path;
+    std::string error;
+    ASSERT_TRUE(pathFromText(GetParam().text, path, error)) << error;
+    EXPECT_EQ(pathText({}, path), GetParam().text);
+}
+INSTANTIATE_TEST_SUITE_P(, GnmiPathText, testing::ValuesIn(kPaths), [](const auto& row) {
+    return std::string{row.param.name};
+});
+
+TEST(GnmiTextTest, AnOriginStandsInFront) {
+    gnmi::Path path;
+    std::string error;
+    ASSERT_TRUE(pathFromText("pel:/AftExport/x", path, error));
+    EXPECT_EQ(path.origin(), "pel");
+    EXPECT_EQ(pathText({}, path), "/AftExport/x");
+}
+
+TEST(GnmiTextTest, WhatIsNoPathIsRefused) {
+    gnmi::Path path;
+    std::string error;
+    for (const char* const wrong :
+         {"", "a", "/a//b", "/a[", "/a[b]", "/a[=c]", "/a[b=c]d", "pel:"}) {
+        EXPECT_FALSE(pathFromText(wrong, path, error)) << wrong;
+        EXPECT_NE(error, "");
+    }
+}
+
+TEST(GnmiTextTest, ShowsValuesForPeople) {
+    gnmi::TypedValue value;
+    value.set_bytes_val(std::string{"\x00\xff", 2});
+    EXPECT_EQ(valueText(value), "0x00ff");
+    value.set_bool_val(true);
+    EXPECT_EQ(valueText(value), "true");
+    value.clear_value();
+    for (const std::uint64_t label : {100U, 200U}) {
+        value.mutable_leaflist_val()->add_element()->set_uint_val(label);
+    }
+    EXPECT_EQ(valueText(value), "[100, 200]");
+}
+
+TEST(ChildProcessTest, AMissingProgramIsAnErrorOfItsStart) {
+    ChildProcess child{"none"};
+    EXPECT_EQ(child.start({"/nowhere/none"}), "/nowhere/none: No such file or directory");
+}
+
+TEST(ChildProcessTest, TellsHowItEnded) {
+    ChildProcess child{"sh"};
+    ASSERT_EQ(child.start({"/bin/sh", "-c", "exit 7"}), "");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (!child.ended() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(child.ended(), "ended with 7");
+}
+
+TEST(ChildProcessTest, IsKilledWhenItDoesNotEndInTime) {
+    ChildProcess child{"sleep"};
+    ::signal(SIGTERM, SIG_IGN);  // inherited
+    ASSERT_EQ(child.start({"/bin/sleep", "1000"}), "");
+    ::signal(SIGTERM, SIG_DFL);
+    EXPECT_EQ(child.ended(), std::nullopt);
+    EXPECT_THAT(child.end(milliseconds{200}), HasSubstr("was killed"));
+}
+
+TEST(ChildProcessTest, EndsWhenAskedTo) {
+    ChildProcess child{"sleep"};
+    ASSERT_EQ(child.start({"/bin/sleep", "1000"}), "");
+    EXPECT_THAT(child.end(std::chrono::seconds{10}), HasSubstr("Terminated"));
+}
+
+}  // namespace
+}  // namespace Pel::Cli

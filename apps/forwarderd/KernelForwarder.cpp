@@ -1,0 +1,61 @@
+#include "apps/forwarderd/KernelForwarder.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <utility>
+
+namespace Pel::Forwarder {
+namespace {
+
+// The kernel's socket overruns when nobody reads it; writing can wait.
+constexpr Kiln::TaskPriority kSourcePriority = 3;
+constexpr Kiln::TaskPriority kPublishPriority = 4;
+
+}  // namespace
+
+KernelForwarder::KernelForwarder(Vel::Ref<Kiln::TaskScheduler> scheduler,
+                                 std::shared_ptr<Store::Environment> store,
+                                 unsigned cellId)
+    : scheduler_{std::move(scheduler)},
+      writer_{std::move(store)},
+      kernel_{fib_, scheduler_->clock()},
+      publish_{flatten_, writer_, scheduler_->clock(), cellId},
+      source_{scheduler_, "KernelSource", kSourcePriority, [this] { return follow(); }},
+      publisher_{scheduler_, "Publish", kPublishPriority, [this] { return write(); }} {}
+
+std::string KernelForwarder::start() {
+    if (std::string problem = publish_.open(); !problem.empty()) { return problem; }
+    if (std::string problem = kernel_.open(); !problem.empty()) { return problem; }
+    watch_ = scheduler_->watchReadable(kernel_.fd(), [this] { source_.schedule(); });
+    source_.schedule();
+    return {};
+}
+
+bool KernelForwarder::follow() {
+    const bool more = kernel_.run([this] { return scheduler_->mustYield(); });
+    if (const auto wake = kernel_.wakeAt()) {
+        source_.scheduleAfter(*wake - scheduler_->clock().now());
+    }
+    if (kernel_.complete()) { publisher_.schedule(); }
+    return more;
+}
+
+bool KernelForwarder::write() {
+    const bool more = publish_.run([this] { return scheduler_->mustYield(); });
+    tellFailure();
+    if (const auto wake = publish_.wakeAt()) {
+        publisher_.scheduleAfter(*wake - scheduler_->clock().now());
+    }
+    return more;
+}
+
+void KernelForwarder::tellFailure() {
+    if (publish_.failure() == told_) { return; }
+    told_ = publish_.failure();
+    fmt::print(stderr,
+               "pel-forwarderd: {}\n",
+               told_.empty() ? "publishing goes on" : "publishing stands still: " + told_);
+}
+
+}  // namespace Pel::Forwarder

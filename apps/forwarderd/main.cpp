@@ -1,0 +1,98 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "apps/forwarderd/KernelForwarder.h"
+#include "apps/forwarderd/ScenarioOptions.h"
+#include "forwarder/Scenario/ScenarioFeed.h"
+#include "platform/AgentHost/HostConfig.h"
+#include "platform/AgentHost/RootLock.h"
+#include "platform/AgentHost/SignalStop.h"
+
+// pel-forwarderd: publishes forwarding state into the store. Ends with 0 after SIGTERM or SIGINT, 1
+// when it cannot start, 2 when the command line makes no sense.
+namespace {
+
+struct Arguments {
+    AgentHost::HostConfig config;
+    std::string source = "kernel";
+    Pel::Forwarder::ScenarioOptions scenario;
+};
+
+int failed(const char* reason) {
+    // Not fmt: this is also the last way out of main(), and must not throw.
+    std::fprintf(stderr, "pel-forwarderd: %s\n", reason);
+    return 1;
+}
+
+template <class Forwarder>
+int runUntilStopped(Forwarder& forwarder, Kiln::TaskScheduler& scheduler) {
+    if (const std::string error = forwarder.start(); !error.empty()) {
+        return failed(error.c_str());
+    }
+    scheduler.run();
+    return 0;
+}
+
+int forward(const Arguments& arguments) {
+    std::string error;
+    std::unique_ptr<Pel::Forwarder::ChangeSource> scenario;
+    if (arguments.source == "scenario") {
+        scenario = arguments.scenario.source(error);
+        if (scenario == nullptr) { return failed(error.c_str()); }
+    }
+    AgentHost::RootLock lock;
+    error = lock.take(arguments.config.root, "forwarder.lock");
+    if (!error.empty()) { return failed(error.c_str()); }
+    Store::Options options;
+    options.directory = arguments.config.stateDirectory();
+    options.mapBytes = arguments.config.stateMapBytes;
+    auto store = Store::Environment::open(options, Store::Access::write, error);
+    if (store == nullptr) { return failed(error.c_str()); }
+    const Kiln::SteadyClock clock;
+    const auto scheduler =
+        Vel::make<Kiln::TaskScheduler>(clock, std::make_unique<Kiln::YieldByTime>());
+    const AgentHost::SignalStop stop{scheduler};
+    const unsigned cellId = arguments.config.cellId;
+    if (scenario != nullptr) {
+        const auto tell = [](const std::string& text) { (void)failed(text.c_str()); };
+        Pel::Forwarder::ScenarioFeed feed{
+            scheduler, std::move(store), std::move(scenario), cellId, tell};
+        return runUntilStopped(feed, *scheduler);
+    }
+    Pel::Forwarder::KernelForwarder forwarder{scheduler, std::move(store), cellId};
+    return runUntilStopped(forwarder, *scheduler);
+}
+
+int run(int count, char** values) {
+    Arguments arguments;
+    CLI::App app{"Publishes forwarding state for the agent", "pel-forwarderd"};
+    app.add_option("--root", arguments.config.root, "Directory of the stores")
+        ->capture_default_str();
+    app.add_option("--source", arguments.source, "Where the state comes from")
+        ->check(CLI::IsMember({"kernel", "scenario"}))
+        ->capture_default_str();
+    app.add_option("--scenario", arguments.scenario.file, "File that --source scenario plays");
+    app.add_option(
+        "--generate",
+        arguments.scenario.generate,
+        "What --source scenario makes up: next-hops=N groups=M routes=R churn=C/s seed=S");
+    app.add_option("--cell", arguments.config.cellId, "Cell whose readiness is told")
+        ->capture_default_str();
+    try {
+        app.parse(count, values);
+    } catch (const CLI::ParseError& error) { return app.exit(error) == 0 ? 0 : 2; }
+    return forward(arguments);
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+    ::signal(SIGPIPE, SIG_IGN);
+    try {
+        return run(count, values);
+    } catch (const std::exception& error) { return failed(error.what()); }
+}

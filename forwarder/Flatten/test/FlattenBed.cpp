@@ -1,0 +1,186 @@
+#include "forwarder/Flatten/test/FlattenBed.h"
+
+#include <gtest/gtest.h>
+#include <linux/rtnetlink.h>
+
+namespace Pel::Forwarder {
+
+void FlattenBed::link(std::uint32_t ifindex, const std::string& name, bool up, bool running) {
+    Link link;
+    link.ifindex = ifindex;
+    link.name = name;
+    link.up = up;
+    link.running = running;
+    fib.apply(link);
+}
+
+void FlattenBed::vlan(std::uint32_t ifindex,
+                      const std::string& name,
+                      std::uint32_t parent,
+                      std::uint16_t id) {
+    Link link;
+    link.ifindex = ifindex;
+    link.name = name;
+    link.kind = LinkKind::Vlan;
+    link.parent = parent;
+    link.vlanId = id;
+    link.up = link.running = true;
+    fib.apply(link);
+}
+
+void FlattenBed::vrf(std::uint32_t ifindex, const std::string& name, std::uint32_t table) {
+    Link link;
+    link.ifindex = ifindex;
+    link.name = name;
+    link.kind = LinkKind::Vrf;
+    link.vrfTable = table;
+    link.up = link.running = true;
+    fib.apply(link);
+}
+
+void FlattenBed::neighbour(std::uint32_t ifindex, const std::string& address, std::uint8_t last) {
+    fib.apply(Neighbour{ifindex, IpAddress::parse(address), EthAddress{2, 0, 0, 0, 0, last}});
+}
+
+void FlattenBed::neighbourFailed(std::uint32_t ifindex, const std::string& address) {
+    fib.apply(Neighbour{ifindex, IpAddress::parse(address), std::nullopt});
+}
+
+void FlattenBed::nexthop(std::uint32_t id, const std::string& gateway, std::uint32_t ifindex) {
+    Nexthop nexthop;
+    nexthop.id = id;
+    nexthop.path = path(gateway, ifindex);
+    fib.apply(nexthop);
+}
+
+void FlattenBed::blackholeNexthop(std::uint32_t id) {
+    Nexthop nexthop;
+    nexthop.id = id;
+    nexthop.blackhole = true;
+    fib.apply(nexthop);
+}
+
+void FlattenBed::group(std::uint32_t id,
+                       const std::vector<std::pair<std::uint32_t, std::uint32_t>>& members) {
+    Nexthop nexthop;
+    nexthop.id = id;
+    nexthop.isGroup = true;
+    for (const auto& [member, weight] : members) { nexthop.group.push_back({member, weight, 0}); }
+    fib.apply(nexthop);
+}
+
+Path FlattenBed::path(const std::string& gateway, std::uint32_t ifindex, std::uint32_t weight) {
+    Path path;
+    path.gateway = IpAddress::parse(gateway);
+    path.ifindex = ifindex;
+    path.weight = weight;
+    return path;
+}
+
+Route FlattenBed::route(const std::string& prefix, const std::vector<Path>& paths) {
+    Route route;
+    route.table = Fib::kMainTable;
+    route.prefix = IpPrefix::parse(prefix);
+    route.type = RouteType::Unicast;
+    route.protocol = RTPROT_STATIC;
+    route.paths.assign(paths.begin(), paths.end());
+    return route;
+}
+
+Route FlattenBed::nhidRoute(const std::string& prefix, std::uint32_t nexthopId) {
+    Route result = route(prefix, {});
+    result.nexthopId = nexthopId;
+    return result;
+}
+
+FlatDiff FlattenBed::settle(std::size_t budget) {
+    FlatDiff total;
+    for (bool more = true; more;) {
+        FlatDiff diff;
+        more = flatten.collect(diff, budget);
+        apply(diff);
+        total.vrfs.insert(total.vrfs.end(), diff.vrfs.begin(), diff.vrfs.end());
+        total.nextHops.insert(total.nextHops.end(), diff.nextHops.begin(), diff.nextHops.end());
+        total.fecs.insert(total.fecs.end(), diff.fecs.begin(), diff.fecs.end());
+        total.routes.insert(total.routes.end(), diff.routes.begin(), diff.routes.end());
+        total.routeDeletes.insert(
+            total.routeDeletes.end(), diff.routeDeletes.begin(), diff.routeDeletes.end());
+        total.fecDeletes.insert(
+            total.fecDeletes.end(), diff.fecDeletes.begin(), diff.fecDeletes.end());
+        total.nextHopDeletes.insert(
+            total.nextHopDeletes.end(), diff.nextHopDeletes.begin(), diff.nextHopDeletes.end());
+        total.vrfDeletes.insert(
+            total.vrfDeletes.end(), diff.vrfDeletes.begin(), diff.vrfDeletes.end());
+    }
+    return total;
+}
+
+void FlattenBed::apply(const FlatDiff& diff) {
+    for (const FlatVrf& vrf : diff.vrfs) { vrfs[vrf.table] = vrf.name; }
+    for (const FlatNextHop& nextHop : diff.nextHops) {
+        EXPECT_NE(nextHop.index, 0U);
+        nextHops[nextHop.index] = nextHop;
+    }
+    for (const FlatFec& fec : diff.fecs) {
+        for (const FlatMember& member : fec.members) {
+            EXPECT_TRUE(nextHops.contains(member.index))
+                << "FEC " << fec.id << " before its next hop";
+        }
+        fecs[fec.id] = fec;
+    }
+    for (const FlatRoute& route : diff.routes) {
+        EXPECT_TRUE(fecs.contains(route.fecId)) << toString(route.key.prefix) << " before its FEC";
+        routes[route.key] = route;
+    }
+    for (const FlatRouteKey& key : diff.routeDeletes) { EXPECT_EQ(routes.erase(key), 1U); }
+    for (const FecId id : diff.fecDeletes) {
+        EXPECT_EQ(fecs.erase(id), 1U);
+        for (const auto& [key, route] : routes) {
+            EXPECT_NE(route.fecId, id) << "FEC deleted under " << toString(key.prefix);
+        }
+    }
+    for (const OcNextHopNumber index : diff.nextHopDeletes) {
+        EXPECT_EQ(nextHops.erase(index), 1U);
+        for (const auto& [id, fec] : fecs) {
+            for (const FlatMember& member : fec.members) {
+                EXPECT_NE(member.index, index) << "next hop deleted under FEC " << id;
+            }
+        }
+    }
+    for (const std::uint32_t table : diff.vrfDeletes) { EXPECT_EQ(vrfs.erase(table), 1U); }
+}
+
+void FlattenBed::restoreInto(Flatten& other) const {
+    for (const auto& [table, name] : vrfs) { other.restore(FlatVrf{table, name}); }
+    for (const auto& [index, nextHop] : nextHops) { other.restore(nextHop); }
+    for (const auto& [id, fec] : fecs) { other.restore(fec); }
+    for (const auto& [key, route] : routes) { other.restore(route); }
+}
+
+FecId FlattenBed::fecOf(const std::string& prefix, const std::string& vrf) const {
+    const auto route = routes.find({vrf, IpPrefix::parse(prefix)});
+    return route == routes.end() ? kNoFec : route->second.fecId;
+}
+
+std::vector<std::string> FlattenBed::members(const std::string& prefix) const {
+    const auto fec = fecs.find(fecOf(prefix));
+    if (fec == fecs.end()) { return {"none"}; }
+    std::vector<std::string> result;
+    for (const FlatMember& member : fec->second.members) {
+        const FlatNextHop& nextHop = nextHops.at(member.index);
+        result.push_back(toString(nextHop.address) + "@" + nextHop.interfaceName + " w" +
+                         std::to_string(member.weight));
+    }
+    return result;
+}
+
+OcNextHopNumber FlattenBed::index(const std::string& prefix, const std::string& gateway) const {
+    for (const auto& [index, nextHop] : nextHops) {
+        if (nextHop.fecId == fecOf(prefix) && toString(nextHop.address) == gateway) {
+            return index;
+        }
+    }
+    return 0;
+}
+
+}  // namespace Pel::Forwarder

@@ -1,0 +1,113 @@
+#include "forwarder/Kernel/NetlinkSocket.h"
+
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/Blink/Trace.h"
+
+BLINK_TRACE_HANDLE("ForwarderKernel");
+
+namespace Pel::Forwarder {
+
+namespace {
+
+// One message, however large: a notification of a group of the largest size is below 64 KiB with
+// its attributes, and dumps come in pieces of 32 KiB.
+constexpr std::size_t kDatagram = 256 * 1024;
+
+constexpr int kGroups[] = {
+    RTNLGRP_LINK, RTNLGRP_NEIGH, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEXTHOP};
+
+}  // namespace
+
+NetlinkSocket::NetlinkSocket(std::size_t receiveBuffer)
+    : receiveBuffer_{receiveBuffer}, buffer_{std::make_unique<std::byte[]>(kDatagram)} {}
+
+NetlinkSocket::~NetlinkSocket() {
+    if (fd_ >= 0) { close(fd_); }
+}
+
+std::string NetlinkSocket::open() {
+    if (fd_ >= 0) { close(fd_); }
+    fd_ = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+    if (fd_ < 0) { return std::string{"netlink socket: "} + std::strerror(errno); }
+    enlargeReceiveBuffer();
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    socklen_t size = sizeof address;
+    if (bind(fd_, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        return std::string{"netlink bind: "} + std::strerror(errno);
+    }
+    port_ = address.nl_pid;
+    if (!subscribe()) { return std::string{"netlink subscription: "} + std::strerror(errno); }
+    return {};
+}
+
+bool NetlinkSocket::subscribe() {
+    return std::all_of(std::begin(kGroups), std::end(kGroups), [this](int group) {
+        return setsockopt(fd_, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) == 0;
+    });
+}
+
+void NetlinkSocket::enlargeReceiveBuffer() const {
+    const int bytes = static_cast<int>(std::min<std::size_t>(receiveBuffer_, 1U << 30));
+    if (setsockopt(fd_, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) == 0) { return; }
+    // Without the right to force it, the system's limit caps it.
+    setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
+bool NetlinkSocket::requestDump(std::uint16_t type, std::uint8_t family, std::uint32_t sequence) {
+    struct {
+        nlmsghdr header;
+        // The fixed headers of all GET messages begin with the family; the kernel takes the longest
+        // for any of them only where it is not strict, so each type gets its own length below.
+        std::byte fixed[sizeof(ifinfomsg)];
+    } request{};
+    std::size_t fixed = sizeof(rtmsg);
+    if (type == RTM_GETLINK) { fixed = sizeof(ifinfomsg); }
+    if (type == RTM_GETNEXTHOP) { fixed = 8; }
+    request.header.nlmsg_len = static_cast<std::uint32_t>(NLMSG_LENGTH(fixed));
+    request.header.nlmsg_type = type;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.header.nlmsg_seq = sequence;
+    request.fixed[0] = static_cast<std::byte>(family);
+    sockaddr_nl kernel{};
+    kernel.nl_family = AF_NETLINK;
+    const ssize_t sent = sendto(fd_,
+                                &request,
+                                request.header.nlmsg_len,
+                                0,
+                                reinterpret_cast<const sockaddr*>(&kernel),
+                                sizeof kernel);
+    if (sent < 0) { TRACE5("dump request of type {} failed: errno {}", type, errno); }
+    return sent >= 0;
+}
+
+NetlinkSocket::Result NetlinkSocket::receive(std::span<const std::byte>& data) {
+    for (;;) {
+        sockaddr_nl from{};
+        iovec vector{buffer_.get(), kDatagram};
+        msghdr message{};
+        message.msg_name = &from;
+        message.msg_namelen = sizeof from;
+        message.msg_iov = &vector;
+        message.msg_iovlen = 1;
+        const ssize_t size = recvmsg(fd_, &message, 0);
+        if (size < 0 && errno == EINTR) { continue; }
+        if (size < 0 && errno == EAGAIN) { return Result::Empty; }
+        if (size < 0) { return errno == ENOBUFS ? Result::Overrun : Result::Failed; }
+        if (from.nl_pid != 0) { continue; }  // another process; only the kernel speaks for the FIB
+        if ((message.msg_flags & MSG_TRUNC) != 0) { return Result::Overrun; }
+        data = {buffer_.get(), static_cast<std::size_t>(size)};
+        return Result::Data;
+    }
+}
+
+}  // namespace Pel::Forwarder

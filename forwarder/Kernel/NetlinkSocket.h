@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace Pel::Forwarder {
+
+/// A non-blocking rtnetlink socket that listens to links, neighbours, nexthop objects and routes of
+/// the network namespace in which its thread stood when it was opened. One socket for notifications
+/// and dumps: the kernel queues both in the order in which things happened.
+class NetlinkSocket {
+public:
+    /// `receiveBuffer` in bytes; as much as the system allows is taken when it cannot be had.
+    explicit NetlinkSocket(std::size_t receiveBuffer);
+    NetlinkSocket(const NetlinkSocket&) = delete;
+    NetlinkSocket& operator=(const NetlinkSocket&) = delete;
+    ~NetlinkSocket();
+
+    /// Opens and subscribes. "" on success, else what failed.
+    std::string open();
+    int fd() const { return fd_; }
+    std::uint32_t port() const { return port_; }
+
+    /// Asks for all objects of a GET message type; `family` 0 for all. False when the kernel would
+    /// not take the request.
+    bool requestDump(std::uint16_t type, std::uint8_t family, std::uint32_t sequence);
+
+    enum class Result : std::uint8_t {
+        Data,     ///< `data` is set, until the next call
+        Empty,    ///< nothing waits
+        Overrun,  ///< notifications were lost
+        Failed,
+    };
+    Result receive(std::span<const std::byte>& data);
+
+private:
+    bool subscribe();
+    void enlargeReceiveBuffer() const;
+
+    std::size_t receiveBuffer_;
+    std::unique_ptr<std::byte[]> buffer_;
+    int fd_ = -1;
+    std::uint32_t port_ = 0;
+};
+
+}  // namespace Pel::Forwarder

@@ -1,0 +1,85 @@
+#include "forwarder/Publish/Publish.h"
+
+#include "platform/Store/Writer.h"
+#include "platform/Vel/Assert.h"
+
+namespace Pel::Forwarder {
+
+namespace {
+
+constexpr std::size_t kBatch = 512;  // elements asked of Flatten at once
+
+}  // namespace
+
+Publish::Publish(Flatten& flatten, Store::Writer& writer, const Kiln::Clock& clock, unsigned cellId)
+    : flatten_{flatten}, writer_{writer}, commit_{writer, clock}, cellId_{cellId} {}
+
+std::string Publish::open() {
+    VEL_ASSERT(store_ == nullptr);
+    auto store = std::make_unique<FlatStore>(writer_, cellId_);
+    const bool valid = store->valid();
+    // Committed first: what is read back has to come from a store that took the tables.
+    std::string error = writer_.commit();
+    if (!error.empty()) { return error; }
+    if (!valid) { return "a table of the store is of another type"; }
+    store->readBack(flatten_);
+    store_ = std::move(store);
+    return writer_.commit();  // nothing was written; tells whether reading failed
+}
+
+bool Publish::run(absl::FunctionRef<bool()> mustYield) {
+    VEL_ASSERT(store_ != nullptr);
+    if (commit_.mustWait()) { return false; }
+    for (;;) {
+        if (done_ < diff_.size()) {
+            if (!writeSome()) { return false; }
+        } else {
+            diff_.clear();
+            done_ = 0;
+            more_ = flatten_.collect(diff_, kBatch);
+            readyDue_ = readyDue_ || !ready_ || !diff_.vrfs.empty();
+            if (diff_.empty() && !more_) {
+                if (readyDue_ && !writeReadiness()) { return false; }
+                return false;
+            }
+        }
+        if (mustYield()) { return true; }
+    }
+}
+
+/// One transaction's worth of the diff. False when it failed.
+bool Publish::writeSome() {
+    if (!diff_.nextHops.empty()) { store_->firstFreeIndexIs(flatten_.firstFreeIndex()); }
+    std::size_t next = done_;
+    while (next < diff_.size() && !commit_.full()) { write(next++); }
+    if (!commit_.commit(next - done_)) { return false; }
+    done_ = next;
+    return true;
+}
+
+bool Publish::writeReadiness() {
+    store_->readyIs();
+    if (!commit_.commit(0)) { return false; }
+    readyDue_ = false;
+    ready_ = true;
+    return true;
+}
+
+/// The elements of a diff, numbered through in the order in which they have to be applied.
+void Publish::write(std::size_t element) {
+    const auto in = [&element](const auto& list) {
+        if (element < list.size()) { return true; }
+        element -= list.size();
+        return false;
+    };
+    if (in(diff_.vrfs)) { return store_->vrfIs(diff_.vrfs[element]); }
+    if (in(diff_.nextHops)) { return store_->nextHopIs(diff_.nextHops[element]); }
+    if (in(diff_.fecs)) { return store_->fecIs(diff_.fecs[element]); }
+    if (in(diff_.routes)) { return store_->routeIs(diff_.routes[element]); }
+    if (in(diff_.routeDeletes)) { return store_->routeDel(diff_.routeDeletes[element]); }
+    if (in(diff_.fecDeletes)) { return store_->fecDel(diff_.fecDeletes[element]); }
+    if (in(diff_.nextHopDeletes)) { return store_->nextHopDel(diff_.nextHopDeletes[element]); }
+    if (in(diff_.vrfDeletes)) { return store_->vrfDel(diff_.vrfDeletes[element]); }
+}
+
+}  // namespace Pel::Forwarder

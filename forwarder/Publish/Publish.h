@@ -1,0 +1,71 @@
+#pragma once
+
+#include <absl/functional/function_ref.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "forwarder/Flatten/Flatten.h"
+#include "forwarder/Publish/FlatStore.h"
+#include "forwarder/Publish/RetryingCommit.h"
+#include "platform/Kiln/Clock.h"
+
+namespace Store {
+class Writer;
+}
+
+namespace Pel::Forwarder {
+
+/// Brings what Flatten says into the store, in transactions of at most Store::Writer::kMaxRecords records, each in
+/// reference order. Readiness follows in a transaction of its own once everything has been written, so that whoever sees it
+/// sees the data.
+///
+/// A transaction that fails (a full store, an I/O error) is gone as a whole: publishing stops there, says so, and the same
+/// records are tried again a second later. What the source tells meanwhile is kept in the model, not queued.
+///
+/// Belongs to one thread. Start: open(); then, once the source's first download is complete, run() whenever there may be
+/// something to do.
+class Publish {
+public:
+    using Statistics = RetryingCommit::Statistics;
+
+    /// Borrows all but the cell id.
+    Publish(Flatten& flatten, Store::Writer& writer, const Kiln::Clock& clock, unsigned cellId = 1);
+
+    /// Registers the tables and hands Flatten what an earlier run published. Once. "" on success, else what failed; what
+    /// Flatten was given is not complete then, so start with a new one.
+    std::string open();
+
+    /// Works until nothing is left or `mustYield` says so, which is asked after each transaction. True when there is more
+    /// to do at once.
+    bool run(absl::FunctionRef<bool()> mustYield);
+    /// When run() wants to be called next though nothing has changed: after a failure.
+    std::optional<Kiln::TimePoint> wakeAt() const { return commit_.wakeAt(); }
+
+    /// Everything has been published once, and said to be ready.
+    bool ready() const { return ready_; }
+    /// Why publishing stands still; "" when it does not.
+    const std::string& failure() const { return commit_.failure(); }
+    const Statistics& statistics() const { return commit_.statistics(); }
+
+private:
+    bool writeSome();
+    bool writeReadiness();
+    void write(std::size_t element);
+
+    Flatten& flatten_;
+    Store::Writer& writer_;
+    RetryingCommit commit_;
+    unsigned cellId_;
+    std::unique_ptr<FlatStore> store_;
+    FlatDiff diff_;          // being written
+    std::size_t done_ = 0;   // elements of it that are committed
+    bool more_ = true;       // Flatten has more
+    bool readyDue_ = false;  // VRFs came, or nothing was ever said
+    bool ready_ = false;
+};
+
+}  // namespace Pel::Forwarder

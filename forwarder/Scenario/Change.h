@@ -1,0 +1,86 @@
+#pragma once
+
+#include <compare>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "model/Fec/FecId.h"
+#include "model/Fec/FlattenFecEntry.h"
+#include "model/Fec/FlattenNextHopEntry.h"
+#include "model/Fec/OcNextHopIndex.h"
+#include "model/Net/IpPrefix.h"
+#include "model/Route/RouteStatus.h"
+#include "model/Vrf/VrfId.h"
+#include "model/Vxlan/VtiStatusDir.h"
+
+/// What a scenario publishes, record by record: the bytes are those that go into the store, so that they may also be such
+/// as no healthy producer writes. Handles are not set.
+namespace Pel::Forwarder {
+
+struct VrfItem {
+    Vrf::VrfId id;
+    std::string name;
+};
+struct VtisItem {
+    Vxlan::VtiStatusDirRecord record;  ///< all of them
+};
+struct NextHopItem {
+    FlattenNextHopEntry entry;  ///< no group: no counter
+    std::string content;
+};
+struct FecItem {
+    Pel::FecId id;
+    FlattenFecEntry entry;
+    std::string content;
+};
+struct RouteKey {
+    std::string vrf;
+    Nexo::IpPrefix prefix;
+    friend auto operator<=>(const RouteKey&, const RouteKey&) = default;
+};
+struct RouteItem {
+    RouteKey key;
+    Mesa::FibRoute route;
+};
+
+struct RouteDel {
+    RouteKey key;
+};
+struct FecDel {
+    Pel::FecId id;
+};
+struct NextHopDel {
+    Stash::OcNextHopIndex index;
+};
+struct VrfIdDel {
+    Vrf::VrfId id;
+};
+struct VrfTablesDel {
+    std::string name;  ///< of a VRF without routes
+};
+
+struct FecReadyItem {
+    bool ready = false;
+};
+struct FibReadyItem {
+    std::string vrf;
+    std::optional<bool> ready;  ///< none: the VRF waits for nobody
+};
+
+using Change = std::variant<VrfItem,
+                            VtisItem,
+                            NextHopItem,
+                            FecItem,
+                            RouteItem,
+                            RouteDel,
+                            FecDel,
+                            NextHopDel,
+                            VrfIdDel,
+                            VrfTablesDel,
+                            FecReadyItem,
+                            FibReadyItem>;
+using Changes = std::vector<Change>;
+
+}  // namespace Pel::Forwarder

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "forwarder/Scenario/Problems.h"
+#include "model/Fec/FecId.h"
+#include "model/Fec/FlattenFecNextHop.h"
+#include "model/Fec/OcNextHopIndex.h"
+#include "model/Route/OriginProtocol.h"
+#include "model/Vrf/VrfId.h"
+
+/// The elements of a scenario as a file describes them, and the bytes of their records. `place` is where the description
+/// stands.
+namespace Pel::Forwarder {
+
+struct DescribedVrf {
+    Place place;
+    std::string name;
+    Vrf::VrfId id;
+};
+
+struct DescribedNextHop {
+    Place place;
+    std::string name;
+    Stash::OcNextHopIndex index;
+    Nexo::IntfId interface;
+    Nexo::IpGenAddr address;
+    Nexo::EthAddr mac;
+    std::vector<Nexo::MplsLabel> labels;
+    std::vector<std::uint8_t> encapOrder;
+    std::vector<Nexo::MplsLabel> mplsEncapLabels;
+    std::optional<Stash::GueEncap> gue;
+    std::optional<Stash::VxlanEncap> vxlan;
+    std::uint32_t decapVrf = 0;
+    std::uint8_t decapHeader = 0;
+    std::uint32_t fallbackVrf = 0;
+    bool pop = false;
+    std::optional<std::uint32_t> truncate;  ///< the record has only so many of its bytes
+};
+
+struct DescribedMember {
+    Place place;
+    std::string nextHop;
+    std::uint32_t weight = 1;
+};
+
+struct DescribedFec {
+    Place place;
+    Pel::FecId id;
+    std::string name;
+    std::uint8_t groupAttribute = 0;
+    std::uint64_t programmedId = 0;
+    bool top = true;
+    bool secondFlag = false;
+    std::vector<DescribedMember> members;
+    std::optional<std::uint32_t> truncate;
+};
+
+struct DescribedRoute {
+    Place place;
+    Pel::FecId fec;
+    OriginProtocol origin = OriginProtocol::unset;
+};
+
+/// The number of a next hop that is given none: made of its name, so that it is the same in every run, and at or above
+/// kFirstDerivedIndex, where no kernel's next hop ever gets one.
+Stash::OcNextHopIndex derivedIndex(const std::string& name);
+inline constexpr std::uint64_t kFirstDerivedIndex = std::uint64_t{1} << 47U;
+
+std::string recordBytes(const DescribedNextHop& nextHop);
+/// `indexes`: of the members.
+std::string recordBytes(const DescribedFec& fec, const std::vector<Stash::OcNextHopIndex>& indexes);
+
+}  // namespace Pel::Forwarder

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "forwarder/Scenario/Change.h"
+#include "forwarder/Scenario/Description.h"
+#include "forwarder/Scenario/FieldReader.h"
+#include "model/Vxlan/VtiStatus.h"
+
+namespace Pel::Forwarder {
+
+/// Reads the elements of a scenario. Each function fills what the node gives and leaves the rest of `to` as it is, so that
+/// a change names only what changes. With `lax` values are accepted that a healthy producer never publishes, as far as a
+/// record can carry them.
+class ElementReader {
+public:
+    ElementReader(Problems& problems, bool lax) : values_{problems}, lax_{lax} {}
+
+    void interfaceIs(const YamlNode& node);
+
+    // What names an element; nullopt after a problem.
+    std::optional<std::string> name(const YamlNode& element) const;
+    std::optional<Pel::FecId> fecId(const YamlNode& element) const;
+    std::optional<RouteKey> routeKey(const YamlNode& element) const;
+    std::optional<std::string> nameText(const YamlNode& node) const;
+    /// 41 (kind scenario), kernel/41, or a number with the kind in its upper byte.
+    std::optional<Pel::FecId> fecIdText(const YamlNode& node) const;
+
+    void vrf(const YamlNode& node, DescribedVrf& to) const;
+    void vti(const YamlNode& node, Vxlan::VtiStatus& to) const;
+    void nextHop(const YamlNode& node, DescribedNextHop& to) const;
+    void fec(const YamlNode& node, DescribedFec& to) const;
+    void route(const YamlNode& node, DescribedRoute& to) const;
+    /// true, false or none; false after a problem.
+    bool readiness(const YamlNode& node, std::optional<bool>& to) const;
+
+    const ValueReader& values() const { return values_; }
+    bool lax() const { return lax_; }
+
+private:
+    void labels(const YamlNode* node, std::size_t max, std::vector<Nexo::MplsLabel>& to) const;
+    void encapOrder(const YamlNode& node, std::vector<std::uint8_t>& to) const;
+    void gue(const YamlNode& node, std::optional<Stash::GueEncap>& to) const;
+    void vxlan(const YamlNode& node, std::optional<Stash::VxlanEncap>& to) const;
+    void interface(const YamlNode& node, Nexo::IntfId& to) const;
+    void members(const YamlNode& node, std::vector<DescribedMember>& to) const;
+    void checkEncaps(const DescribedNextHop& nextHop) const;
+    void truncation(const FieldReader& fields, std::optional<std::uint32_t>& to) const;
+    void address(const FieldReader& fields, std::string_view key, Nexo::IpGenAddr& to) const;
+
+    ValueReader values_;
+    bool lax_;
+    std::map<std::string, Nexo::IntfId, std::less<>> interfaces_;
+};
+
+}  // namespace Pel::Forwarder

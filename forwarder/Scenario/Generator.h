@@ -1,0 +1,74 @@
+#pragma once
+
+#include <absl/container/flat_hash_set.h>
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "forwarder/Scenario/ChangeSource.h"
+#include "forwarder/Scenario/GeneratorOptions.h"
+
+namespace Pel::Forwarder {
+
+/// A state of any size and its churn, made as it is asked for: an element is a function of its number, the seed and the
+/// number of the change that last touched it, so that none is kept.
+///
+/// Next hop i has the index i + 1, group g the FEC 4/(g + 1). Neighbouring next hops belong to one group each, which some
+/// groups have a foreign member besides. The last sixteenth of the next hops is in no group and the last sixteenth of the
+/// groups has no routes: those, and any route, come and go. A quarter of the routes is IPv6.
+///
+/// Of five changes four alter an element in place and one deletes an element or adds one again: first deletes only, until
+/// up to kMaxAway elements are away, then by turns. Churn that could not be published in its second is not made up for.
+class Generator final : public ChangeSource {
+public:
+    static constexpr std::size_t kMaxAway = 64;
+    static constexpr std::uint64_t kMaxMembers = 64;
+
+    explicit Generator(const GeneratorOptions& options);
+
+    bool describe(Changes& to, std::size_t limit) override;
+    void describeReadiness(Changes& to) override;
+    bool hasVrfId(Vrf::VrfId id) const override;
+    bool hasVrf(const std::string& name) const override;
+    bool hasNextHop(Stash::OcNextHopIndex index) const override;
+    bool hasFec(Pel::FecId id) const override;
+    bool hasRoute(const RouteKey& key) const override;
+    std::uint64_t firstFreeIndex() const override { return options_.nextHops + 1; }
+    void due(Kiln::Duration now, Changes& to, std::size_t limit) override;
+    std::optional<Kiln::Duration> nextDue() const override;
+
+private:
+    enum class Kind : std::uint8_t { nextHop, group, route };
+    using Element = std::pair<Kind, std::uint64_t>;  // and number
+
+    // `salt`: 0 at the beginning, else one more than the number of the change.
+    Change make(Element element, std::uint64_t salt) const;
+    NextHopItem nextHop(std::uint64_t number, std::uint64_t salt) const;
+    FecItem group(std::uint64_t number, std::uint64_t salt) const;
+    RouteItem route(std::uint64_t number, std::uint64_t salt) const;
+    static Change deletion(Element element);
+
+    std::uint64_t random(std::uint64_t stream, std::uint64_t number) const;
+    std::uint64_t firstMember(std::uint64_t group) const;
+    std::optional<std::pair<std::uint64_t, std::uint32_t>> slotOf(std::uint64_t nextHop) const;
+    std::uint64_t count(Kind kind) const;
+    std::optional<Element> pick(std::uint64_t random, std::uint64_t from, bool deletable) const;
+    std::optional<Change> change(std::uint64_t number);
+    Kiln::Duration timeOf(std::uint64_t change) const;
+
+    GeneratorOptions options_;
+    std::uint64_t membered_;  // next hops below this are in groups
+    std::uint64_t routed_;    // groups below this have routes
+    std::uint64_t maxAway_;
+    std::uint64_t described_ =
+        0;  // elements, numbered through: VRF, tunnels, next hops, groups, routes
+    std::uint64_t changes_ = 0;  // made so far
+    Kiln::Duration skipped_{};   // what was not made up for
+    std::deque<Element> away_;
+    absl::flat_hash_set<Element> isAway_;
+};
+
+}  // namespace Pel::Forwarder

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Pel::Forwarder {
+
+/// How much is generated.
+struct GeneratorOptions {
+    static constexpr std::uint64_t kMaxElements = 10'000'000;  ///< of each kind
+    static constexpr std::uint64_t kMaxChurn = 1'000'000;
+
+    std::uint64_t nextHops = 0;
+    std::uint64_t groups = 0;
+    std::uint64_t routes = 0;
+    std::uint64_t churn = 0;  ///< changes a second
+    std::uint64_t seed = 1;
+
+    /// "next-hops=1000 groups=250 routes=2000 churn=100/s seed=7", in any order; what is not given is none (the seed 1).
+    /// Nullopt, and why, for a text that is something else.
+    static std::optional<GeneratorOptions> parse(std::string_view text, std::string& error);
+    bool operator==(const GeneratorOptions&) const = default;
+};
+
+}  // namespace Pel::Forwarder

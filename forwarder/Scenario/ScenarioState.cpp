@@ -1,0 +1,339 @@
+#include "forwarder/Scenario/ScenarioState.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace Pel::Forwarder {
+
+namespace {
+
+template <class Map, class Key>
+const typename Map::mapped_type* findIn(const Map& map, const Key& key) {
+    const auto it = map.find(key);
+    return it == map.end() ? nullptr : &it->second;
+}
+
+/// One more, or one less, user of `key`.
+template <class Map, class Key>
+void count(Map& map, const Key& key, bool more) {
+    std::size_t& users = map[key];
+    users = more ? users + 1 : users - 1;
+    if (users == 0) { map.erase(key); }
+}
+
+std::string shown(Pel::FecId id) {
+    const std::string number = std::to_string(fecNumber(id));
+    return fecKind(id) == FecKind::scenario
+               ? number
+               : std::to_string(static_cast<unsigned>(fecKind(id))) + "/" + number;
+}
+
+std::string some(std::size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+}  // namespace
+
+const DescribedVrf* ScenarioState::vrf(const std::string& name) const {
+    return findIn(vrfs_, name);
+}
+const DescribedNextHop* ScenarioState::nextHop(const std::string& name) const {
+    return findIn(nextHops_, name);
+}
+const DescribedFec* ScenarioState::fec(Pel::FecId id) const {
+    return findIn(fecs_, id);
+}
+const DescribedRoute* ScenarioState::route(const RouteKey& key) const {
+    return findIn(routes_, key);
+}
+const Vxlan::VtiStatus* ScenarioState::vti(const std::string& name) const {
+    return findIn(vtis_, name);
+}
+
+// Changing
+
+void ScenarioState::put(const DescribedVrf& vrf) {
+    const auto id = vrfIds_.try_emplace(vrf.name, vrf.id).first->second;
+    const auto& name = vrfNames_.try_emplace(vrf.id, vrf.name).first->second;
+    if (id != vrf.id) {
+        problems_.add(vrf.place,
+                      "the VRF " + inQuotes(vrf.name) + " has the id " +
+                          std::to_string(id.value()) + " already");
+    } else if (name != vrf.name) {
+        problems_.add(vrf.place,
+                      "the id " + std::to_string(vrf.id.value()) + " is that of the VRF " +
+                          inQuotes(name) + " already");
+    }
+    if (vrfs_.insert_or_assign(vrf.name, vrf).second) {
+        fibReady_[vrf.name] = true;
+        touchedFibReady_.insert(vrf.name);
+    }
+    touchedVrfs_[vrf.name] = vrf.place;
+}
+
+void ScenarioState::put(const DescribedNextHop& nextHop) {
+    const auto index = indexes_.try_emplace(nextHop.name, nextHop.index).first->second;
+    const auto& name = names_.try_emplace(nextHop.index, nextHop.name).first->second;
+    if (index != nextHop.index) {
+        problems_.add(nextHop.place,
+                      "the next hop " + inQuotes(nextHop.name) + " has the index " +
+                          std::to_string(index.value()) + " already");
+    } else if (name != nextHop.name) {
+        problems_.add(nextHop.place,
+                      "the index " + std::to_string(nextHop.index.value()) +
+                          " is that of the next hop " + inQuotes(name) + " already");
+    }
+    if (nextHop.index.value() < kFirstDerivedIndex) {
+        firstFreeIndex_ = std::max(firstFreeIndex_, nextHop.index.value() + 1);
+    }
+    touchedNextHops_[nextHop.name] = nextHop.place;
+    if (!nextHops_.insert_or_assign(nextHop.name, nextHop).second) { return; }
+    // FECs that had it before it was there may have known it by another number.
+    if (const auto* slots = findIn(slots_, nextHop.name)) {
+        for (const auto& [fec, position] : *slots) { touchedFecs_.emplace(fec, nextHop.place); }
+    }
+}
+
+void ScenarioState::memberSlotsIs(const DescribedFec& fec, bool present) {
+    for (std::uint32_t i = 0; i < fec.members.size(); ++i) {
+        const std::string& name = fec.members[i].nextHop;
+        const auto before = owner(name);
+        auto& slots = slots_[name];
+        if (present) {
+            slots.emplace(fec.id, i);
+        } else {
+            slots.erase({fec.id, i});
+        }
+        if (slots.empty()) { slots_.erase(name); }
+        if (owner(name) != before && nextHop(name) != nullptr) {
+            touchedNextHops_.emplace(name, nextHop(name)->place);
+        }
+    }
+}
+
+void ScenarioState::put(const DescribedFec& fec) {
+    if (const DescribedFec* old = this->fec(fec.id)) { memberSlotsIs(*old, false); }
+    memberSlotsIs(fec, true);
+    fecs_.insert_or_assign(fec.id, fec);
+    touchedFecs_[fec.id] = fec.place;
+}
+
+void ScenarioState::put(const RouteKey& key, const DescribedRoute& route) {
+    if (const DescribedRoute* old = this->route(key)) {
+        count(routesOf_, old->fec, false);
+    } else {
+        count(routesIn_, key.vrf, true);
+    }
+    count(routesOf_, route.fec, true);
+    routes_.insert_or_assign(key, route);
+    touchedRoutes_[key] = route.place;
+}
+
+void ScenarioState::put(const std::string& name, const Vxlan::VtiStatus& vti) {
+    vtis_.insert_or_assign(name, vti);
+    touchedVtis_ = true;
+}
+
+void ScenarioState::vrfDel(const std::string& name, Place place) {
+    if (vrfs_.erase(name) == 0) { return; }
+    fibReady_.erase(name);
+    touchedVrfs_[name] = place;
+}
+
+void ScenarioState::nextHopDel(const std::string& name, Place place) {
+    if (nextHops_.erase(name) > 0) { touchedNextHops_[name] = place; }
+}
+
+void ScenarioState::fecDel(Pel::FecId id, Place place) {
+    const auto it = fecs_.find(id);
+    if (it == fecs_.end()) { return; }
+    const DescribedFec old = std::move(it->second);
+    fecs_.erase(it);
+    memberSlotsIs(old, false);
+    touchedFecs_[id] = place;
+}
+
+void ScenarioState::routeDel(const RouteKey& key, Place place) {
+    const auto it = routes_.find(key);
+    if (it == routes_.end()) { return; }
+    count(routesOf_, it->second.fec, false);
+    count(routesIn_, key.vrf, false);
+    routes_.erase(it);
+    touchedRoutes_[key] = place;
+}
+
+void ScenarioState::vtiDel(const std::string& name) {
+    touchedVtis_ = vtis_.erase(name) > 0 || touchedVtis_;
+}
+
+void ScenarioState::fecReadyIs(bool ready) {
+    fecReady_ = ready;
+    touchedFecReady_ = true;
+}
+
+void ScenarioState::fibReadyIs(const std::string& vrf, std::optional<bool> ready, Place place) {
+    if (this->vrf(vrf) == nullptr) {
+        problems_.add(place, "there is no VRF " + inQuotes(vrf));
+        return;
+    }
+    fibReady_[vrf] = ready;
+    touchedFibReady_.insert(vrf);
+}
+
+// Taking
+
+std::optional<ScenarioState::Slot> ScenarioState::owner(const std::string& nextHop) const {
+    const auto* slots = findIn(slots_, nextHop);
+    return slots == nullptr ? std::nullopt : std::optional{*slots->begin()};
+}
+
+Stash::OcNextHopIndex ScenarioState::indexOf(const std::string& nextHop) const {
+    const auto* known = findIn(indexes_, nextHop);
+    return known == nullptr ? derivedIndex(nextHop) : *known;
+}
+
+NextHopItem ScenarioState::item(const DescribedNextHop& nextHop) const {
+    NextHopItem item;
+    item.entry.index = nextHop.index;
+    if (const auto slot = owner(nextHop.name)) {
+        item.entry.nhgId = NexthopGroupId{slot->first.value()};
+        item.entry.nhgEntryId = NexthopGroupEntryIndex{slot->second};
+    }
+    item.content = recordBytes(nextHop);
+    return item;
+}
+
+FecItem ScenarioState::item(const DescribedFec& fec) const {
+    FecItem item;
+    item.id = fec.id;
+    item.entry.programmedId = fec.programmedId;
+    item.entry.topFec = fec.top;
+    item.entry.secondFlag = fec.secondFlag;
+    std::vector<Stash::OcNextHopIndex> indexes;
+    for (const DescribedMember& member : fec.members) {
+        indexes.push_back(indexOf(member.nextHop));
+    }
+    item.content = recordBytes(fec, indexes);
+    return item;
+}
+
+ScenarioState::Taken ScenarioState::takeChanges() {
+    checkVrfs();
+    if (!lax_) { checkReferences(); }
+    Taken taken;
+    takeReadiness(taken);
+    takePuts(taken.data);
+    takeDeletes(taken.data);
+    touchedVrfs_.clear();
+    touchedNextHops_.clear();
+    touchedFecs_.clear();
+    touchedRoutes_.clear();
+    touchedVtis_ = false;
+    return taken;
+}
+
+void ScenarioState::takeReadiness(Taken& to) {
+    if (touchedFecReady_ && !fecReady_) { to.data.emplace_back(FecReadyItem{false}); }
+    for (const std::string& name : touchedFibReady_) {
+        const auto* ready = findIn(fibReady_, name);
+        if (ready == nullptr) { continue; }  // goes with its VRF
+        (*ready == true ? to.ready : to.data).emplace_back(FibReadyItem{name, *ready});
+    }
+    if (touchedFecReady_ && fecReady_) { to.ready.emplace_back(FecReadyItem{true}); }
+    touchedFecReady_ = false;
+    touchedFibReady_.clear();
+}
+
+void ScenarioState::takePuts(Changes& to) {
+    for (const auto& [name, place] : touchedVrfs_) {
+        if (const auto* vrf = this->vrf(name)) { to.emplace_back(VrfItem{vrf->id, name}); }
+    }
+    if (touchedVtis_) {
+        VtisItem all;
+        for (const auto& [name, vti] : vtis_) { all.record.vti.emplace(vti.name, vti); }
+        to.emplace_back(std::move(all));
+    }
+    for (const auto& [name, place] : touchedNextHops_) {
+        if (const auto* nextHop = this->nextHop(name)) { to.emplace_back(item(*nextHop)); }
+    }
+    for (const auto& [id, place] : touchedFecs_) {
+        if (const auto* fec = this->fec(id)) { to.emplace_back(item(*fec)); }
+    }
+    for (const auto& [key, place] : touchedRoutes_) {
+        if (const auto* route = this->route(key)) {
+            to.emplace_back(RouteItem{key, {route->fec, route->origin}});
+        }
+    }
+}
+
+void ScenarioState::takeDeletes(Changes& to) {
+    for (const auto& [key, place] : touchedRoutes_) {
+        if (route(key) == nullptr) { to.emplace_back(RouteDel{key}); }
+    }
+    for (const auto& [id, place] : touchedFecs_) {
+        if (fec(id) == nullptr) { to.emplace_back(FecDel{id}); }
+    }
+    for (const auto& [name, place] : touchedNextHops_) {
+        if (nextHop(name) == nullptr) { to.emplace_back(NextHopDel{indexes_.at(name)}); }
+    }
+    for (const auto& [name, place] : touchedVrfs_) {
+        if (vrf(name) == nullptr) {
+            to.emplace_back(VrfIdDel{vrfIds_.at(name)});
+            to.emplace_back(VrfTablesDel{name});
+        }
+    }
+}
+
+/// Also with `lax`: a table cannot stand without its VRF.
+void ScenarioState::checkVrfs() {
+    for (const auto& [key, place] : touchedRoutes_) {
+        const auto* present = route(key);
+        if (present != nullptr && vrf(key.vrf) == nullptr && !touchedVrfs_.contains(key.vrf)) {
+            problems_.add(present->place, "there is no VRF " + inQuotes(key.vrf));
+        }
+    }
+    for (const auto& [name, place] : touchedVrfs_) {
+        const auto* routes = findIn(routesIn_, name);
+        if (vrf(name) == nullptr && routes != nullptr) {
+            problems_.add(place,
+                          "the VRF " + inQuotes(name) + " is deleted, but still has " +
+                              some(*routes, "route"));
+        }
+    }
+}
+
+void ScenarioState::checkReferences() {
+    for (const auto& [name, place] : touchedNextHops_) {
+        const auto* slots = findIn(slots_, name);
+        if (nextHop(name) == nullptr && slots != nullptr) {
+            problems_.add(place,
+                          "the next hop " + inQuotes(name) + " is deleted, but still in " +
+                              some(slots->size(), "FEC") + " (" + shown(slots->begin()->first) +
+                              ")");
+        }
+    }
+    for (const auto& [id, place] : touchedFecs_) {
+        const auto* present = fec(id);
+        const auto* routes = findIn(routesOf_, id);
+        if (present == nullptr && routes != nullptr) {
+            problems_.add(
+                place,
+                "the FEC " + shown(id) + " is deleted, but still has " + some(*routes, "route"));
+        }
+        for (std::size_t i = 0; present != nullptr && i < present->members.size(); ++i) {
+            const DescribedMember& member = present->members[i];
+            if (nextHop(member.nextHop) == nullptr && !touchedNextHops_.contains(member.nextHop)) {
+                problems_.add(member.place, "there is no next hop " + inQuotes(member.nextHop));
+            }
+        }
+    }
+    for (const auto& [key, place] : touchedRoutes_) {
+        const auto* present = route(key);
+        if (present != nullptr && fec(present->fec) == nullptr &&
+            !touchedFecs_.contains(present->fec)) {
+            problems_.add(present->place, "there is no FEC " + shown(present->fec));
+        }
+    }
+}
+
+}  // namespace Pel::Forwarder

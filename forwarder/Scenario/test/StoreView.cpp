@@ -1,0 +1,138 @@
+#include "forwarder/Scenario/test/StoreView.h"
+
+#include "model/Fec/FlattenFec.h"
+#include "model/Fec/FlattenFecNextHop.h"
+#include "model/Readiness/ReadyRecord.h"
+#include "platform/Hubdb/RecordFrame.h"
+#include "platform/Vel/Fields.h"
+
+namespace Pel::Forwarder {
+
+namespace {
+
+/// `show(record)`, or what reading met.
+template <class Record, class Show>
+std::string destashed(const Stash::Handle& handle, Stash::Manager& manager, Show show) {
+    try {
+        const auto record = Stash::destash<Record>(handle, manager);
+        return record ? show(*record) : "no record";
+    } catch (const Stash::CorruptionDetectedException&) { return "corrupt"; }
+}
+
+}  // namespace
+
+StoreView::Family::Family(const std::string& vrf)
+    : v4{Mesa::fibTableMountPath(Nexo::AddressFamily::ipv4, vrf, "rib")},
+      v6{Mesa::fibTableMountPath(Nexo::AddressFamily::ipv6, vrf, "rib")} {}
+
+StoreView::StoreView(const Store::Options& options)
+    : reader_{Vel::make<Store::Reader>(scheduler_, options)},
+      manager_{Vel::make<Stash::Manager>(reader_)},
+      counterKeys_{Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable::kPath} {
+    set_.mountIs(*reader_, {"fec", "nextHop"});
+    counterKeys_.mountIs(*reader_);
+    vrfs_.mountIs(*reader_);
+    for (Family* family : {&default_, &red_}) {
+        family->v4.mountIs(*reader_);
+        family->v6.mountIs(*reader_);
+    }
+    state_ = reader_->mount("hubdb", "hubdb", Store::TableKind::state, ignored_);
+    look();
+}
+
+void StoreView::look() {
+    clock_.advance(std::chrono::seconds{2});  // the reader looks once a second by itself
+    scheduler_->runUntilIdle();
+}
+
+std::string StoreView::nextHop(std::uint64_t index) {
+    const auto entry = set_.nextHop().entry(Stash::OcNextHopIndex{index});
+    if (!entry) { return "none"; }
+    const std::string group = std::to_string(entry->nhgId.value() & kFecNumberMask) + "[" +
+                              std::to_string(entry->nhgEntryId.value()) + "] ";
+    return group + destashed<Stash::FlattenFecNextHop>(
+                       entry->handle, *manager_, [](const Stash::FlattenFecNextHop& record) {
+                           return Vel::toString(record);
+                       });
+}
+
+std::string StoreView::fec(std::uint64_t id) {
+    const auto entry = set_.fec().entry(Pel::FecId{id});
+    if (!entry) { return "none"; }
+    std::string text = entry->topFec ? "top" : "bottom";
+    if (entry->secondFlag) { text += " second"; }
+    text += " programmed " + std::to_string(entry->programmedId) + " ";
+    return text +
+           destashed<Stash::FlattenFec>(entry->handle, *manager_, [](const Stash::FlattenFec& fec) {
+               std::string members =
+                   fec.nexthopGroupName() + "/" + std::to_string(fec.groupAttribute()) + ":";
+               for (std::uint32_t i = 0; i < fec.nextHops(); ++i) {
+                   members += " " + std::to_string(fec.nextHop(i).index.value()) + "w" +
+                              std::to_string(fec.nextHop(i).weight);
+               }
+               return members;
+           });
+}
+
+std::string StoreView::route(const std::string& vrf, const std::string& text) {
+    Family& family = vrf == "red" ? red_ : default_;
+    const auto prefix = *Nexo::IpPrefix::parse(text);
+    const bool v6 = prefix.address().family() == Nexo::AddressFamily::ipv6;
+    const auto route = v6 ? family.v6.read(prefix) : family.v4.read(prefix);
+    return route ? std::to_string(fecNumber(route->fecId)) + " " +
+                       std::string{identityName(route->originProtocol)}
+                 : "none";
+}
+
+std::string StoreView::vrfName(std::uint32_t id) {
+    const auto entry = vrfs_.read(Vrf::VrfId{id});
+    return entry ? entry->vrfName.stringValue() : "none";
+}
+
+std::uint64_t StoreView::counter(std::uint64_t fecId, std::uint32_t slot) {
+    const auto row = counterKeys_.read({NexthopGroupId{fecId}, NexthopGroupEntryIndex{slot}});
+    return row ? row->counterIndex : 0;
+}
+
+std::string StoreView::readyAt(const std::string& path) {
+    const auto bytes = state_.read(path);
+    const auto frame = bytes ? Hubdb::RecordFrame::decode(*bytes) : std::nullopt;
+    const auto record =
+        frame ? Mesa::RecordCodec<ReadyRecord>::decode(frame->record) : std::nullopt;
+    return !record ? "none" : record->ready ? "true" : "false";
+}
+
+std::vector<std::string> StoreView::routeTables() {
+    std::vector<std::string> paths;
+    for (const char* prefix : {"routing/", "routing6/"}) {
+        for (const auto& table : reader_->tables(prefix)) { paths.push_back(table.path); }
+    }
+    return paths;
+}
+
+std::vector<std::string> StoreView::everything() {
+    std::vector<std::string> lines;
+    for (const auto index : set_.nextHop().keys()) {
+        lines.push_back("next hop " + index.stringValue() + " " + nextHop(index.value()));
+    }
+    for (const auto id : set_.fec().keys()) {
+        lines.push_back("FEC " + std::to_string(id.value()) + " " + fec(id.value()));
+    }
+    for (const std::string vrf : {"default", "red"}) {
+        const Family& family = vrf == "red" ? red_ : default_;
+        for (const auto& keys : {family.v4.keys(), family.v6.keys()}) {
+            for (const auto& prefix : keys) {
+                const std::string text = prefix.stringValue();
+                lines.push_back(vrf + " " + text + " " + route(vrf, text));
+            }
+        }
+    }
+    for (const auto& key : counterKeys_.keys()) {
+        const auto counted = counter(key.nhgId.value(), key.entryId.value());
+        lines.push_back("counter of " + std::to_string(key.nhgId.value()) + "[" +
+                        std::to_string(key.entryId.value()) + "] " + std::to_string(counted));
+    }
+    return lines;
+}
+
+}  // namespace Pel::Forwarder

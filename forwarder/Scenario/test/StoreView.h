@@ -1,0 +1,75 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "model/Counters/NexthopGroupEntryToCounterKeyTable.h"
+#include "model/Fec/FlattenFecSet.h"
+#include "model/Route/RouteStatus.h"
+#include "model/Vrf/VrfIdMap.h"
+#include "platform/Kiln/TaskScheduler.h"
+#include "platform/Stash/Manager.h"
+#include "platform/Store/Reader.h"
+
+namespace Pel::Forwarder {
+
+/// What an agent sees of the store: its own mounts, brought up to date by look(). Texts, "none" for what is not there.
+class StoreView {
+public:
+    explicit StoreView(const Store::Options& options);
+    void look();
+
+    std::string nextHop(std::uint64_t index);
+    std::string fec(std::uint64_t id);
+    std::string route(const std::string& vrf, const std::string& prefix);
+    std::string vrfName(std::uint32_t id);
+    std::uint64_t counter(std::uint64_t fecId, std::uint32_t slot);
+    /// "true", "false" or "none".
+    std::string fecReady() { return readyAt("hardware/pel/fecReadyStatus"); }
+    std::string fibReady(const std::string& vrf) {
+        return readyAt("cell/1/routing/fibReady/" + vrf);
+    }
+    /// Whether an entity of this path is there.
+    bool entity(const std::string& path) { return state_.read(path).has_value(); }
+    /// Grows with each change that a reader is told of.
+    Store::Sequence position() const { return reader_->position(); }
+    /// Everything, a line each.
+    std::vector<std::string> everything();
+    std::size_t nextHops() const { return set_.nextHop().keys().size(); }
+    std::size_t fecs() const { return set_.fec().keys().size(); }
+    std::vector<std::string> routeTables();
+
+private:
+    struct Ignored final : Store::Sink {
+        void keyChanged(std::string_view) override {}
+        void sweepBegun() override {}
+        void sweepKey(std::string_view) override {}
+        void sweepLater(std::string_view) override {}
+        void sweepEnded() override {}
+        void presentIs(bool) override {}
+        void sweepSettled() override {}
+    };
+    struct Family {
+        explicit Family(const std::string& vrf);
+        Mesa::Fib::RouteStatus v4;
+        Mesa::Fib6::RouteStatus v6;
+    };
+    std::string readyAt(const std::string& path);
+
+    Kiln::VirtualClock clock_;
+    Vel::Ref<Kiln::TaskScheduler> scheduler_ =
+        Vel::make<Kiln::TaskScheduler>(clock_, std::make_unique<Kiln::NeverYield>());
+    Vel::Ref<Store::Reader> reader_;
+    Vel::Ref<Stash::Manager> manager_;
+    FlattenFecSet set_{FlattenFecSet::kPath};
+    Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable counterKeys_;
+    Vrf::VrfIdMap::Status vrfs_{Vrf::VrfIdMap::Status::kPath};
+    Family default_{"default"};
+    Family red_{"red"};
+    Ignored ignored_;
+    Store::Reader::Mount state_;
+};
+
+}  // namespace Pel::Forwarder

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "platform/Vel/Attribute.h"
+#include "platform/Vel/Entity.h"
+
+namespace Pel::OcApi {
+
+/// Says that all next hops and groups are exported. One writer: the FIB-ready mapper.
+class FibReadyContainer final : public Vel::Entity {
+public:
+    using Vel::Entity::Entity;
+    bool fecReady() const { return fecReady_.get(); }
+    void fecReadyIs(bool ready) { fecReady_.set(ready); }
+    Vel::Publisher<>& onFecReady() const { return fecReady_.changed(); }
+
+private:
+    Vel::Attribute<bool> fecReady_{false};
+};
+
+}  // namespace Pel::OcApi

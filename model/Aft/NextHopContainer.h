@@ -1,0 +1,50 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "model/Aft/NextHop.h"
+#include "platform/Vel/Collection.h"
+#include "platform/Vel/Entity.h"
+
+namespace Pel::OcApi {
+
+/// The AFT next hops. One writer: the next-hop mapper. Entries are replaced whole; each change is
+/// published with the key, after it was made.
+class NextHopContainer final : public Vel::Entity {
+public:
+    using Value = std::unique_ptr<const NextHop>;
+    using Vel::Entity::Entity;
+
+    /// Null when absent; valid until the entry is replaced or deleted.
+    const NextHop* nextHop(NextHopIndex index) const {
+        const Value* const value = nextHops_.find(index);
+        return value == nullptr ? nullptr : value->get();
+    }
+    /// Writes the entry in place of any with its index.
+    void nextHopIs(NextHop nextHop) {
+        const NextHopIndex index = nextHop.index;
+        nextHops_.set(index, std::make_unique<const NextHop>(std::move(nextHop)));
+    }
+    /// Harmless when there is none.
+    void nextHopDel(NextHopIndex index) { nextHops_.erase(index); }
+    void nextHopDelAll() { nextHops_.clear(); }
+    /// Tells that this next hop has been considered and that nothing changed, so that whatever
+    /// waits for its entry waits no longer.
+    void processedIs(NextHopIndex index) { processed_.publish(index); }
+
+    std::size_t size() const { return nextHops_.size(); }
+    std::optional<NextHopIndex> nextKey(const std::optional<NextHopIndex>& after) const {
+        return nextHops_.nextKey(after);
+    }
+    Vel::Publisher<const NextHopIndex&>& onNextHop() const { return nextHops_.onKey(); }
+    Vel::Publisher<const NextHopIndex&>& onProcessed() const { return processed_; }
+
+private:
+    Vel::Collection<NextHopIndex, Value> nextHops_;
+    mutable Vel::Publisher<const NextHopIndex&> processed_;
+};
+
+}  // namespace Pel::OcApi

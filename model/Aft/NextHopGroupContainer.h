@@ -1,0 +1,44 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "model/Aft/NextHopGroup.h"
+#include "platform/Vel/Collection.h"
+#include "platform/Vel/Entity.h"
+
+namespace Pel::OcApi {
+
+/// The AFT next-hop groups. One writer: the next-hop group mapper. Entries are replaced whole; each
+/// change is published with the key, after it was made.
+class NextHopGroupContainer final : public Vel::Entity {
+public:
+    using Value = std::unique_ptr<const NextHopGroup>;
+    using Vel::Entity::Entity;
+
+    /// Null when absent; valid until the entry is replaced or deleted.
+    const NextHopGroup* nextHopGroup(NextHopGroupId id) const {
+        const Value* const value = groups_.find(id);
+        return value == nullptr ? nullptr : value->get();
+    }
+    /// Writes the entry in place of any with its id.
+    void nextHopGroupIs(NextHopGroup group) {
+        const NextHopGroupId id = group.id;
+        groups_.set(id, std::make_unique<const NextHopGroup>(std::move(group)));
+    }
+    /// Harmless when there is none.
+    void nextHopGroupDel(NextHopGroupId id) { groups_.erase(id); }
+    void nextHopGroupDelAll() { groups_.clear(); }
+
+    std::size_t size() const { return groups_.size(); }
+    std::optional<NextHopGroupId> nextKey(const std::optional<NextHopGroupId>& after) const {
+        return groups_.nextKey(after);
+    }
+    Vel::Publisher<const NextHopGroupId&>& onNextHopGroup() const { return groups_.onKey(); }
+
+private:
+    Vel::Collection<NextHopGroupId, Value> groups_;
+};
+
+}  // namespace Pel::OcApi

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+
+namespace Tunnel {
+
+/// What a UDP tunnel carries. Other values occur and are carried as they are.
+enum class PayloadType : std::uint8_t { none = 0, mpls = 1, gre = 2, ipv4 = 3, ipv6 = 4 };
+
+}  // namespace Tunnel

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+
+#include "model/Aft/NextHopContainer.h"
+#include "model/View/OpenConfigInstances.h"
+#include "platform/Gale/ListSource.h"
+
+namespace Pel::OcApi {
+
+/// The AFT's next hops as entries of the OpenConfig view, all of them in the default instance.
+class OpenConfigNextHops final : public Gale::ListSource {
+public:
+    /// `instances` outlives this object.
+    OpenConfigNextHops(Vel::Ref<NextHopContainer> nextHops, const OpenConfigInstances& instances);
+    ~OpenConfigNextHops() override;
+
+    std::optional<Gale::EntryKey> nextKey(
+        const std::optional<Gale::EntryKey>& after) const override;
+    bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
+    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const override;
+
+private:
+    struct Paths;
+
+    const Vel::Ref<NextHopContainer> nextHops_;
+    const OpenConfigInstances& instances_;
+    const std::unique_ptr<const Paths> paths_;
+    Vel::Subscription onNextHop_;
+    Vel::Subscription onProcessed_;
+};
+
+}  // namespace Pel::OcApi

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "model/Aft/NextHopGroupContainer.h"
+#include "model/Net/AddressFamily.h"
+#include "model/View/OpenConfigInstances.h"
+#include "model/View/OpenConfigRoutes.h"
+#include "platform/Gale/View.h"
+#include "platform/Vel/Subscription.h"
+
+namespace Pel::OcApi {
+
+class OpenConfigInstanceList;
+
+/// The AFT as the OpenConfig models show it: next hops and groups of the tree's AftContainer, all
+/// in the default network instance; the prefixes of each VRF's route tables in that VRF's instance.
+///
+/// The streamed tree ("AftExport") must hold its AftContainer when the view is attached. Route
+/// tables come and go with the store: those below the given prefixes are mounted as they appear.
+class OpenConfigView final : public Gale::View {
+public:
+    explicit OpenConfigView(Gale::ViewInputs inputs);
+    ~OpenConfigView() override;
+
+    const std::vector<Gale::ModelData>& models() const override;
+    const std::vector<Gale::EntryKind>& kinds() const override;
+    const std::vector<std::string>& emptyLeaves() const override;
+    std::size_t kindOf(Gale::Lane lane, const Gale::EntryKey& key) const override;
+    Gale::KeyPredicate keyPredicate(std::size_t kind, const Gale::KeyValues& values) const override;
+    Gale::Reference referenceOf(std::uint64_t value) const override;
+    void encodeValue(Gale::Lane lane,
+                     const Gale::EntryKey& key,
+                     std::uint64_t value,
+                     std::string& notification) const override;
+    void attach(SourceSink sink) override;
+
+private:
+    void attachAft();
+    void attachTables();
+    void handleTable(const std::string& path);
+    void mountTable(Nexo::AddressFamily family, const std::string& vrf);
+    bool servedPrefix(const std::string& path) const;
+
+    const Gale::ViewInputs inputs_;
+    OpenConfigInstances instances_;
+    const OpenConfigRoutes routes_;
+    SourceSink sink_;
+    Vel::Ref<NextHopGroupContainer> groups_;          // null when the tree has none
+    OpenConfigInstanceList* instanceList_ = nullptr;  // the provider's
+    std::vector<std::string> mounted_;                // paths
+    Vel::Subscription onTable_;
+};
+
+/// Registers the view with Gale under the origin "openconfig".
+void registerOpenConfigView();
+
+}  // namespace Pel::OcApi

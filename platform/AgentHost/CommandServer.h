@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/AgentHost/CmdRequestDirSm.h"
+#include "platform/Kiln/TaskScheduler.h"
+
+namespace AgentHost {
+
+class CommandSession;
+
+/// Answers requests on a Unix socket. Lines of JSON both ways; CONTROL-PROTOCOL.md beside this file
+/// has them. All on the scheduler's thread, with non-blocking sockets: a client that is slow, sends
+/// rubbish or goes away costs its own connection and nothing else.
+class CommandServer {
+public:
+    struct Limits {
+        std::size_t connections = 32;                        ///< further ones are closed at once
+        std::size_t requestBytes = 64U << 10U;               ///< of one request line
+        Kiln::Duration idleTime = std::chrono::seconds(30);  ///< without a byte moved: closed
+    };
+
+    CommandServer(Vel::Ref<Kiln::TaskScheduler> scheduler, Vel::Ref<CmdRequestDirSm> commands);
+    CommandServer(Vel::Ref<Kiln::TaskScheduler> scheduler,
+                  Vel::Ref<CmdRequestDirSm> commands,
+                  Limits limits);
+    CommandServer(const CommandServer&) = delete;
+    CommandServer& operator=(const CommandServer&) = delete;
+    ~CommandServer();
+
+    /// Listens at the path. A socket that a dead process left there is replaced: whoever calls this
+    /// has made sure that no living one owns it. Empty, or what went wrong.
+    std::string listen(const std::filesystem::path& path);
+    std::size_t sessions() const { return sessions_.size(); }
+
+private:
+    void waitForClients();
+    void accept();
+
+    Vel::Ref<Kiln::TaskScheduler> scheduler_;
+    Vel::Ref<CmdRequestDirSm> commands_;
+    Limits limits_;
+    std::filesystem::path path_;
+    int fd_ = -1;
+    std::uint64_t nextId_ = 1;
+    std::map<std::uint64_t, std::unique_ptr<CommandSession>> sessions_;
+    Kiln::FdWatch watch_;
+    Kiln::Task resume_;  // accepts again after descriptors ran out
+};
+
+}  // namespace AgentHost

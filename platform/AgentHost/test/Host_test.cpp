@@ -1,0 +1,285 @@
+#include "platform/AgentHost/Host.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "platform/AgentHost/ListenAddress.h"
+#include "platform/AgentHost/PluginLoader.h"
+#include "platform/AgentHost/RootLock.h"
+#include "platform/AgentHost/test/ControlPeer.h"
+#include "platform/Blink/Trace.h"
+#include "platform/Hubdb/Publisher.h"
+#include "platform/Store/Writer.h"
+#include "test/support/TempDir.h"
+
+namespace AgentHost {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+AgentFactory goodPlugin() {
+    std::string error;
+    const AgentFactory factory =
+        PluginLoader::load(std::filesystem::path{PEL_TEST_PLUGINS} / "libGoodPlugin.so", error);
+    EXPECT_EQ(error, "");
+    return factory;
+}
+
+class HostTest : public testing::Test {
+protected:
+    std::unique_ptr<Host> host(const std::string& name = "good") {
+        HostConfig config;
+        config.root = directory_.path() / "root";
+        config.agentName = name;
+        return std::make_unique<Host>(config, clock_, std::make_unique<Kiln::AlwaysYield>());
+    }
+    std::unique_ptr<Host> running() {
+        auto result = host();
+        EXPECT_EQ(result->open(), "");
+        EXPECT_EQ(result->start(goodPlugin()), "");
+        result->scheduler()->runUntilIdle();
+        return result;
+    }
+    /// What the agent has noted, step by step.
+    std::vector<std::string> steps() const {
+        std::ifstream file{directory_.path() / "root" / "steps"};
+        std::vector<std::string> result;
+        for (std::string line; std::getline(file, line);) { result.push_back(line); }
+        return result;
+    }
+    std::vector<nlohmann::json> ask(Host& host, const std::string& request) {
+        ControlPeer peer{host.config().controlSocket()};
+        peer.send(request + "\n");
+        for (int i = 0; i < 10; ++i) { host.scheduler()->runUntilIdle(); }
+        peer.receive();
+        std::vector<nlohmann::json> result;
+        for (const auto& line : peer.lines()) { result.push_back(nlohmann::json::parse(line)); }
+        return result;
+    }
+    void writeConfiguration(Host& host, const std::string& record) {
+        std::filesystem::create_directories(host.config().configurationDirectory());
+        Store::Options options;
+        options.directory = host.config().configurationDirectory();
+        std::string error;
+        Store::Writer writer{Store::Environment::open(options, Store::Access::write, error)};
+        Hubdb::Publisher publisher{writer};
+        publisher.entityIs("mgmt/test", "Test", record);
+        EXPECT_EQ(writer.commit(), "");
+    }
+
+    TestSupport::TempDir directory_;
+    Kiln::VirtualClock clock_;
+};
+
+TEST_F(HostTest, RunsTheAgentsLifeInOrder) {
+    auto host = running();
+    EXPECT_THAT(steps(), ElementsAre("doInit", "mounted"));
+    host->stop();
+    EXPECT_EQ(host->agent(), nullptr);
+    EXPECT_THAT(steps(), ElementsAre("doInit", "mounted", "doStop", "doCleanup", "gone"));
+    host->stop();  // once is enough
+    host.reset();
+    EXPECT_EQ(steps().size(), 5U);
+}
+
+TEST_F(HostTest, ASignalEndsTheRunAndTakesTheAgentDown) {
+    auto host = running();
+    host->stopOnSignals();
+    ::raise(SIGTERM);
+    host->run();
+    EXPECT_EQ(steps().back(), "gone");
+}
+
+TEST_F(HostTest, AnAgentThatThrowsInItsStartIsAnError) {
+    auto host = this->host("throws");
+    ASSERT_EQ(host->open(), "");
+    EXPECT_EQ(host->start(goodPlugin()), "doInit: no start today");
+}
+
+TEST_F(HostTest, AFactoryThatMakesNothingIsAnError) {
+    auto host = this->host("none");
+    ASSERT_EQ(host->open(), "");
+    EXPECT_EQ(host->start(goodPlugin()), "the plug-in made no agent");
+}
+
+TEST_F(HostTest, ASecondHostInTheSameRootIsRefusedAndTheFirstGoesOn) {
+    auto first = running();
+    auto second = host();
+    EXPECT_THAT(second->open(),
+                HasSubstr("agent.lock: held by process " + std::to_string(::getpid())));
+    second.reset();
+    EXPECT_EQ(ask(*first, R"({"command":"good"})")[0]["output"], "good good\n");
+}
+
+TEST_F(HostTest, StartsAgainAfterACrash) {
+    // The child dies with its socket and its lock file in place.
+    const pid_t child = ::fork();
+    if (child == 0) {
+        auto host = this->host();
+        const bool opened = host->open().empty();
+        ::_exit(opened && std::filesystem::exists(host->config().controlSocket()) ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+    ASSERT_TRUE(std::filesystem::exists(directory_.path() / "root" / "control.sock"));
+    auto host = running();
+    EXPECT_EQ(ask(*host, R"({"command":"good"})")[0]["output"], "good good\n");
+}
+
+TEST_F(HostTest, AnUnusableRootIsAnError) {
+    std::ofstream{directory_.path() / "root"} << "a file";
+    EXPECT_THAT(host()->open(), HasSubstr("root"));
+}
+
+TEST_F(HostTest, TellsItsStatus) {
+    auto host = running();
+    clock_.advance(std::chrono::seconds{61});
+    const auto answer = ask(*host, R"({"command":"status","format":"json"})");
+    const auto status = nlohmann::json::parse(answer.at(0)["output"].get<std::string>());
+    EXPECT_EQ(status["agent"], "good");
+    EXPECT_EQ(status["upSeconds"], 61);
+    EXPECT_EQ(status["running"], true);
+    EXPECT_EQ(status["gnmi"]["port"], 4711);
+    EXPECT_EQ(status["state"]["open"], false);  // no forwarder yet, and that is no error
+    const auto text = ask(*host, R"({"command":"status"})").at(0)["output"].get<std::string>();
+    EXPECT_THAT(text, StartsWith("agent: good\n"));
+    EXPECT_THAT(text, HasSubstr("\ngnmi port: 4711\n"));
+}
+
+TEST_F(HostTest, ListsItsTasksWithTheirRuns) {
+    auto host = running();
+    Kiln::Task task{host->scheduler(), "Counted", 3, [] { return false; }};
+    task.schedule();
+    host->scheduler()->runUntilIdle();
+    const auto answer = ask(*host, R"({"command":"tasks","format":"json"})");
+    const auto tasks = nlohmann::json::parse(answer.at(0)["output"].get<std::string>());
+    const auto counted = std::find_if(
+        tasks.begin(), tasks.end(), [](const auto& each) { return each["name"] == "Counted"; });
+    ASSERT_NE(counted, tasks.end());
+    EXPECT_EQ((*counted)["runs"], 1);
+    EXPECT_EQ((*counted)["priority"], 3);
+}
+
+TEST_F(HostTest, SetsTraceLevels) {
+    auto host = running();
+    ask(*host, R"({"command":"trace","parameters":{"levels":"HostTestHandle=7"}})");
+    EXPECT_EQ(Blink::handle("HostTestHandle").level(), 7);
+    const auto wrong = ask(*host, R"({"command":"trace","parameters":{"levels":"loud"}})");
+    EXPECT_THAT(wrong.at(0)["error"].get<std::string>(), HasSubstr("loud"));
+    EXPECT_EQ(Blink::handle("HostTestHandle").level(), 7);
+}
+
+TEST_F(HostTest, ACommandThatThrowsIsAnErrorOfItsClientOnly) {
+    auto host = running();
+    EXPECT_EQ(ask(*host, R"({"command":"bad"})").at(0)["error"], "bad: bad luck");
+    EXPECT_EQ(ask(*host, R"({"command":"good"})").at(0)["output"], "good good\n");
+}
+
+TEST_F(HostTest, AReloadIsAnsweredOnceTheAgentWasTold) {
+    auto host = this->host();
+    ASSERT_EQ(host->open(), "");
+    writeConfiguration(*host, "one");
+    ASSERT_EQ(host->start(goodPlugin()), "");
+    for (int i = 0; i < 5; ++i) {
+        clock_.advance(std::chrono::seconds{1});
+        host->scheduler()->runUntilIdle();
+    }
+    ASSERT_TRUE(host->configurationReader().caughtUp());
+    const auto position = host->configurationReader().position();
+    writeConfiguration(*host, "two");  // its bell has rung; nobody has looked yet
+    const auto answer = ask(*host, R"({"command":"config reload"})");
+    ASSERT_EQ(answer.size(), 2U);
+    EXPECT_EQ(answer[0]["output"], "configuration read\n");
+    EXPECT_EQ(steps().back(), "doReinitialize");
+    EXPECT_GT(host->configurationReader().position(), position);
+}
+
+TEST_F(HostTest, AReloadWaitsForAStoreThatIsNotThereYet) {
+    auto host = running();
+    ControlPeer peer{host->config().controlSocket()};
+    peer.send("{\"command\":\"config reload\"}\n");
+    host->scheduler()->runUntilIdle();
+    peer.receive();
+    EXPECT_EQ(peer.received(), "");
+    EXPECT_EQ(steps().back(), "mounted");
+    writeConfiguration(*host, "one");
+    clock_.advance(std::chrono::seconds{2});
+    host->scheduler()->runUntilIdle();
+    peer.receive();
+    EXPECT_THAT(peer.received(), HasSubstr("configuration read"));
+    EXPECT_EQ(steps().back(), "doReinitialize");
+}
+
+TEST(RootLockTest, IsFreeAgainWhenItsHolderIsGone) {
+    const TestSupport::TempDir directory;
+    {
+        RootLock first;
+        EXPECT_EQ(first.take(directory.path(), "x.lock"), "");
+        RootLock second;
+        EXPECT_THAT(second.take(directory.path(), "x.lock"), HasSubstr("held by process"));
+    }
+    RootLock third;
+    EXPECT_EQ(third.take(directory.path(), "x.lock"), "");
+}
+
+TEST(RootLockTest, RootTrustsNoDirectoryOfSomebodyElse) {
+    if (::geteuid() != 0) { GTEST_SKIP() << "needs root"; }
+    const TestSupport::TempDir directory;
+    ASSERT_EQ(::chown(directory.path().c_str(), 12345, 12345), 0);
+    RootLock lock;
+    EXPECT_THAT(lock.take(directory.path(), "x.lock"), HasSubstr("belongs to user 12345"));
+}
+
+TEST(ListenAddressTest, ReadsBothFamilies) {
+    EXPECT_EQ(ListenAddress::parse("127.0.0.1:9339")->text(), "127.0.0.1:9339");
+    EXPECT_EQ(ListenAddress::parse("[::1]:1")->text(), "[::1]:1");
+    EXPECT_EQ(ListenAddress::parse("0.0.0.0:5")->reachable().text(), "127.0.0.1:5");
+    EXPECT_EQ(ListenAddress::parse("[::]:5")->reachable().text(), "[::1]:5");
+    for (const char* const wrong : {"",
+                                    ":",
+                                    "9339",
+                                    "localhost:1",
+                                    "127.0.0.1",
+                                    "127.0.0.1:",
+                                    "127.0.0.1:65536",
+                                    "::1:1",
+                                    "127.0.0.1:-1",
+                                    "127.0.0.1:1x",
+                                    "[127.0.0.1:1",
+                                    "[::1]",
+                                    "1.2.3:4"}) {
+        EXPECT_FALSE(ListenAddress::parse(wrong)) << wrong;
+    }
+}
+
+TEST(ListenAddressTest, NamesAnOccupiedPort) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    ASSERT_EQ(::listen(fd, 1), 0);
+    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    const ListenAddress listen{"127.0.0.1", ntohs(address.sin_port)};
+    EXPECT_EQ(listen.unusable(),
+              listen.text() + " is in use by another process; choose another with --listen");
+    ::close(fd);
+    EXPECT_EQ(listen.unusable(), "");
+    EXPECT_THAT((ListenAddress{"203.0.113.7", 1}).unusable(), StartsWith("203.0.113.7:1: "));
+}
+
+}  // namespace
+}  // namespace AgentHost

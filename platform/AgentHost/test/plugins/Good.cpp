@@ -1,0 +1,49 @@
+#include <fstream>
+#include <string>
+
+#include "platform/AgentHost/AgentBase.h"
+#include "platform/AgentHost/AgentPlugin.h"
+#include "platform/Vel/Errors.h"
+
+namespace {
+
+/// Notes each of its steps in the trace that the test reads, and answers a command.
+class GoodAgent final : public AgentHost::AgentBase {
+public:
+    using AgentBase::AgentBase;
+    ~GoodAgent() override { note("gone"); }
+
+    void doInit() override {
+        note("doInit");
+        if (name() == "throws") { throw Vel::RangeError{"no start today"}; }
+        cmdRequestDirSm()->agentCommandCallbackIs("good", [this](const auto&) {
+            return AgentHost::CommandReply{"good " + name() + "\n", {}};
+        });
+        cmdRequestDirSm()->agentCommandCallbackIs(
+            "bad",
+            [](const auto&) -> AgentHost::CommandReply { throw Vel::RangeError{"bad luck"}; });
+        const auto group = entityManager()->mountGroup(*this);
+        group->close(false, {}, {});
+    }
+    void doMountsComplete(Hubdb::MountStatus status,
+                          const Vel::Ref<Hubdb::EntityManager>& manager) override {
+        note(status == Hubdb::mountSuccess_ && manager == entityManager() ? "mounted"
+                                                                          : "not mounted");
+    }
+    void doReinitialize() override { note("doReinitialize"); }
+    void doStop() override { note("doStop"); }
+    void doCleanup() override { note("doCleanup"); }
+    std::uint16_t gnmiPort() const override { return 4711; }
+
+private:
+    void note(const std::string& step) {
+        std::ofstream{hostConfig().root / "steps", std::ios::app} << step << '\n';
+    }
+};
+
+}  // namespace
+
+extern "C" AgentHost::AgentBase* agentFactory(const char* name) {
+    return std::string{name} == "none" ? nullptr : new GoodAgent{name};
+}
+PEL_AGENT_REVISION();

@@ -1,0 +1,3 @@
+#include "platform/AgentHost/AgentPlugin.h"
+
+PEL_AGENT_REVISION();

@@ -1,0 +1,229 @@
+#include "platform/Gale/Journal.h"
+
+#include "platform/Gale/CursorPosition.h"
+#include "platform/Vel/Assert.h"
+
+#include <algorithm>
+#include <type_traits>
+
+namespace Gale {
+
+namespace {
+
+bool sameButStamp(const Content& content,
+                  std::string_view bytes,
+                  std::size_t contentOffset,
+                  std::span<const Reference> references) {
+    if (content.isValue()) { return false; }
+    const std::string_view held = content.view();
+    const auto heldReferences = content.references();
+    return held.size() == bytes.size() &&
+           held.substr(contentOffset) == bytes.substr(contentOffset) &&
+           std::equal(
+               heldReferences.begin(), heldReferences.end(), references.begin(), references.end());
+}
+
+std::string_view asAnnex(std::span<const Reference> references) {
+    return {reinterpret_cast<const char*>(references.data()), references.size_bytes()};
+}
+
+}  // namespace
+
+Journal::Batch::Batch(Journal& journal) : journal_(journal) {
+    ++journal_.batches_;
+}
+
+Journal::Batch::~Batch() {
+    journal_.endBatch();
+}
+
+Journal::Journal(Options options) : options_(std::move(options)) {}
+
+Journal::Journal() : Journal(Options{}) {}
+
+Journal::~Journal() {
+    VEL_ASSERT(readers_.empty());
+}
+
+bool Journal::update(Lane l,
+                     const EntryKey& key,
+                     std::string_view bytes,
+                     std::size_t contentOffset,
+                     std::span<const Reference> references) {
+    VEL_ASSERT(contentOffset <= bytes.size());
+    // Only this thread changes entries, so that it may look without the mutex.
+    const auto entry = lane(l).entries.find(key);
+    if (entry != lane(l).entries.end() &&
+        sameButStamp(entry->second.content, bytes, contentOffset, references)) {
+        return false;
+    }
+    put(l, key, entry, Content{SharedBytes::copyOf(bytes, asAnnex(references))});
+    return true;
+}
+
+bool Journal::updateValue(Lane l, const EntryKey& key, std::uint64_t value, std::int64_t stamp) {
+    VEL_ASSERT(stamp >= 0 && stamp <= (std::int64_t{1} << 62));
+    const auto entry = lane(l).entries.find(key);
+    if (entry != lane(l).entries.end() && entry->second.content.isValue() &&
+        entry->second.content.value() == value) {
+        return false;
+    }
+    put(l, key, entry, Content{value, stamp});
+    return true;
+}
+
+void Journal::put(Lane l, const EntryKey& key, Entries::iterator entry, Content content) {
+    const Batch batch{*this};
+    JournalLane& to = lane(l);
+    const std::lock_guard lock{mutex_};
+    const Position now = ++last_;
+    ++to.count;
+    if (entry == to.entries.end()) {
+        entry = to.entries.try_emplace(key).first;
+        entry->second.born = now;
+    } else {
+        overtake(l, entry->second.changed, now);
+    }
+    entry->second.changed = now;
+    entry->second.content = std::move(content);
+
+    JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
+    if (!changeNeeded(l, record)) { return; }
+    record.content = entry->second.content;
+    to.changes.append(std::move(record));
+}
+
+bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) {
+    JournalLane& from = lane(l);
+    const auto entry = from.entries.find(key);
+    if (entry == from.entries.end()) { return false; }
+
+    const Batch batch{*this};
+    const std::lock_guard lock{mutex_};
+    const Position now = ++last_;
+    ++from.count;
+    overtake(l, entry->second.changed, now);
+    JournalRecord tombstone{.key = key, .content = {}, .at = now, .born = entry->second.born};
+    from.entries.erase(entry);
+    for (CursorPosition* reader : readers_) { reader->noteRemoval(l, tombstone); }
+    if (tombstoneNeeded(l, tombstone)) {
+        tombstone.content = Content{SharedBytes::copyOf(deleteBytes)};
+        from.tombstones.keep(tombstone);
+        from.tombstones.append(std::move(tombstone));
+    }
+    return true;
+}
+
+/// The content that came at `at` is overtaken: it stays only while a cursor that is on its way
+/// needs it.
+void Journal::overtake(Lane l, Position at, Position by) {
+    JournalLog& changes = lane(l).changes;
+    JournalRecord* record = changes.find(at);
+    if (record == nullptr) { return; }
+    record->until = by;
+    if (changeNeeded(l, *record)) {
+        changes.keep(*record);
+    } else {
+        changes.kill(at);
+    }
+}
+
+void Journal::endBatch() {
+    if (--batches_ > 0 || head_ == last_) { return; }
+    {
+        const std::lock_guard lock{mutex_};
+        head_ = last_;
+        for (CursorPosition* reader : readers_) { departIfReady(*reader); }
+    }
+    if (options_.onAdvance) { options_.onAdvance(); }
+}
+
+const Content* Journal::find(Lane l, const EntryKey& key) const {
+    const Entries& entries = lanes_[index(l)].entries;
+    const auto entry = entries.find(key);
+    return entry != entries.end() ? &entry->second.content : nullptr;
+}
+
+Position Journal::head() const {
+    const std::lock_guard lock{mutex_};
+    return head_;
+}
+
+JournalStatistics Journal::statistics() const {
+    const std::lock_guard lock{mutex_};
+    JournalStatistics result;
+    for (std::size_t i = 0; i < kLanes; ++i) {
+        result.entries[i] = lanes_[i].entries.size();
+        result.changes[i] = lanes_[i].changes.size();
+        result.tombstones[i] = lanes_[i].tombstones.size();
+        result.overtaken += lanes_[i].changes.kept();
+    }
+    result.cursors = readers_.size();
+    return result;
+}
+
+bool Journal::changeNeeded(Lane l, const JournalRecord& record) const {
+    return std::any_of(readers_.begin(), readers_.end(), [&](const CursorPosition* reader) {
+        return reader->needsChange(l, record);
+    });
+}
+
+bool Journal::tombstoneNeeded(Lane l, const JournalRecord& record) const {
+    return std::any_of(readers_.begin(), readers_.end(), [&](const CursorPosition* reader) {
+        return reader->needsTombstone(l, record);
+    });
+}
+
+/// Forgets what every cursor has behind it, a little at a time.
+void Journal::trim(Lane l) {
+    Position changes = kNever;
+    Position tombstones = kNever;
+    for (const CursorPosition* reader : readers_) {
+        if (!has(reader->lanes, l)) { continue; }
+        changes = std::min(changes, reader->changesPassed[index(l)]);
+        tombstones = std::min(tombstones, reader->tombstonesPassed[index(l)]);
+    }
+    lane(l).changes.trim(changes);
+    lane(l).tombstones.trim(tombstones);
+}
+
+void Journal::attach(CursorPosition& reader) {
+    // In the middle of a batch the cursor begins with what is there so far.
+    reader.beginAt(last_);
+    readers_.push_back(&reader);
+}
+
+/// Gives a cursor at rest the head as its target, unless a batch is open: some of what was there at
+/// the head may have gone already.
+void Journal::departIfReady(CursorPosition& reader) {
+    if (!reader.atRest || head_ != last_) { return; }
+    if (reader.walking ? !reader.walkDone : head_ <= reader.seen) { return; }
+    std::array<Position, kLanes> counts{};
+    for (std::size_t i = 0; i < kLanes; ++i) { counts[i] = lanes_[i].count; }
+    reader.depart(head_, counts);
+}
+
+void Journal::detach(CursorPosition& reader) {
+    {
+        const std::lock_guard lock{mutex_};
+        std::erase(readers_, &reader);
+    }
+    for (std::size_t i = 0; i < kLanes; ++i) {
+        const Lane l = laneAt(i);
+        const auto change = [&](const JournalRecord& record) { return changeNeeded(l, record); };
+        const auto tombstone = [&](const JournalRecord& record) {
+            return tombstoneNeeded(l, record);
+        };
+        for (Position from = 0; from != kNever;) {
+            const std::lock_guard lock{mutex_};
+            trim(l);
+            from = lanes_[i].changes.sweep(from, change);
+        }
+        for (Position from = 0; from != kNever;) {
+            const std::lock_guard lock{mutex_};
+            from = lanes_[i].tombstones.sweep(from, tombstone);
+        }
+    }
+}
+
+}  // namespace Gale

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "platform/Gale/JournalEntry.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Gale {
+
+class ListSource;
+
+/// What an encoder says about one entry. Reused for one entry after the other, so that it stops
+/// allocating once it has grown.
+struct EncodedEntry {
+    /// One Notification: its stamp is there already, the encoder appends prefix, updates, atomic.
+    std::string notification;
+    /// Entries of earlier lanes (or of the same) that this one names.
+    std::vector<Reference> references;
+    /// Instead of bytes: what View::encodeValue makes the Notification of when it is sent.
+    std::optional<std::uint64_t> value;
+};
+
+/// Takes note of changed entries; the provider behind it encodes them later, in slices.
+class MarkSink {
+public:
+    MarkSink() = default;
+    MarkSink(const MarkSink&) = delete;
+    MarkSink& operator=(const MarkSink&) = delete;
+    virtual ~MarkSink() = default;
+    virtual void mark(ListSource& source, const EntryKey& key) = 0;
+    /// Everything that source.nextKey() comes by until it ends.
+    virtual void markAll(ListSource& source) = 0;
+};
+
+/// One collection of list entries in the tree or in shared memory: a directory of next hops, one
+/// route table. Subscribes to it, marks what changed, and reads it back when asked. Scheduler's
+/// thread only.
+class ListSource {
+public:
+    explicit ListSource(Lane lane) : lane_(lane) {}
+    ListSource(const ListSource&) = delete;
+    ListSource& operator=(const ListSource&) = delete;
+    virtual ~ListSource() = default;
+
+    Lane lane() const { return lane_; }
+    /// The provider that the source was given to; from now on marks are noted.
+    void sinkIs(MarkSink& sink) { sink_ = &sink; }
+
+    /// The source's first entry after the key (which need not be the source's own), or its first.
+    virtual std::optional<EntryKey> nextKey(const std::optional<EntryKey>& after) const = 0;
+    /// Reads the entry; false when it is not there.
+    virtual bool encode(const EntryKey& key, EncodedEntry& to) = 0;
+    /// Appends what a Notification needs besides its stamp to delete the entry.
+    virtual void encodeDelete(const EntryKey& key, std::string& notification) const = 0;
+
+protected:
+    void mark(const EntryKey& key) {
+        if (sink_ != nullptr) { sink_->mark(*this, key); }
+    }
+    void markAll() {
+        if (sink_ != nullptr) { sink_->markAll(*this); }
+    }
+
+private:
+    MarkSink* sink_ = nullptr;
+    Lane lane_;
+};
+
+}  // namespace Gale

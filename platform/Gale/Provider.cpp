@@ -1,0 +1,246 @@
+#include "platform/Gale/Provider.h"
+
+#include "platform/Blink/Trace.h"
+#include "platform/Gale/NotificationWriter.h"
+#include "platform/Gale/StampClock.h"
+#include "platform/Vel/Assert.h"
+
+#include <exception>
+#include <set>
+#include <utility>
+
+BLINK_TRACE_HANDLE("GaleProvider");
+
+namespace Gale {
+
+namespace {
+constexpr Kiln::TaskPriority kNotifyPriority = 3;
+
+Vel::Ref<Kiln::TaskGroup> orDefault(const Vel::Ref<Kiln::TaskGroup>& group,
+                                    const Vel::Ref<Kiln::TaskScheduler>& scheduler) {
+    return group ? group : scheduler->taskGroupIs("GaleNotify", kNotifyPriority, 0);
+}
+}  // namespace
+
+Provider::Provider(View& view,
+                   Journal& journal,
+                   StampClock& stamps,
+                   const Vel::Ref<Kiln::TaskScheduler>& scheduler,
+                   const Vel::Ref<Kiln::TaskGroup>& group,
+                   Kiln::Duration patience)
+    : view_(view),
+      journal_(journal),
+      stamps_(stamps),
+      scheduler_(scheduler),
+      waiting_(patience),
+      task_(scheduler, "GaleNotifyTask", orDefault(group, scheduler), [this] { return drain(); }),
+      releaseTask_(
+          scheduler, "GaleReleaseTask", orDefault(group, scheduler), [this] { return release(); }) {
+    view_.attach([this](std::unique_ptr<ListSource> source) { take(std::move(source)); });
+}
+
+Provider::~Provider() = default;
+
+void Provider::take(std::unique_ptr<ListSource> source) {
+    ListSource& taken = *source;
+    auto& lane = lanes_[index(taken.lane())];
+    lane.push_back(std::make_unique<Marked>());
+    lane.back()->source = std::move(source);
+    bySource_[&taken] = lane.back().get();
+    taken.sinkIs(*this);
+    markAll(taken);
+}
+
+Provider::Marked& Provider::marked(ListSource& source) {
+    const auto it = bySource_.find(&source);
+    VEL_ASSERT(it != bySource_.end());
+    return *it->second;
+}
+
+void Provider::mark(ListSource& source, const EntryKey& key) {
+    marked(source).backlog.insert(key);
+    task_.schedule();
+}
+
+void Provider::markAll(ListSource& source) {
+    marked(source).backlog.addAll(
+        [&source](const std::optional<EntryKey>& after) { return source.nextKey(after); });
+    task_.schedule();
+}
+
+Provider::Marked* Provider::nextMarked() {
+    for (auto& lane : lanes_) {
+        for (auto& each : lane) {
+            if (!each->backlog.empty()) { return each.get(); }
+        }
+    }
+    return nullptr;
+}
+
+Provider::Marked* Provider::lastWithRemovals() {
+    for (auto lane = lanes_.rbegin(); lane != lanes_.rend(); ++lane) {
+        for (auto& each : *lane) {
+            if (!each->removals.empty()) { return each.get(); }
+        }
+    }
+    return nullptr;
+}
+
+bool Provider::drain() {
+    const Journal::Batch batch{journal_};
+    while (Marked* const next = nextMarked()) {
+        while (const auto key = next->backlog.draw()) {
+            if (!process(*next->source, *key)) { next->removals.insert(*key); }
+            if (scheduler_->mustYield()) { return true; }
+            // What was just shown may have woken an entry of an earlier lane: not before its turn.
+        }
+    }
+    // Whoever referred to what goes has been shown without it, or goes first.
+    while (Marked* const last = lastWithRemovals()) {
+        const auto key = last->removals.draw();
+        if (key && !process(*last->source, *key)) { remove(*last->source, *key); }
+        if (scheduler_->mustYield()) { return true; }
+    }
+    return false;
+}
+
+/// Shows the entry as it is now. False when it is gone and a client may still hold it: to be removed.
+bool Provider::process(ListSource& source, const EntryKey& key) {
+    ++statistics_.encoded;
+    entry_.notification.clear();
+    entry_.references.clear();
+    entry_.value.reset();
+    NotificationWriter{entry_.notification}.stamp(stamps_.next());
+    try {
+        if (source.encode(key, entry_)) {
+            show(source, key);
+        } else if (present({source.lane(), key})) {
+            return false;
+        } else if (Waiting::awaited(source.lane())) {
+            wake(waiting_.absent({source.lane(), key}));
+        }
+    } catch (const std::exception& error) {
+        ++statistics_.failed;
+        TRACE5("lane {} entry {}/{}/{} cannot be encoded: {}",
+               index(source.lane()),
+               key.scope,
+               key.hi,
+               key.lo,
+               error.what());
+    }
+    return true;
+}
+
+bool Provider::present(const Reference& entry) const {
+    return journal_.find(entry.lane, entry.key) != nullptr;
+}
+
+/// Whether the encoded entry names one that may still come. References to what is not there are
+/// dropped on the way.
+bool Provider::heldBack(ListSource& source, const EntryKey& key) {
+    if (entry_.value) { entry_.references.push_back(view_.referenceOf(*entry_.value)); }
+    std::size_t kept = 0;
+    for (const Reference& reference : entry_.references) {
+        if (present(reference)) {
+            entry_.references[kept++] = reference;
+        } else if (Waiting::awaited(reference.lane) && !waiting_.givenUp(reference)) {
+            waiting_.add(reference, {&source, key}, scheduler_->clock().now());
+            scheduleRelease();
+            return true;
+        }
+    }
+    entry_.references.resize(kept);
+    return false;
+}
+
+void Provider::show(ListSource& source, const EntryKey& key) {
+    if (heldBack(source, key)) { return; }
+    const Lane lane = source.lane();
+    const std::int64_t stamp = stamps_.next();
+    const Reference self{lane, key};
+    const bool isNew = Waiting::awaited(lane) && !present(self);
+    const bool changed = entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp)
+                                      : journal_.update(lane,
+                                                        key,
+                                                        entry_.notification,
+                                                        NotificationWriter::kStampBytes,
+                                                        entry_.references);
+    if (!changed) {
+        ++statistics_.unchanged;
+        return;
+    }
+    ++statistics_.changed;
+    stamps_.used(stamp);
+    if (isNew) { wake(waiting_.appeared(self)); }
+}
+
+void Provider::remove(ListSource& source, const EntryKey& key) {
+    const Reference self{source.lane(), key};
+    const std::int64_t stamp = stamps_.next();
+    entry_.notification.clear();
+    NotificationWriter{entry_.notification}.stamp(stamp);
+    source.encodeDelete(key, entry_.notification);
+    journal_.remove(self.lane, key, entry_.notification);
+    stamps_.used(stamp);
+    ++statistics_.removed;
+    if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
+}
+
+void Provider::wake(Waiting::Waiters waiters) {
+    constexpr std::size_t kFew = 256;
+    if (waiters.size() <= kFew) {
+        for (const auto& [source, key] : waiters) { mark(*source, key); }
+        return;
+    }
+    std::set<ListSource*> sources;
+    for (auto it = waiters.begin(); it != waiters.end();) {
+        sources.insert(it->first);
+        it = waiters.upper_bound({it->first, EntryKey{kNever, kNever, kNever}});
+    }
+    // Drawn as the walk comes to them: a group may have a million prefixes.
+    const auto shared = std::make_shared<const Waiting::Waiters>(std::move(waiters));
+    for (ListSource* const source : sources) {
+        marked(*source).backlog.addAll(
+            [shared, source](const std::optional<EntryKey>& after) -> std::optional<EntryKey> {
+                const auto it = after ? shared->upper_bound({source, *after})
+                                      : shared->lower_bound({source, EntryKey{}});
+                if (it == shared->end() || it->first != source) { return std::nullopt; }
+                return it->second;
+            });
+    }
+    task_.schedule();
+}
+
+bool Provider::release() {
+    const auto missing = waiting_.overdue(scheduler_->clock().now());
+    if (missing) {
+        auto waiters = waiting_.absent(*missing);
+        statistics_.released += waiters.size();
+        TRACE5("lane {} entry {}/{}/{} did not come: {} entries that name it are shown",
+               index(missing->lane),
+               missing->key.scope,
+               missing->key.hi,
+               missing->key.lo,
+               waiters.size());
+        wake(std::move(waiters));
+        return true;
+    }
+    scheduleRelease();
+    return false;
+}
+
+void Provider::scheduleRelease() {
+    if (releaseTask_.scheduled()) { return; }
+    if (const auto due = waiting_.nextDue()) {
+        const auto now = scheduler_->clock().now();
+        releaseTask_.scheduleAfter(*due > now ? *due - now : Kiln::Duration::zero());
+    }
+}
+
+ProviderStatistics Provider::statistics() const {
+    ProviderStatistics all = statistics_;
+    all.waiting = waiting_.size();
+    return all;
+}
+
+}  // namespace Gale

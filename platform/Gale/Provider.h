@@ -1,0 +1,87 @@
+#pragma once
+
+#include "platform/Gale/Journal.h"
+#include "platform/Gale/ListSource.h"
+#include "platform/Gale/View.h"
+#include "platform/Gale/Waiting.h"
+#include "platform/Kiln/TaskScheduler.h"
+#include "platform/Kiln/WalkMachine.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace Gale {
+
+class StampClock;
+
+struct ProviderStatistics {
+    std::uint64_t encoded = 0;    ///< entries looked at
+    std::uint64_t changed = 0;    ///< of these: new content
+    std::uint64_t unchanged = 0;  ///< the same bytes as before
+    std::uint64_t removed = 0;
+    std::uint64_t failed = 0;    ///< encoders that threw
+    std::uint64_t released = 0;  ///< entries awaited in vain for the whole patience
+    std::size_t waiting = 0;     ///< entries that wait for one they name
+};
+
+/// Carries a view's entries into its journal: notes which entries changed, and encodes each once,
+/// in slices of a task of the given group, lanes in order of reference.
+///
+/// An entry that names a missing one is held back (its earlier content stays shown) until the
+/// missing one appears, or was looked at and is not there, or patience is over. The journal's
+/// references name present entries only. Scheduler's thread.
+class Provider final : public MarkSink {
+public:
+    /// All references outlive the provider. `group` null: priority 3.
+    Provider(View& view,
+             Journal& journal,
+             StampClock& stamps,
+             const Vel::Ref<Kiln::TaskScheduler>& scheduler,
+             const Vel::Ref<Kiln::TaskGroup>& group,
+             Kiln::Duration patience);
+    ~Provider() override;
+
+    void mark(ListSource& source, const EntryKey& key) override;
+    void markAll(ListSource& source) override;
+
+    ProviderStatistics statistics() const;
+
+private:
+    struct Marked {
+        std::unique_ptr<ListSource> source;
+        Kiln::Backlog<EntryKey> backlog;
+        Kiln::Backlog<EntryKey> removals;  // gone; taken out once nothing is left to show
+    };
+
+    void take(std::unique_ptr<ListSource> source);
+    Marked& marked(ListSource& source);
+    Marked* nextMarked();
+    Marked* lastWithRemovals();
+    bool drain();
+    bool process(ListSource& source, const EntryKey& key);
+    void show(ListSource& source, const EntryKey& key);
+    void remove(ListSource& source, const EntryKey& key);
+    bool present(const Reference& entry) const;
+    bool heldBack(ListSource& source, const EntryKey& key);
+    void wake(Waiting::Waiters waiters);
+    bool release();
+    void scheduleRelease();
+
+    View& view_;
+    Journal& journal_;
+    StampClock& stamps_;
+    const Vel::Ref<Kiln::TaskScheduler> scheduler_;
+    std::array<std::vector<std::unique_ptr<Marked>>, kLanes> lanes_;
+    std::unordered_map<ListSource*, Marked*> bySource_;
+    Waiting waiting_;
+    ProviderStatistics statistics_;
+    EncodedEntry entry_;  // scratch
+    Kiln::Task task_;
+    Kiln::Task releaseTask_;
+};
+
+}  // namespace Gale

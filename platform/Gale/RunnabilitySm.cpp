@@ -1,0 +1,263 @@
+#include "platform/Gale/RunnabilitySm.h"
+
+#include "platform/Blink/Trace.h"
+#include "platform/Gale/Channel.h"
+#include "platform/Gale/GnmiService.h"
+#include "platform/Gale/Provider.h"
+#include "platform/Gale/StampClock.h"
+#include "platform/Gale/View.h"
+#include "platform/Gale/Wire/Server.h"
+#include "platform/Hubdb/EntityManager.h"
+#include "platform/Mesa/EntityManager.h"
+#include "platform/Vel/Assert.h"
+
+#include <utility>
+
+#include <fmt/format.h>
+
+BLINK_TRACE_HANDLE("GaleRunnabilitySm");
+
+namespace Gale {
+
+namespace {
+
+constexpr Kiln::Duration kRetry = std::chrono::seconds(5);
+constexpr Kiln::TaskPriority kRetryPriority = 5;
+constexpr const char* kServerEntity = "server";
+
+bool isLoopback(const std::string& address) {
+    return address.starts_with("127.") || address == "::1";
+}
+
+ViewInputs viewInputs(Vel::Ref<Vel::Dir> root, const std::vector<ExtraProvider>& extraProviders) {
+    ViewInputs inputs;
+    inputs.root = std::move(root);
+    inputs.defaultInstance = hostConfig().defaultInstance;
+    for (const ExtraProvider& extra : extraProviders) {
+        const Vel::Ref<TableProvider> provider = extra.make();
+        if (!provider || !provider->tables()) {
+            TRACE5("provider {} has no tables", extra.name);
+            continue;
+        }
+        inputs.tables = provider->tables();
+        for (std::string& prefix : provider->tablePrefixes()) {
+            inputs.tablePrefixes.push_back(std::move(prefix));
+        }
+    }
+    return inputs;
+}
+
+std::string statusLine(const Channel& channel) {
+    const ProviderStatistics provider = channel.provider->statistics();
+    const JournalStatistics journal = channel.journal.statistics();
+    return fmt::format(
+        "view {}: next hops {}, groups {}, prefixes {}, flags {}; encoded {}, changed {}, removed "
+        "{}, waiting {}, released {}, failed {}",
+        channel.origin,
+        journal.entries[index(Lane::nextHops)],
+        journal.entries[index(Lane::groups)],
+        journal.entries[index(Lane::prefixes)],
+        journal.entries[index(Lane::flags)],
+        provider.encoded,
+        provider.changed,
+        provider.removed,
+        provider.waiting,
+        provider.released,
+        provider.failed);
+}
+
+std::vector<std::string> statusLines(const std::vector<SubscriberStatus>& subscribers) {
+    std::vector<std::string> lines;
+    lines.reserve(subscribers.size());
+    for (const SubscriberStatus& each : subscribers) {
+        lines.push_back(fmt::format(
+            "subscriber {}: target \"{}\", {}, sent {} ({} bytes), coalesced {}, lag {}",
+            each.peer,
+            each.target,
+            each.synced ? "synced" : "initial set",
+            each.messages,
+            each.bytes,
+            each.coalesced,
+            each.lag));
+    }
+    return lines;
+}
+
+}  // namespace
+
+class RunnabilitySm::Impl {
+public:
+    Impl(Vel::Ref<Vel::Dir> runnabilityDir,
+         const Vel::Ref<Hubdb::EntityManager>& entityManager,
+         ServerConfig serverConfig,
+         const std::optional<CustomProviderConfig>& customProviderConfig,
+         const std::vector<ExtraProvider>& extraProviders,
+         Vel::Ref<Vel::Sm> cmdRequestDirSm,
+         Vel::Ref<Kiln::TaskScheduler> scheduler);
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+    ~Impl() { stop(); }
+
+    void start();
+    void stop();
+    void status(std::function<void(std::vector<std::string>)> answer);
+
+    bool running = false;
+    std::string error;
+    std::uint16_t port() const { return running ? server_->port() : std::uint16_t{0}; }
+
+private:
+    std::string where() const {
+        return fmt::format("{} port {}", config_.wire.address, config_.wire.port);
+    }
+
+    const HostConfig config_;
+    const ServerConfig serverConfig_;
+    const Vel::Ref<Vel::Dir> runnabilityDir_;
+    const Vel::Ref<Vel::Sm> cmdRequestDirSm_;
+    const Vel::Ref<Kiln::TaskScheduler> scheduler_;
+    StampClock stamps_;
+    std::vector<std::unique_ptr<Channel>> channels_;  // outlive the server: its cursors
+    std::unique_ptr<GnmiService> service_;
+    std::unique_ptr<Wire::Server> server_;
+    Kiln::Task retryTask_;
+};
+
+RunnabilitySm::Impl::Impl(Vel::Ref<Vel::Dir> runnabilityDir,
+                          const Vel::Ref<Hubdb::EntityManager>& entityManager,
+                          ServerConfig serverConfig,
+                          const std::optional<CustomProviderConfig>& customProviderConfig,
+                          const std::vector<ExtraProvider>& extraProviders,
+                          Vel::Ref<Vel::Sm> cmdRequestDirSm,
+                          Vel::Ref<Kiln::TaskScheduler> scheduler)
+    : config_(hostConfig()),
+      serverConfig_(std::move(serverConfig)),
+      runnabilityDir_(std::move(runnabilityDir)),
+      cmdRequestDirSm_(std::move(cmdRequestDirSm)),
+      scheduler_(std::move(scheduler)),
+      stamps_(scheduler_->clock(), config_.stampFile),
+      retryTask_(scheduler_, "GaleRetryTask", kRetryPriority, [this] {
+          start();
+          return false;
+      }) {
+    const auto outputs = entityManager->globalDir()->entity<Vel::Dir>(entityManager->name());
+    const auto root =
+        outputs ? outputs->entity<Vel::Dir>(serverConfig_.rootName) : Vel::Ref<Vel::Dir>{};
+    VEL_ASSERT_TEXT(static_cast<bool>(root), "the streamed tree is there");
+    const ViewInputs inputs = viewInputs(root, extraProviders);
+    for (const auto& [origin, factory] : views()) {
+        channels_.push_back(std::make_unique<Channel>(
+            origin, factory(inputs), [this] { service_->subscribers().wake(); }));
+    }
+    server_ = std::make_unique<Wire::Server>(config_.wire, scheduler_->clock());
+    service_ = std::make_unique<GnmiService>(
+        scheduler_->clock(), channels_, config_.limits, [this](std::function<void()> work) {
+            server_->post(std::move(work));
+        });
+    service_->addTo(server_->router());
+    // Last: what they put into the journals wakes the service.
+    const auto group =
+        customProviderConfig ? customProviderConfig->notifyTaskGroup : Vel::Ref<Kiln::TaskGroup>{};
+    for (const auto& channel : channels_) {
+        channel->provider = std::make_unique<Provider>(
+            *channel->view, channel->journal, stamps_, scheduler_, group, config_.referenceWait);
+    }
+}
+
+void RunnabilitySm::Impl::start() {
+    if (!isLoopback(config_.wire.address) && !config_.clearTextOnAnyAddress) {
+        error = where() +
+                ": clear text is served on loopback addresses only, unless the host's "
+                "configuration allows it on any address";
+        TRACE5("{}", error);
+        return;
+    }
+    if (auto failure = server_->listen()) {
+        error = std::move(*failure);
+        TRACE5("agent {} cannot serve: {}; trying again in 5 s", serverConfig_.agentName, error);
+        retryTask_.scheduleAfter(kRetry);
+        return;
+    }
+    error.clear();
+    server_->start();
+    running = true;
+    TRACE7("agent {} serves {} on {}", serverConfig_.agentName, serverConfig_.rootName, where());
+    if (runnabilityDir_) { runnabilityDir_->insert(Vel::make<Vel::Entity>(kServerEntity)); }
+}
+
+void RunnabilitySm::Impl::stop() {
+    retryTask_.unschedule();
+    if (running) {
+        server_->stop(config_.stopGrace);
+        running = false;
+        error = "stopped";
+        if (runnabilityDir_) { runnabilityDir_->entityDel(kServerEntity); }
+    }
+    // In this order: calls hold cursors, journals wake the service, providers write the journals.
+    for (const auto& channel : channels_) { channel->provider.reset(); }
+    server_.reset();
+    channels_.clear();
+    service_.reset();
+}
+
+void RunnabilitySm::Impl::status(std::function<void(std::vector<std::string>)> answer) {
+    std::vector<std::string> lines;
+    lines.push_back(running ? "serving on " + where() : "not serving: " + error);
+    for (const auto& channel : channels_) { lines.push_back(statusLine(*channel)); }
+    if (!running) {
+        answer(std::move(lines));
+        return;
+    }
+    server_->post([this, lines = std::move(lines), answer = std::move(answer)]() mutable {
+        for (std::string& line : statusLines(service_->subscribers().status())) {
+            lines.push_back(std::move(line));
+        }
+        scheduler_->post([lines = std::move(lines), answer = std::move(answer)]() mutable {
+            answer(std::move(lines));
+        });
+    });
+}
+
+RunnabilitySm::RunnabilitySm(Vel::Ref<Vel::Dir> runnabilityDir,
+                             const Vel::Ref<Hubdb::EntityManager>& entityManager,
+                             ServerConfig serverConfig,
+                             const std::optional<CustomProviderConfig>& customProviderConfig,
+                             const std::vector<ExtraProvider>& extraProviders,
+                             Vel::Ref<Vel::Sm> cmdRequestDirSm,
+                             Vel::Ref<Kiln::TaskScheduler> scheduler)
+    : impl_(std::make_unique<Impl>(std::move(runnabilityDir),
+                                   entityManager,
+                                   std::move(serverConfig),
+                                   customProviderConfig,
+                                   extraProviders,
+                                   std::move(cmdRequestDirSm),
+                                   std::move(scheduler))) {
+    handleInitialized();
+}
+
+RunnabilitySm::~RunnabilitySm() = default;
+
+void RunnabilitySm::handleInitialized() {
+    TRACE9("");
+    impl_->start();
+}
+
+void RunnabilitySm::handleCleanup() {
+    TRACE9("");
+    impl_->stop();
+}
+
+bool RunnabilitySm::running() const {
+    return impl_->running;
+}
+std::uint16_t RunnabilitySm::port() const {
+    return impl_->port();
+}
+const std::string& RunnabilitySm::error() const {
+    return impl_->error;
+}
+void RunnabilitySm::status(std::function<void(std::vector<std::string>)> answer) {
+    impl_->status(std::move(answer));
+}
+
+}  // namespace Gale

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/Gale/Cursor.h"
+#include "platform/Gale/EntryFilter.h"
+#include "platform/Gale/Server.h"
+#include "platform/Gale/Wire/Status.h"
+
+#include <memory>
+#include <span>
+#include <string>
+#include <variant>
+
+namespace gnmi {
+class SubscribeRequest;
+}
+
+namespace Gale {
+
+class Channel;
+
+/// What a Subscribe call asks for, checked and compiled.
+struct SubscribePlan {
+    Channel* channel = nullptr;
+    Cursor::Mode mode = Cursor::Mode::stream;
+    std::string target;  ///< echoed in every response; empty: none
+    std::shared_ptr<const EntryFilter> filter;
+};
+
+/// The plan of a call's first message, or the status that ends the call.
+std::variant<SubscribePlan, Wire::Status> planSubscribe(
+    const gnmi::SubscribeRequest& request,
+    std::span<const std::unique_ptr<Channel>> channels,
+    const Limits& limits);
+
+}  // namespace Gale

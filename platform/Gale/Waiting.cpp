@@ -1,0 +1,55 @@
+#include "platform/Gale/Waiting.h"
+
+namespace Gale {
+
+void Waiting::add(const Reference& missing, const Waiter& waiter, Kiln::TimePoint now) {
+    const auto [it, isNew] = missing_.try_emplace(missing);
+    if (isNew) {
+        it->second.since = now;
+        bySince_.emplace_back(now, missing);
+    }
+    if (it->second.waiters.insert(waiter).second) { ++size_; }
+}
+
+Waiting::Waiters Waiting::appeared(const Reference& entry) {
+    absent_.erase(entry);
+    absentEarlier_.erase(entry);
+    return take(entry);
+}
+
+Waiting::Waiters Waiting::absent(const Reference& entry) {
+    if (absent_.size() == kRemembered) {
+        absentEarlier_ = std::move(absent_);
+        absent_ = {};
+    }
+    absent_.insert(entry);
+    return take(entry);
+}
+
+Waiting::Waiters Waiting::take(const Reference& entry) {
+    const auto it = missing_.find(entry);
+    if (it == missing_.end()) { return {}; }
+    Waiters waiters = std::move(it->second.waiters);
+    missing_.erase(it);
+    size_ -= waiters.size();
+    return waiters;
+}
+
+std::optional<Reference> Waiting::overdue(Kiln::TimePoint now) {
+    while (!bySince_.empty()) {
+        const auto [since, missing] = bySince_.front();
+        const auto it = missing_.find(missing);
+        const bool waiting = it != missing_.end() && it->second.since == since;
+        if (waiting && since + patience_ > now) { return std::nullopt; }
+        bySince_.pop_front();
+        if (waiting) { return missing; }
+    }
+    return std::nullopt;
+}
+
+std::optional<Kiln::TimePoint> Waiting::nextDue() const {
+    if (missing_.empty() || bySince_.empty()) { return std::nullopt; }
+    return bySince_.front().first + patience_;
+}
+
+}  // namespace Gale

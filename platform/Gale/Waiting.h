@@ -1,0 +1,67 @@
+#pragma once
+
+#include "absl/container/btree_set.h"
+#include "absl/container/flat_hash_map.h"
+#include "absl/container/flat_hash_set.h"
+#include "platform/Gale/JournalEntry.h"
+#include "platform/Gale/ListSource.h"
+#include "platform/Kiln/Clock.h"
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace Gale {
+
+/// Entries that name one which is not there yet. They wait until it appears, or until it has been
+/// looked at once and is known not to be there, or until their patience is over. An entry that
+/// misses several waits for one after the other.
+///
+/// What is known not to be there is remembered for the latest quarter of a million, so that who
+/// comes later does not wait in vain; beyond that only patience helps.
+class Waiting final {
+public:
+    using Waiter = std::pair<ListSource*, EntryKey>;
+    using Waiters = absl::btree_set<Waiter>;
+
+    explicit Waiting(Kiln::Duration patience) : patience_(patience) {}
+
+    /// Whether entries wait for one of this lane at all.
+    static bool awaited(Lane lane) { return lane == Lane::nextHops || lane == Lane::groups; }
+
+    /// Whether the missing entry is known not to come.
+    bool givenUp(const Reference& missing) const {
+        return absent_.contains(missing) || absentEarlier_.contains(missing);
+    }
+    void add(const Reference& missing, const Waiter& waiter, Kiln::TimePoint now);
+    /// The entry is there: those who waited for it.
+    Waiters appeared(const Reference& entry);
+    /// The entry was looked at and is not there: those who waited for it in vain.
+    Waiters absent(const Reference& entry);
+    /// One whose waiters' patience is over; it counts as absent now.
+    std::optional<Reference> overdue(Kiln::TimePoint now);
+    /// When to ask overdue() next.
+    std::optional<Kiln::TimePoint> nextDue() const;
+
+    std::size_t size() const { return size_; }
+
+private:
+    struct Missing {
+        Kiln::TimePoint since;
+        Waiters waiters;
+    };
+    static constexpr std::size_t kRemembered = 1U << 17U;
+
+    Waiters take(const Reference& entry);
+
+    const Kiln::Duration patience_;
+    absl::flat_hash_map<Reference, Missing> missing_;
+    std::deque<std::pair<Kiln::TimePoint, Reference>> bySince_;  // some no longer missing
+    absl::flat_hash_set<Reference> absent_;
+    absl::flat_hash_set<Reference> absentEarlier_;
+    std::size_t size_ = 0;
+};
+
+}  // namespace Gale

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <protozero/buffer_string.hpp>
+#include <protozero/varint.hpp>
+
+// The few pieces of protobuf's wire format that notifications are made of.
+namespace Gale::WireFields {
+
+/// Tag of a field whose number is below 16.
+constexpr char lengthTag(int field) {
+    return static_cast<char>((field << 3) | 2);
+}
+constexpr char varintTag(int field) {
+    return static_cast<char>(field << 3);
+}
+
+inline void appendVarint(std::string& to, std::uint64_t value) {
+    protozero::add_varint_to_buffer(&to, value);
+}
+inline std::size_t varintSize(std::uint64_t value) {
+    return static_cast<std::size_t>(protozero::length_of_varint(value));
+}
+/// Of a field with `bytes` of content.
+inline std::size_t fieldSize(std::size_t bytes) {
+    return 1 + varintSize(bytes) + bytes;
+}
+/// What goes before the content of a field.
+inline void appendHead(std::string& to, int field, std::size_t bytes) {
+    to.push_back(lengthTag(field));
+    appendVarint(to, bytes);
+}
+inline void appendField(std::string& to, int field, std::string_view content) {
+    appendHead(to, field, content.size());
+    to.append(content);
+}
+
+}  // namespace Gale::WireFields

@@ -1,0 +1,215 @@
+#include "platform/Gale/test/ServiceFixture.h"
+#include "test/support/TempDir.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+namespace Gale {
+namespace {
+
+using testing::ElementsAre;
+
+class ProviderTest : public ServiceFixture, public testing::WithParamInterface<bool> {
+protected:
+    ProviderTest() {
+        if (GetParam()) { scheduler->yieldPolicyIs(std::make_unique<Kiln::AlwaysYield>()); }
+    }
+    std::size_t shown(Lane lane) { return channel().journal.statistics().entries[index(lane)]; }
+    ProviderStatistics statistics() { return channel().provider->statistics(); }
+};
+
+TEST_P(ProviderTest, AGroupWaitsForItsMember) {
+    view->herds.set(7, {{1, 2}});
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(statistics().waiting, 1U);
+    view->beasts.set(1, "red");
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U) << "the other one is still missing";
+    view->beasts.set(2, "blue");
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U);
+    EXPECT_EQ(statistics().waiting, 0U);
+    EXPECT_EQ(channel().journal.find(Lane::groups, {0, 0, 7})->references().size(), 2U);
+}
+
+TEST_P(ProviderTest, AMemberThatWasLookedAtAndIsNotThereHoldsNobody) {
+    view->herds.set(7, {{1, 2}});
+    view->beasts.set(2, "blue");
+    settle();
+    view->beasts.publish(1);  // processed, without an entry
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U);
+    const auto references = channel().journal.find(Lane::groups, {0, 0, 7})->references();
+    ASSERT_EQ(references.size(), 1U) << "only to what is there";
+    EXPECT_EQ(references[0].key.lo, 2U);
+    view->herds.set(8, {{1}});  // and it is remembered for those who come later
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 2U);
+    EXPECT_EQ(statistics().released, 0U);
+}
+
+TEST_P(ProviderTest, PatienceEnds) {
+    view->herds.set(7, {{1}});
+    view->fields.set(5, 7);
+    settle();
+    advance(std::chrono::seconds(29));
+    EXPECT_EQ(statistics().waiting, 2U);
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    advance(std::chrono::seconds(1));
+    EXPECT_EQ(shown(Lane::groups), 1U);
+    EXPECT_EQ(shown(Lane::prefixes), 1U);
+    EXPECT_EQ(statistics().waiting, 0U);
+    // What an entry waited for may come all the same.
+    view->beasts.set(1, "red");
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 1U);
+}
+
+TEST_P(ProviderTest, AShownEntryKeepsItsContentWhileTheNewOneWaits) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    settle();
+    view->herds.set(7, {{2}});
+    settle();
+    const auto* content = channel().journal.find(Lane::groups, {0, 0, 7});
+    ASSERT_NE(content, nullptr);
+    EXPECT_EQ(content->references()[0].key.lo, 1U);
+    view->beasts.set(2, "blue");
+    settle();
+    EXPECT_EQ(channel().journal.find(Lane::groups, {0, 0, 7})->references()[0].key.lo, 2U);
+}
+
+TEST_P(ProviderTest, AnEntryDeletedWhileItWaitsIsForgotten) {
+    view->herds.set(7, {{1}});
+    settle();
+    view->herds.erase(7);
+    view->beasts.set(1, "red");
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(statistics().waiting, 0U);
+    EXPECT_EQ(statistics().removed, 0U);
+}
+
+TEST_P(ProviderTest, ManyWaitersAreWoken) {
+    for (std::uint64_t i = 1; i <= 1000; ++i) { view->fields.set(i, 7); }
+    settle();
+    EXPECT_EQ(shown(Lane::prefixes), 0U);
+    EXPECT_EQ(statistics().waiting, 1000U);
+    view->herds.set(7, {});
+    settle();
+    EXPECT_EQ(shown(Lane::prefixes), 1000U);
+    EXPECT_EQ(statistics().waiting, 0U);
+}
+
+TEST_P(ProviderTest, AnEncoderThatThrowsCostsItsEntryOnly) {
+    view->encoderFails = 1;
+    view->beasts.set(1, "red");
+    view->beasts.set(2, "blue");
+    settle();
+    EXPECT_EQ(statistics().failed, 1U);
+    EXPECT_EQ(shown(Lane::nextHops), 1U);
+    view->beasts.publish(1);
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 2U);
+}
+
+TEST_P(ProviderTest, WhatGoesTogetherGoesInReverseOrderOfReference) {
+    constexpr std::uint64_t kEach = 40;
+    for (std::uint64_t i = 1; i <= kEach; ++i) {
+        view->beasts.set(i, "red");
+        view->herds.set(i, {{i}});
+        view->fields.set(i, i);
+    }
+    settle();
+    ASSERT_EQ(shown(Lane::prefixes), kEach);
+    std::size_t slices = 0;
+    const auto watch = scheduler->onSliceEnd().subscribe([&] {
+        ++slices;
+        if (shown(Lane::groups) < kEach) { EXPECT_EQ(shown(Lane::prefixes), 0U); }
+        if (shown(Lane::nextHops) < kEach) { EXPECT_EQ(shown(Lane::groups), 0U); }
+    });
+    view->beasts.clear();  // the walks have no order among each other
+    view->herds.clear();
+    view->fields.clear();
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 0U);
+    EXPECT_GT(slices, 0U);
+}
+
+TEST_P(ProviderTest, AnEntryThatComesBackBeforeItsRemovalStays) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    settle();
+    const auto removed = statistics().removed;
+    view->beasts.erase(1);
+    view->beasts.set(1, "red");
+    settle();
+    EXPECT_EQ(statistics().removed, removed);
+    EXPECT_EQ(shown(Lane::nextHops), 1U);
+}
+
+TEST_P(ProviderTest, StampsGrowEvenWhileTimeStandsStill) {
+    const std::int64_t before = stamps.last();
+    view->beasts.set(1, "red");
+    settle();
+    const std::int64_t first = stamps.last();
+    EXPECT_GT(first, before);
+    view->beasts.set(1, "green");
+    settle();
+    EXPECT_EQ(stamps.last(), first + 1);
+    view->beasts.publish(1);  // unchanged
+    settle();
+    EXPECT_EQ(stamps.last(), first + 1);
+    EXPECT_EQ(statistics().unchanged, 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(, ProviderTest, testing::Bool(), [](const auto& always) {
+    return std::string{always.param ? "AlwaysYield" : "NeverYield"};
+});
+
+TEST(StampClock, GoesOnAboveTheLastStampAfterARestart) {
+    const TestSupport::TempDir dir;
+    const auto file = dir.path() / "stamp";
+    Kiln::VirtualClock clock;
+    std::int64_t last = 0;
+    {
+        StampClock stamps{clock, file};
+        for (int i = 0; i < 3; ++i) { stamps.used(stamps.next()); }
+        last = stamps.last();
+        EXPECT_EQ(last, clock.wallNanoseconds() + 2);
+    }
+    StampClock after{clock, file};
+    EXPECT_EQ(after.next(), last + 1);
+}
+
+TEST(StampClock, GoesOnAboveTheMarkAfterACrash) {
+    const TestSupport::TempDir dir;
+    const auto file = dir.path() / "stamp";
+    Kiln::VirtualClock clock;
+    StampClock crashed{clock, file};
+    clock.advance(std::chrono::seconds(100));
+    crashed.used(crashed.next());
+    Kiln::VirtualClock setBack;
+    const StampClock after{setBack, file};  // the other one has not said good-bye
+    EXPECT_GT(after.next(), crashed.last());
+    EXPECT_LT(after.next(), crashed.last() + 31'000'000'000);
+}
+
+TEST(StampClock, AFileThatIsNoneIsIgnored) {
+    const TestSupport::TempDir dir;
+    const auto file = dir.path() / "stamp";
+    Kiln::VirtualClock clock;
+    for (const char* const content : {"", "rubbish", "-5", "9223372036854775807", "1e300"}) {
+        std::ofstream{file} << content;
+        const StampClock stamps{clock, file};
+        EXPECT_EQ(stamps.next(), clock.wallNanoseconds()) << content;
+        std::filesystem::remove(file);
+    }
+    const StampClock nowhere{clock, dir.path() / "no" / "such"};
+    EXPECT_EQ(nowhere.next(), clock.wallNanoseconds());
+}
+
+}  // namespace
+}  // namespace Gale

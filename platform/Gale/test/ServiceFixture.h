@@ -1,0 +1,149 @@
+#pragma once
+
+#include "platform/Gale/Channel.h"
+#include "platform/Gale/GnmiService.h"
+#include "platform/Gale/StampClock.h"
+#include "platform/Gale/Wire/Server.h"
+#include "platform/Gale/Wire/test/WireClient.h"
+#include "platform/Gale/test/TestView.h"
+#include "platform/Kiln/TaskScheduler.h"
+#include "platform/Kiln/YieldPolicy.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <google/protobuf/text_format.h>
+#include <proto/gnmi.pb.h>
+
+namespace Gale {
+
+/// The whole service over a TestView on the test's thread: scheduler, wire and clients take turns,
+/// and time stands still.
+class ServiceFixture : public testing::Test {
+protected:
+    ServiceFixture() {
+        auto made = std::make_unique<TestView>();
+        view = made.get();
+        server = std::make_unique<Wire::Server>(Wire::Options{}, clock);
+        channels.push_back(std::make_unique<Channel>(
+            "openconfig", std::move(made), [this] { service->subscribers().wake(); }));
+        service = std::make_unique<GnmiService>(
+            clock, channels, limits, [this](std::function<void()> work) {
+                server->post(std::move(work));
+            });
+        service->addTo(server->router());
+        EXPECT_EQ(server->listen(), std::nullopt);
+        channel().provider = std::make_unique<Provider>(
+            *view, channel().journal, stamps, scheduler, nullptr, std::chrono::seconds(30));
+        settle();
+    }
+    ~ServiceFixture() override {
+        clients.clear();
+        channel().provider.reset();
+        server.reset();
+    }
+
+    Channel& channel() { return *channels[0]; }
+
+    void settle() {
+        for (int i = 0; i < 20; ++i) {
+            scheduler->runUntilIdle();
+            server->runOnce();
+            for (auto& client : clients) { client->pump(); }
+        }
+    }
+    void advance(Kiln::Duration by) {
+        clock.advance(by);
+        settle();
+    }
+
+    /// One RPC of a client of its own.
+    struct Rpc {
+        Wire::WireClient* client = nullptr;
+        std::uint32_t stream = 0;
+
+        Wire::WireClient::Reply& reply() const { return client->reply(stream); }
+        std::string status() const { return reply().status(); }
+        std::string text() const { return reply().trailer("grpc-message"); }
+        std::vector<gnmi::SubscribeResponse> responses() const {
+            std::vector<gnmi::SubscribeResponse> all;
+            for (const std::string& bytes : reply().messages()) {
+                EXPECT_TRUE(all.emplace_back().ParseFromString(bytes));
+            }
+            return all;
+        }
+    };
+    Rpc call(const std::string& method, const std::string& message, bool end = true) {
+        clients.push_back(std::make_unique<Wire::WireClient>(
+            server->port(), true, std::vector<Wire::WireClient::Setting>{}));
+        auto& client = *clients.back();
+        const auto stream = client.open(Wire::WireClient::head("/gnmi.gNMI/" + method));
+        client.send(stream, message, end);
+        settle();
+        return {&client, stream};
+    }
+    template <class Request>
+    static std::string bytes(const std::string& text) {
+        Request request;
+        EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &request)) << text;
+        return request.SerializeAsString();
+    }
+    /// `text`: fields of the SubscriptionList; PROTO unless it says otherwise.
+    Rpc subscribe(const std::string& text, bool end = false) {
+        const bool encoding = text.find("encoding") != std::string::npos;
+        return call("Subscribe",
+                    bytes<gnmi::SubscribeRequest>("subscribe { " + text +
+                                                  (encoding ? "" : " encoding: PROTO") + " }"),
+                    end);
+    }
+
+    /// "/zoo[name=main]/..." of prefix and path together.
+    static std::string pathText(const gnmi::Path& prefix, const gnmi::Path& path) {
+        std::string text;
+        for (const gnmi::Path* const part : {&prefix, &path}) {
+            for (const gnmi::PathElem& elem : part->elem()) {
+                text += "/" + elem.name();
+                for (const auto& [key, value] : elem.key()) {
+                    text += "[" + key + "=" + value + "]";
+                }
+            }
+        }
+        return text;
+    }
+    /// A response in short: "sync", "delete /p", "/entry: leaf=value ...".
+    static std::string brief(const gnmi::SubscribeResponse& response) {
+        if (response.sync_response()) { return "sync"; }
+        const gnmi::Notification& update = response.update();
+        for (const gnmi::Path& path : update.delete_()) {
+            return "delete " + pathText(update.prefix(), path);
+        }
+        std::string text = pathText(update.prefix(), {}) + ":";
+        for (const gnmi::Update& leaf : update.update()) {
+            text += " " + pathText({}, leaf.path()).substr(1) + "=";
+            text += leaf.val().has_uint_val() ? std::to_string(leaf.val().uint_val())
+                                              : leaf.val().string_val();
+        }
+        return text;
+    }
+    static std::vector<std::string> brief(const Rpc& rpc) {
+        std::vector<std::string> all;
+        for (const auto& response : rpc.responses()) { all.push_back(brief(response)); }
+        return all;
+    }
+
+    Kiln::VirtualClock clock;
+    Vel::Ref<Kiln::TaskScheduler> scheduler =
+        Vel::make<Kiln::TaskScheduler>(clock, std::make_unique<Kiln::NeverYield>());
+    StampClock stamps{clock, {}};
+    Limits limits{.subscriptionsPerCall = 4, .pathElements = 8, .pathBytes = 100, .subscribers = 3};
+    TestView* view = nullptr;
+    std::vector<std::unique_ptr<Channel>> channels;
+    std::unique_ptr<GnmiService> service;
+    std::unique_ptr<Wire::Server> server;
+    std::vector<std::unique_ptr<Wire::WireClient>> clients;
+};
+
+}  // namespace Gale

@@ -1,0 +1,154 @@
+#include "platform/Gale/test/TestView.h"
+
+#include <array>
+#include <memory>
+#include <stdexcept>
+
+namespace Gale {
+
+namespace {
+
+constexpr const char* kOrigin = "openconfig";
+constexpr const char* kPaths[] = {"zoo[name]/beasts/beast[index]",
+                                  "zoo[name]/herds/herd[id]",
+                                  "zoo[name]/fields/field[id]",
+                                  "zoo[name]"};
+
+/// A collection keyed by number as a source; what an entry holds is the function's.
+template <class Value>
+class Source final : public ListSource {
+public:
+    using Encode = std::function<void(std::uint64_t, const Value&, EncodedEntry&)>;
+    Source(Lane lane, const Vel::Collection<std::uint64_t, Value>& from, Encode encode)
+        : ListSource(lane), from_(from), encode_(std::move(encode)) {
+        onKey_ = from_.onKey().subscribe([this](const std::uint64_t& key) { mark({0, 0, key}); });
+    }
+    std::optional<EntryKey> nextKey(const std::optional<EntryKey>& after) const override {
+        const auto key = from_.nextKey(after ? std::optional{after->lo} : std::nullopt);
+        if (!key) { return std::nullopt; }
+        return EntryKey{0, 0, *key};
+    }
+    bool encode(const EntryKey& key, EncodedEntry& to) override {
+        const Value* const value = from_.find(key.lo);
+        if (value == nullptr) { return false; }
+        encode_(key.lo, *value, to);
+        return true;
+    }
+    void encodeDelete(const EntryKey& key, std::string& notification) const override {
+        const std::string id = std::to_string(key.lo);
+        const std::array<std::string_view, 2> keys{"main", id};
+        NotificationWriter{notification}.deletion(
+            kOrigin, PathTemplate{kPaths[index(lane())]}, keys);
+    }
+
+private:
+    const Vel::Collection<std::uint64_t, Value>& from_;
+    const Encode encode_;
+    Vel::Subscription onKey_;
+};
+
+class Zoo final : public ListSource {
+public:
+    Zoo() : ListSource(Lane::flags) {}
+    std::optional<EntryKey> nextKey(const std::optional<EntryKey>& after) const override {
+        return after ? std::nullopt : std::optional{EntryKey{}};
+    }
+    bool encode(const EntryKey& /*key*/, EncodedEntry& to) override {
+        const std::array<std::string_view, 1> keys{"main"};
+        NotificationWriter writer{to.notification};
+        writer.prefix(PathTemplate{kPaths[3], kOrigin}, keys);
+        writer.leaf(PathTemplate{"name"}, {}, std::string_view{"main"});
+        return true;
+    }
+    void encodeDelete(const EntryKey& /*key*/, std::string& /*to*/) const override {}
+};
+
+void begin(NotificationWriter& writer, Lane lane, std::uint64_t number) {
+    const std::string id = std::to_string(number);
+    const std::array<std::string_view, 2> keys{"main", id};
+    writer.prefix(PathTemplate{kPaths[index(lane)], kOrigin}, keys);
+}
+
+}  // namespace
+
+const std::vector<ModelData>& TestView::models() const {
+    static const std::vector<ModelData> all{{"zoo", "Keepers", "1.2.3"}};
+    return all;
+}
+
+const std::vector<EntryKind>& TestView::kinds() const {
+    static const std::vector<EntryKind> all{
+        {Lane::nextHops, kPaths[0], {"index", "state/index", "state/colour"}},
+        {Lane::groups, kPaths[1], {"id", "members/member[index]/index"}},
+        {Lane::prefixes, kPaths[2], {"id", "state/herd"}},
+        {Lane::flags, kPaths[3], {"name"}},
+    };
+    return all;
+}
+
+const std::vector<std::string>& TestView::emptyLeaves() const {
+    static const std::vector<std::string> all{"zoo[name]/visitors/count",
+                                              "zoo[name]/beasts/beast[index]/state/weight"};
+    return all;
+}
+
+std::size_t TestView::kindOf(Lane lane, const EntryKey& /*key*/) const {
+    return index(lane);
+}
+
+KeyPredicate TestView::keyPredicate(std::size_t /*kind*/, const KeyValues& values) const {
+    const bool here = values[0] == nullptr || *values[0] == "main";
+    const std::string* const number = values.size() > 1 ? values[1] : nullptr;
+    return [here, wanted = number == nullptr ? std::string{} : *number](const EntryKey& key) {
+        return here && (wanted.empty() || std::to_string(key.lo) == wanted);
+    };
+}
+
+void TestView::encodeValue(Lane lane,
+                           const EntryKey& key,
+                           std::uint64_t value,
+                           std::string& notification) const {
+    NotificationWriter writer{notification};
+    begin(writer, lane, key.lo);
+    writer.leaf(PathTemplate{"id"}, {}, key.lo);
+    writer.leaf(PathTemplate{"state/herd"}, {}, value);
+    writer.atomic();
+}
+
+void TestView::attach(SourceSink sink) {
+    sink(std::make_unique<Source<std::string>>(
+        Lane::nextHops, beasts, [this](std::uint64_t number, const auto& colour, auto& to) {
+            if (encoderFails > 0) {
+                --encoderFails;
+                throw std::runtime_error{"beast is asleep"};
+            }
+            NotificationWriter writer{to.notification};
+            begin(writer, Lane::nextHops, number);
+            writer.leaf(PathTemplate{"index"}, {}, number);
+            writer.leaf(PathTemplate{"state/index"}, {}, number);
+            if (!colour.empty()) {
+                writer.leaf(PathTemplate{"state/colour"}, {}, std::string_view{colour});
+            }
+            writer.atomic();
+        }));
+    sink(std::make_unique<Source<Herd>>(
+        Lane::groups, herds, [](std::uint64_t number, const Herd& herd, auto& to) {
+            NotificationWriter writer{to.notification};
+            begin(writer, Lane::groups, number);
+            writer.leaf(PathTemplate{"id"}, {}, number);
+            for (const std::uint64_t member : herd.members) {
+                const std::string text = std::to_string(member);
+                const std::array<std::string_view, 1> keys{text};
+                writer.leaf(PathTemplate{"members/member[index]/index"}, keys, member);
+                to.references.push_back({Lane::nextHops, {0, 0, member}});
+            }
+            writer.atomic();
+        }));
+    sink(std::make_unique<Source<std::uint64_t>>(
+        Lane::prefixes, fields, [](std::uint64_t /*number*/, std::uint64_t herd, auto& to) {
+            to.value = herd;
+        }));
+    sink(std::make_unique<Zoo>());
+}
+
+}  // namespace Gale

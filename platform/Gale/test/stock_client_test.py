@@ -1,0 +1,91 @@
+"""The gNMI service as a stock Python client sees it: another parser, another HTTP/2."""
+
+import subprocess
+import sys
+import unittest
+
+import grpc
+
+SERVER, MESSAGES = sys.argv.pop(1), sys.argv.pop(1)
+sys.path.insert(0, MESSAGES)
+import gnmi_pb2  # noqa: E402
+
+DEADLINE = 20
+
+
+def text(path):
+    return "".join("/" + e.name + "".join("[%s=%s]" % kv for kv in sorted(e.key.items())) for e in path.elem)
+
+
+class StockClient(unittest.TestCase):
+    def setUp(self):
+        self.process = subprocess.Popen([SERVER], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.channel = grpc.insecure_channel("127.0.0.1:" + self.process.stdout.readline().strip())
+
+    def tearDown(self):
+        self.channel.close()
+        self.process.stdin.close()
+        self.assertEqual(self.process.wait(DEADLINE), 0)
+        self.process.stdout.close()
+
+    def order(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+        self.assertEqual(self.process.stdout.readline(), "ok\n")
+
+    def subscribe(self, mode, target):
+        request = gnmi_pb2.SubscribeRequest()
+        request.subscribe.mode = mode
+        request.subscribe.encoding = gnmi_pb2.PROTO
+        request.subscribe.prefix.target = target
+        request.subscribe.subscription.add()
+        call = self.channel.stream_stream(
+            "/gnmi.gNMI/Subscribe",
+            request_serializer=gnmi_pb2.SubscribeRequest.SerializeToString,
+            response_deserializer=gnmi_pb2.SubscribeResponse.FromString)
+        return call(iter([request]), timeout=DEADLINE)
+
+    def test_targets_are_merged_into_the_prefix(self):
+        self.order("set 1 red")
+        for target in ("", "router-7", "x" * 300):
+            got = list(self.subscribe(gnmi_pb2.SubscriptionList.ONCE, target))
+            self.assertEqual(len(got), 3)
+            self.assertTrue(got[-1].sync_response)
+            for response in got[:-1]:
+                self.assertEqual(response.update.prefix.target, target)
+                self.assertEqual(response.update.prefix.origin, "openconfig")
+            self.assertEqual(text(got[0].update.prefix), "/zoo[name=main]/beasts/beast[index=1]")
+            self.assertTrue(got[0].update.atomic)
+            self.assertEqual([u.val.WhichOneof("value") for u in got[0].update.update],
+                             ["uint_val", "uint_val", "string_val"])
+
+    def test_changes_and_deletes_follow_the_sync(self):
+        stream = self.subscribe(gnmi_pb2.SubscriptionList.STREAM, "r")
+        self.assertEqual(text(next(stream).update.prefix), "/zoo[name=main]")
+        self.assertTrue(next(stream).sync_response)
+        self.order("set 2 blue")
+        update = next(stream).update
+        self.assertEqual(text(update.prefix), "/zoo[name=main]/beasts/beast[index=2]")
+        self.order("erase 2")
+        delete = next(stream).update
+        self.assertEqual([text(path) for path in delete.delete], ["/zoo[name=main]/beasts/beast[index=2]"])
+        self.assertEqual(delete.prefix.target, "r")
+        self.assertFalse(delete.atomic)
+        self.assertGreater(delete.timestamp, update.timestamp)
+        stream.cancel()
+
+    def test_json_is_refused_by_name(self):
+        request = gnmi_pb2.SubscribeRequest()
+        request.subscribe.subscription.add()
+        call = self.channel.stream_stream(
+            "/gnmi.gNMI/Subscribe",
+            request_serializer=gnmi_pb2.SubscribeRequest.SerializeToString,
+            response_deserializer=gnmi_pb2.SubscribeResponse.FromString)
+        with self.assertRaises(grpc.RpcError) as raised:
+            next(call(iter([request]), timeout=DEADLINE))
+        self.assertEqual(raised.exception.code(), grpc.StatusCode.UNIMPLEMENTED)
+        self.assertIn("JSON", raised.exception.details())
+
+
+if __name__ == "__main__":
+    unittest.main()

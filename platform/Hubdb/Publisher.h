@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/Store/Writer.h"
+
+namespace Hubdb {
+
+/// The producer's side: entities by path. Writes go into the writer's transaction.
+class Publisher {
+public:
+    explicit Publisher(Store::Writer& writer);
+    bool valid() const { return table_ != 0; }
+    void entityIs(std::string_view path, std::string_view type, std::string_view record);
+    void entityDel(std::string_view path);
+
+private:
+    Store::Writer* writer_;
+    Store::TableId table_;
+};
+
+}  // namespace Hubdb

@@ -1,0 +1,180 @@
+#pragma once
+
+#include <absl/container/btree_set.h>
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/Blink/Trace.h"
+#include "platform/Kiln/TaskScheduler.h"
+#include "platform/Vel/Sm.h"
+
+namespace Kiln {
+
+/// The keys of a collection that changes under a walk: the first one after a key (or of all).
+template <class Key>
+using KeyCursor = std::function<std::optional<Key>(const std::optional<Key>& after)>;
+
+/// A set of keys that wait to be processed, in key order from a bookmark onward and round. Besides
+/// single keys it takes "everything in this collection" as a cursor: a million keys cost nothing
+/// until the walk comes to them. A key that waits more than once, in whatever way, is drawn once a
+/// round.
+template <class Key>
+class Backlog {
+public:
+    /// Answers whether the key is new to the set.
+    bool insert(const Key& key) { return keys_.insert(key).second; }
+    void erase(const Key& key) { keys_.erase(key); }
+    void clear() {
+        keys_.clear();
+        sweeps_.clear();
+    }
+    /// Everything that the collection holds when the walk comes to it, one round from the bookmark.
+    void addAll(KeyCursor<Key> nextKey) {
+        sweeps_.push_back({std::move(nextKey), bookmark_, false});
+    }
+    bool has(const Key& key) const { return keys_.contains(key); }
+    /// Empty of keys and of collections that have not been drawn to their end.
+    bool empty() {
+        while (!sweeps_.empty() && keys_.empty()) {
+            if (nearest(sweeps_.back())) { return false; }
+            sweeps_.pop_back();
+        }
+        return keys_.empty();
+    }
+    const std::optional<Key>& bookmark() const { return bookmark_; }
+    /// Takes the next key out of the set and sets the bookmark to it.
+    std::optional<Key> draw() {
+        std::optional<Candidate> best = fromKeys();
+        for (std::size_t i = 0; i < sweeps_.size();) {
+            const std::optional<Candidate> candidate = nearest(sweeps_[i]);
+            if (!candidate) {
+                sweeps_.erase(sweeps_.begin() + static_cast<std::ptrdiff_t>(i));
+                continue;
+            }
+            if (!best || *candidate < *best) { best = candidate; }
+            ++i;
+        }
+        if (!best) { return std::nullopt; }
+        if (best->wrapped) {
+            for (Sweep& sweep : sweeps_) { sweep.wrapped = true; }
+        }
+        keys_.erase(best->key);
+        bookmark_ = best->key;
+        return best->key;
+    }
+
+private:
+    struct Candidate {
+        bool wrapped;  // beyond the end, from the beginning again
+        Key key;
+        friend bool operator<(const Candidate& a, const Candidate& b) {
+            return a.wrapped != b.wrapped ? b.wrapped : a.key < b.key;
+        }
+    };
+    struct Sweep {
+        KeyCursor<Key> nextKey;
+        std::optional<Key> start;  // the round ends after this key; nullopt: at the end
+        bool wrapped;
+    };
+
+    std::optional<Candidate> fromKeys() const {
+        if (keys_.empty()) { return std::nullopt; }
+        const auto it = bookmark_ ? keys_.upper_bound(*bookmark_) : keys_.begin();
+        return it != keys_.end() ? Candidate{false, *it} : Candidate{true, *keys_.begin()};
+    }
+    std::optional<Candidate> nearest(const Sweep& sweep) const {
+        if (const auto key = sweep.nextKey(bookmark_)) {
+            if (sweep.wrapped && *sweep.start < *key) { return std::nullopt; }
+            return Candidate{false, *key};
+        }
+        if (sweep.wrapped || !sweep.start) { return std::nullopt; }
+        const auto key = sweep.nextKey(std::nullopt);
+        if (!key || *sweep.start < *key) { return std::nullopt; }
+        return Candidate{true, *key};
+    }
+
+    absl::btree_set<Key> keys_;
+    std::vector<Sweep> sweeps_;
+    std::optional<Key> bookmark_;
+};
+
+/// A machine whose reactions only put keys into a backlog, and whose walk task processes them,
+/// element by element, yielding when the scheduler asks for it and resuming at the bookmark.
+///
+/// An element leaves the backlog before it is processed (processing may put it back). What it
+/// throws is caught per element, traced and counted, and the walk goes on. An element may release
+/// the machine: the walk then ends there, without its last steps.
+template <class Key>
+class WalkMachine : public Vel::Sm {
+public:
+    const std::optional<Key>& backlogBookmark() const { return backlog_.bookmark(); }
+    bool backlogHas(const Key& key) const { return backlog_.has(key); }
+    bool backlogEmpty() { return backlog_.empty(); }
+    /// Elements that ended in an exception since the machine's creation.
+    std::uint64_t failedElements() const { return failedElements_; }
+    const TaskStatistics& walkStatistics() const { return task_.statistics(); }
+
+protected:
+    WalkMachine(Vel::Ref<TaskScheduler> scheduler, std::string taskName, TaskPriority priority)
+        : scheduler_{std::move(scheduler)},
+          task_{scheduler_, std::move(taskName), priority, [this] { return walk(); }} {}
+
+    void backlogIs(const Key& key) { backlog_.insert(key); }
+    void backlogDel(const Key& key) { backlog_.erase(key); }
+    void backlogDelAll() { backlog_.clear(); }
+    void backlogAddAll(KeyCursor<Key> nextKey) { backlog_.addAll(std::move(nextKey)); }
+    /// If no walk is scheduled, schedules one.
+    void scheduleWalk() { task_.schedule(); }
+
+    virtual void backlogProcessElem(const Key& key) = 0;
+    /// The element's processing threw.
+    virtual void elementFailed(const Key& /*key*/) {}
+    /// The last steps of each slice, after the elements.
+    virtual void walkEnded() {}
+
+    /// One slice. Answers whether work is still pending.
+    bool walk() {
+        const Vel::Ref<Vel::Sm> keep = Vel::keepAlive<Vel::Sm>(this);
+        while (const std::optional<Key> key = backlog_.draw()) {
+            if (!guarded("element", [&] { backlogProcessElem(*key); })) {
+                ++failedElements_;
+                guarded("elementFailed", [&] { elementFailed(*key); });
+            }
+            if (keep.unique()) { return false; }  // released meanwhile
+            if (scheduler_->mustYield()) { break; }
+        }
+        guarded("walkEnded", [&] { walkEnded(); });
+        return !backlog_.empty();
+    }
+
+private:
+    /// Runs a step; what it throws is traced, so that neither the other elements nor what is still
+    /// pending are lost with it.
+    template <class Step>
+    bool guarded(const char* name, Step step) {
+        try {
+            step();
+            return true;
+        } catch (const std::exception& error) { stepFailed(name, error.what()); } catch (...) {
+            stepFailed(name, "what is no exception");
+        }
+        return false;
+    }
+    void stepFailed(const char* name, const char* what) {
+        BLINK_TRACE(
+            5, Blink::handle("Kiln"), "{}: {} failed: {}", task_.statistics().name, name, what);
+    }
+
+    Vel::Ref<TaskScheduler> scheduler_;
+    Backlog<Key> backlog_;
+    std::uint64_t failedElements_ = 0;
+    Task task_;
+};
+
+}  // namespace Kiln

@@ -1,0 +1,47 @@
+#include "platform/Store/BellWatch.h"
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+
+namespace Store {
+
+BellWatch::BellWatch(Kiln::TaskScheduler& scheduler,
+                     const std::filesystem::path& bell,
+                     std::function<void(bool)> rung)
+    : inotify_{::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)}, rung_{std::move(rung)} {
+    if (inotify_ < 0) { return; }
+    listening_ =
+        ::inotify_add_watch(
+            inotify_, bell.c_str(), IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) >= 0;
+    if (listening_) {
+        watch_ = scheduler.watchReadable(inotify_, [this] { drain(); });
+    }
+}
+
+BellWatch::~BellWatch() {
+    watch_ = Kiln::FdWatch{};
+    if (inotify_ >= 0) { ::close(inotify_); }
+}
+
+void BellWatch::drain() {
+    alignas(inotify_event) std::array<char, 4096> bytes;
+    bool bellChanged = false;
+    for (;;) {
+        const ssize_t size = ::read(inotify_, bytes.data(), bytes.size());
+        if (size <= 0) { break; }
+        for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(size);) {
+            inotify_event event;
+            std::memcpy(&event, &bytes[at], sizeof event);
+            bellChanged = bellChanged || (event.mask & ~std::uint32_t{IN_MODIFY}) != 0;
+            at += sizeof event + event.len;
+        }
+    }
+    // Another file at the path, or none: what is watched here is no bell any more.
+    if (bellChanged) { listening_ = false; }
+    rung_(bellChanged);
+}
+
+}  // namespace Store

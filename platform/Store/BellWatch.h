@@ -1,0 +1,32 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+
+#include "platform/Kiln/TaskScheduler.h"
+
+namespace Store {
+
+/// Hears the bell that a writer rings after each commit, and that the bell was taken away.
+class BellWatch {
+public:
+    /// @param rung called on the scheduler; true when the bell itself changed (was removed,
+    ///        replaced)
+    BellWatch(Kiln::TaskScheduler& scheduler,
+              const std::filesystem::path& bell,
+              std::function<void(bool bellChanged)> rung);
+    BellWatch(const BellWatch&) = delete;
+    BellWatch& operator=(const BellWatch&) = delete;
+    ~BellWatch();
+    /// False when there is no bell to listen to, or not any more.
+    bool listening() const { return listening_; }
+
+private:
+    void drain();
+    int inotify_;
+    bool listening_ = false;
+    std::function<void(bool)> rung_;
+    Kiln::FdWatch watch_;
+};
+
+}  // namespace Store

@@ -1,0 +1,188 @@
+#include <gmock/gmock.h>
+
+#include "platform/Store/test/StoreFixture.h"
+
+namespace Store {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// The store comes, goes, and is replaced under a running reader.
+class ReplacementTest : public StoreFixture {
+protected:
+    void storeIs(const std::vector<std::pair<std::string, std::string>>& records) {
+        writer = makeWriter();
+        const TableId a = writer->tableIs("a", "t", TableKind::table);
+        for (const auto& [key, value] : records) { writer->put(a, key, value); }
+        ASSERT_EQ(writer->commit(), "");
+    }
+    void storeDel() {
+        writer.reset();
+        std::filesystem::remove_all(options.directory);
+    }
+    std::unique_ptr<Writer> writer;
+};
+
+TEST_F(ReplacementTest, AStoreThatAppearsIsOpenedWithinASecond) {
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    EXPECT_FALSE(reader->open());
+    EXPECT_EQ(reader->generation(), 0u);
+    EXPECT_FALSE(reader->caughtUp());
+    EXPECT_NE(reader->lastError().find("no store there yet"), std::string::npos);
+    EXPECT_EQ(mount.value("1"), "gone");
+    EXPECT_EQ(reader->table("a"), std::nullopt);
+    EXPECT_THAT(reader->tables(""), IsEmpty());
+    storeIs({{"1", "x"}});
+    settleAfterASecond();
+    EXPECT_TRUE(reader->open());
+    EXPECT_EQ(reader->lastError(), "");
+    EXPECT_NE(reader->generation(), 0u);
+    EXPECT_THAT(mount.notes, ElementsAre("present"));
+    EXPECT_THAT(mount.keys(), ElementsAre("1"));
+    EXPECT_EQ(mount.value("1"), "x");
+}
+
+TEST_F(ReplacementTest, AStoreThatGoesIsToldAndItsKeysStayKnown) {
+    storeIs({{"1", "x"}});
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    mount.notes.clear();
+    storeDel();
+    settleAfterASecond();
+    EXPECT_FALSE(reader->open());
+    EXPECT_THAT(mount.notes, ElementsAre("absent"));
+    EXPECT_THAT(mount.keys(), ElementsAre("1"));
+    EXPECT_EQ(mount.value("1"), "gone");
+}
+
+TEST_F(ReplacementTest, VanishedKeysAreToldAfterThePresence) {
+    storeIs({{"1", "x"}, {"2", "x"}, {"3", "x"}});
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    mount.notes.clear();
+    const auto before = reader->generation();
+    storeDel();
+    storeIs({{"2", "y"}, {"4", "y"}});
+    settleAfterASecond();
+    EXPECT_NE(reader->generation(), before);
+    EXPECT_THAT(mount.notes, ElementsAre("absent", "present", "1 gone", "3 gone"));
+    EXPECT_THAT(mount.keys(), ElementsAre("2", "4"));
+    EXPECT_EQ(mount.value("2"), "y");
+}
+
+TEST_F(ReplacementTest, ATableThatIsMissingInTheNewStoreHasNoKeys) {
+    storeIs({{"1", "x"}});
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    mount.notes.clear();
+    storeDel();
+    writer = makeWriter();
+    settleAfterASecond();
+    EXPECT_TRUE(reader->open());
+    EXPECT_FALSE(mount.present());
+    EXPECT_THAT(mount.notes, ElementsAre("absent", "1 gone"));
+    EXPECT_THAT(mount.keys(), IsEmpty());
+}
+
+TEST_F(ReplacementTest, AWriterKilledBeforeTheBellIsHeardWithinASecond) {
+    storeIs({});
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    mount.notes.clear();
+    std::filesystem::remove(options.directory / "bell");
+    settle();
+    writer->put(writer->tableIs("a", "t", TableKind::table), "1", "x");
+    ASSERT_EQ(writer->commit(), "");
+    settle();
+    EXPECT_THAT(mount.notes, IsEmpty());
+    settleAfterASecond();
+    EXPECT_THAT(mount.notes, ElementsAre("1 there"));
+}
+
+/// A number key: decode refuses anything that is not eight bytes.
+class NumberMount final : public KeyedMount<std::uint64_t> {
+public:
+    using KeyedMount::mountIs;
+    std::vector<std::uint64_t> told;
+    std::function<void(std::uint64_t)> reaction;
+
+private:
+    void changed(const std::uint64_t& key) override {
+        told.push_back(key);
+        if (reaction) { reaction(key); }
+    }
+};
+
+TEST_F(ReplacementTest, KeysThatCannotBeDecodedAreCountedAndLeftOut) {
+    writer = makeWriter();
+    const TableId n = writer->tableIs("n", "t", TableKind::table);
+    writer->put(n, KeyCodec<std::uint64_t>::encode(5), "x");
+    writer->put(n, "bad", "x");
+    ASSERT_EQ(writer->commit(), "");
+    auto reader = makeReader();
+    NumberMount mount;
+    mount.mountIs(*reader, "n", "t", TableKind::table);
+    settle();
+    EXPECT_THAT(mount.keys(), ElementsAre(5u));
+    EXPECT_EQ(mount.badKeys(), 1u);
+    writer->put(n, "bad2", "x");
+    writer->put(n, KeyCodec<std::uint64_t>::encode(4), "x");
+    ASSERT_EQ(writer->commit(), "");
+    settle();
+    EXPECT_THAT(mount.told, ElementsAre(4u));
+    EXPECT_EQ(mount.badKeys(), 2u);
+    EXPECT_EQ(mount.nextKey(std::nullopt), 4u);
+    EXPECT_EQ(mount.nextKey(4), 5u);
+    EXPECT_EQ(mount.nextKey(5), std::nullopt);
+}
+
+TEST_F(ReplacementTest, AThrowInOneKeysReactionLosesNoOther) {
+    options.logCapacity = 1;
+    storeIs({{"1", "x"}, {"2", "x"}, {"3", "x"}, {"4", "x"}});
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    mount.notes.clear();
+    mount.reaction = [](const std::string&) { throw std::runtime_error{"on purpose"}; };
+    const TableId a = writer->tableIs("a", "t", TableKind::table);
+    for (const char* key : {"1", "2", "4"}) { writer->erase(a, key); }
+    ASSERT_EQ(writer->commit(), "");
+    settle();
+    EXPECT_THAT(mount.notes, ElementsAre("1 gone", "2 gone", "3 there", "4 gone"));
+    EXPECT_THAT(mount.keys(), ElementsAre("3"));
+}
+
+TEST_F(ReplacementTest, AMountMayEndInAKeysReaction) {
+    options.logCapacity = 1;
+    storeIs({{"1", "x"}, {"2", "x"}, {"3", "x"}});
+    auto reader = makeReader();
+    auto mount = std::make_unique<NotingMount>();
+    mount->mountIs(*reader, "a");
+    settle();
+    Strings told;
+    mount->reaction = [&](const std::string& key) {
+        told.push_back(key);
+        mount.reset();
+    };
+    const TableId a = writer->tableIs("a", "t", TableKind::table);
+    for (const char* key : {"1", "2", "3"}) { writer->erase(a, key); }
+    ASSERT_EQ(writer->commit(), "");
+    settle();
+    EXPECT_THAT(told, ElementsAre("1"));
+}
+
+}  // namespace
+}  // namespace Store
