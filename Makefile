@@ -2,12 +2,18 @@
 #             ARGS are handed to `pel up`: make run ARGS="--once"
 # make test   the same, then runs all tests
 #
-# Both work from any earlier state, as root or with sudo for what is to be installed. On a machine without
+# make scale  the tests labelled `scale`, which .ci/run runs at 100,000 entries, at SCALE of them
+# make fuzz   runs each fuzz target for TIME seconds; TARGETS names some of them
+#
+# All work from any earlier state, as root or with sudo for what is to be installed. On a machine without
 # apt: INSTALL=no, and see `tools/install --list`.
 ARGS ?=
 INSTALL ?= yes
+SCALE ?= 1000000
+TIME ?= 1200
+TARGETS ?=
 
-.PHONY: run build test install-run install-test clean
+.PHONY: run build test scale fuzz install-run install-test clean
 
 run: build
 	exec build/release/bin/pel up $(ARGS)
@@ -23,6 +29,14 @@ test: install-test
 	cmake --build --preset dev
 	rm -rf build/dev/results
 	ctest --preset dev
+
+scale: install-test
+	@$(call configure,release)
+	cmake --build --preset release --target scale-tests
+	PEL_SCALE=$(SCALE) ctest --preset scale
+
+fuzz:
+	INSTALL=$(INSTALL) TIME=$(TIME) tools/fuzz $(TARGETS)
 
 install-run:
 ifeq ($(INSTALL),yes)

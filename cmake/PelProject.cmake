@@ -83,14 +83,36 @@ function(pel_library name)
   endif()
 endfunction()
 
+# Binaries of a kind, buildable by one name: threads-tests, scale-tests, fuzzers.
+function(pel_group group name)
+  if(NOT TARGET ${group})
+    add_custom_target(${group})
+  endif()
+  add_dependencies(${group} ${name})
+endfunction()
+
 # pel_test(NAME SOURCES a_test.cpp ... DEPS targets ... [LABELS labels ...]): one test binary, one ctest entry.
+# Labels with a meaning: `threads` also runs under the thread sanitizer; `scale` runs in a release build only, at
+# TestSupport::scale() entries.
 function(pel_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
+  set(timeout 300)
+  if("scale" IN_LIST ARG_LABELS)
+    if(PEL_ASAN OR PEL_TSAN OR PEL_FUZZ)
+      return()
+    endif()
+    set(timeout 3000)
+  endif()
   add_executable(${name} ${ARG_SOURCES})
   target_compile_options(${name} PRIVATE ${PEL_WARNINGS})
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} TestSupport GTest::gtest GTest::gmock GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:${CMAKE_BINARY_DIR}/results/${name}.xml)
-  set_tests_properties(${name} PROPERTIES TIMEOUT 300 LABELS "${ARG_LABELS}")
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout} LABELS "${ARG_LABELS}")
+  foreach(label threads scale)
+    if(label IN_LIST ARG_LABELS)
+      pel_group(${label}-tests ${name})
+    endif()
+  endforeach()
 endfunction()
 
 # pel_bench(NAME SOURCES ... DEPS ...): a Google Benchmark binary; CI smoke-runs it.
@@ -106,7 +128,8 @@ function(pel_bench name)
 endfunction()
 
 # pel_fuzz(NAME SOURCES x_fuzz.cpp DEPS targets ...): one LLVMFuzzerTestOneInput. With PEL_FUZZ a
-# libFuzzer binary; else a test that replays fuzz/corpus beside the component's CMakeLists.txt.
+# libFuzzer binary, which tools/fuzz runs; else a test that replays fuzz/corpus beside the component's
+# CMakeLists.txt.
 function(pel_fuzz name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -114,6 +137,8 @@ function(pel_fuzz name)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS})
   if(PEL_FUZZ)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    pel_group(fuzzers ${name})
+    set_property(GLOBAL APPEND_STRING PROPERTY PEL_FUZZERS "${name} ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/corpus\n")
   else()
     target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/test/support/FuzzReplay.cpp)
     add_test(NAME ${name} COMMAND ${name} ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/corpus)
