@@ -6,57 +6,59 @@ namespace Pel::OcApi::OpenConfigPaths {
 
 namespace {
 
-const std::vector<std::string> kNextHopLeaves{
-    "index",
-    "state/index",
-    "state/ip-address",
-    "state/mac-address",
-    "state/pop-top-label",
-    "state/pushed-mpls-label-stack",
-    "state/decapsulate-header",
-    "state/network-instance",
-    "state/vni-label",
-    "state/tunnel-src-ip-address",
-    "encap-headers/encap-header[index]/index",
-    "encap-headers/encap-header[index]/state/index",
-    "encap-headers/encap-header[index]/state/type",
-    "encap-headers/encap-header[index]/mpls/state/mpls-label-stack",
-    "encap-headers/encap-header[index]/udp-v4/state/src-ip",
-    "encap-headers/encap-header[index]/udp-v4/state/dst-ip",
-    "encap-headers/encap-header[index]/udp-v4/state/ip-ttl",
-    "encap-headers/encap-header[index]/udp-v6/state/src-ip",
-    "encap-headers/encap-header[index]/udp-v6/state/dst-ip",
-    "encap-headers/encap-header[index]/udp-v6/state/ip-ttl",
-    "encap-headers/encap-header[index]/vxlan/state/vni-label",
-    "encap-headers/encap-header[index]/vxlan/state/tunnel-src-ip-address",
-    "interface-ref/state/interface",
-    "interface-ref/state/subinterface",
+using Type = Gale::Leaf::Type;
+
+const std::vector<Gale::Leaf> kNextHopLeaves{
+    {"index", Type::number64},
+    {"state/index", Type::number64},
+    {"state/ip-address"},
+    {"state/mac-address"},
+    {"state/pop-top-label"},
+    {"state/pushed-mpls-label-stack"},
+    {"state/decapsulate-header"},
+    {"state/openconfig-aft-network-instance:network-instance"},
+    {"state/vni-label"},
+    {"state/tunnel-src-ip-address"},
+    {"encap-headers/encap-header[index]/index"},
+    {"encap-headers/encap-header[index]/state/index"},
+    {"encap-headers/encap-header[index]/state/type"},
+    {"encap-headers/encap-header[index]/mpls/state/mpls-label-stack"},
+    {"encap-headers/encap-header[index]/udp-v4/state/src-ip"},
+    {"encap-headers/encap-header[index]/udp-v4/state/dst-ip"},
+    {"encap-headers/encap-header[index]/udp-v4/state/ip-ttl"},
+    {"encap-headers/encap-header[index]/udp-v6/state/src-ip"},
+    {"encap-headers/encap-header[index]/udp-v6/state/dst-ip"},
+    {"encap-headers/encap-header[index]/udp-v6/state/ip-ttl"},
+    {"encap-headers/encap-header[index]/vxlan/state/vni-label"},
+    {"encap-headers/encap-header[index]/vxlan/state/tunnel-src-ip-address"},
+    {"interface-ref/state/interface"},
+    {"interface-ref/state/subinterface"},
 };
 
-const std::vector<std::string> kGroupLeaves{
-    "id",
-    "state/id",
-    "state/programmed-id",
-    "state/next-hop-group-name",
-    "next-hops/next-hop[index]/index",
-    "next-hops/next-hop[index]/state/index",
-    "next-hops/next-hop[index]/state/weight",
+const std::vector<Gale::Leaf> kGroupLeaves{
+    {"id", Type::number64},
+    {"state/id", Type::number64},
+    {"state/programmed-id", Type::number64},
+    {"state/next-hop-group-name"},
+    {"next-hops/next-hop[index]/index", Type::number64},
+    {"next-hops/next-hop[index]/state/index", Type::number64},
+    {"next-hops/next-hop[index]/state/weight", Type::number64},
 };
 
-const std::vector<std::string> kPrefixLeaves{
-    "prefix",
-    "state/prefix",
-    "state/next-hop-group",
-    "state/next-hop-group-network-instance",
-    "state/origin-protocol",
+const std::vector<Gale::Leaf> kPrefixLeaves{
+    {"prefix"},
+    {"state/prefix"},
+    {"state/openconfig-aft-network-instance:next-hop-group", Type::number64},
+    {"state/openconfig-aft-network-instance:next-hop-group-network-instance"},
+    {"state/origin-protocol", Type::identity, "openconfig-policy-types"},
 };
 
-const std::vector<std::string> kInstanceLeaves{
-    "name",
-    "config/name",
-    "config/type",
-    "state/name",
-    "state/type",
+const std::vector<Gale::Leaf> kInstanceLeaves{
+    {"name"},
+    {"config/name"},
+    {"config/type", Type::identity, "openconfig-network-instance-types"},
+    {"state/name"},
+    {"state/type", Type::identity, "openconfig-network-instance-types"},
 };
 
 /// Leaves of the schema that this view never fills, or not yet; below an instance's "afts".

@@ -6,19 +6,26 @@
 
 #include "platform/Gale/View.h"
 
-/// Where the served lists stand in the OpenConfig schema, and what else there is.
+/// Where the served lists stand in the OpenConfig schema, and what else there is. With modules, as
+/// Gale::EntryKind explains: openconfig-aft has groupings only, so that its nodes belong to the
+/// module that uses them.
 namespace Pel::OcApi::OpenConfigPaths {
 
 inline constexpr const char* kOrigin = "openconfig";
-inline constexpr const char* kInstance = "network-instances/network-instance[name]";
+inline constexpr const char* kInstance =
+    "openconfig-network-instance:network-instances/network-instance[name]";
 inline constexpr const char* kNextHop =
-    "network-instances/network-instance[name]/afts/next-hops/next-hop[index]";
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/next-hops/"
+    "next-hop[index]";
 inline constexpr const char* kGroup =
-    "network-instances/network-instance[name]/afts/next-hop-groups/next-hop-group[id]";
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/next-hop-groups/"
+    "next-hop-group[id]";
 inline constexpr const char* kIpv4Entry =
-    "network-instances/network-instance[name]/afts/ipv4-unicast/ipv4-entry[prefix]";
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/ipv4-unicast/"
+    "ipv4-entry[prefix]";
 inline constexpr const char* kIpv6Entry =
-    "network-instances/network-instance[name]/afts/ipv6-unicast/ipv6-entry[prefix]";
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/ipv6-unicast/"
+    "ipv6-entry[prefix]";
 
 /// The order of kinds().
 enum Kind : std::size_t { nextHops, groups, ipv4Entries, ipv6Entries, instances };

@@ -1,5 +1,6 @@
 #include "platform/Gale/PathTemplate.h"
 
+#include "platform/Gale/GnmiFields.h"
 #include "platform/Gale/WireFields.h"
 #include "platform/Vel/Assert.h"
 
@@ -11,14 +12,6 @@ using namespace WireFields;
 
 namespace {
 
-// Path: origin 2, elem 3. PathElem: name 1, key 2 (a map entry: key 1, value 2).
-constexpr int kOrigin = 2;
-constexpr int kElem = 3;
-constexpr int kName = 1;
-constexpr int kKey = 2;
-constexpr int kMapKey = 1;
-constexpr int kMapValue = 2;
-
 std::string field(int number, std::string_view content) {
     std::string bytes;
     appendField(bytes, number, content);
@@ -28,19 +21,21 @@ std::string field(int number, std::string_view content) {
 }  // namespace
 
 PathTemplate::PathTemplate(std::string_view text, std::string_view origin) {
-    if (!origin.empty()) { tail_ = field(kOrigin, origin); }
+    if (!origin.empty()) { tail_ = field(Fields::Path::origin, origin); }
     while (!text.empty()) {
         const std::string_view element = text.substr(0, text.find('/'));
         text.remove_prefix(element.size() < text.size() ? element.size() + 1 : text.size());
         const std::size_t bracket = element.find('[');
-        const std::string name = field(kName, element.substr(0, bracket));
+        const std::string_view qualified = element.substr(0, bracket);
+        const std::string name =
+            field(Fields::PathElem::name, qualified.substr(qualified.find(':') + 1));
         if (bracket == std::string_view::npos) {
-            appendField(tail_, kElem, name);
+            appendField(tail_, Fields::Path::elem, name);
             continue;
         }
         VEL_ASSERT(element.find(']') == element.size() - 1);
         const std::string_view key = element.substr(bracket + 1, element.size() - bracket - 2);
-        keyed_.push_back({std::exchange(tail_, {}), name, field(kMapKey, key)});
+        keyed_.push_back({std::exchange(tail_, {}), name, field(Fields::MapEntry::key, key)});
     }
 }
 
@@ -66,11 +61,11 @@ void PathTemplate::append(std::string& to, Keys keys) const {
     for (std::size_t i = 0; i < keyed_.size(); ++i) {
         const Keyed& keyed = keyed_[i];
         to.append(keyed.before);
-        appendHead(to, kElem, elementSize(keyed, keys[i]));
+        appendHead(to, Fields::Path::elem, elementSize(keyed, keys[i]));
         to.append(keyed.name);
-        appendHead(to, kKey, entrySize(keyed, keys[i]));
+        appendHead(to, Fields::PathElem::key, entrySize(keyed, keys[i]));
         to.append(keyed.keyName);
-        appendField(to, kMapValue, keys[i]);
+        appendField(to, Fields::MapEntry::value, keys[i]);
     }
     to.append(tail_);
 }

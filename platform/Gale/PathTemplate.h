@@ -11,7 +11,8 @@ namespace Gale {
 /// A schema path prepared as bytes of a gNMI Path message with room for its list keys, so that
 /// writing it costs a few copies. The keys are given outermost first, as wire text.
 ///
-/// Text form: "next-hops/next-hop[index]/state/index"; a list has one key.
+/// Text form: "next-hops/next-hop[index]/state/index"; a list has one key. Modules ("module:name")
+/// are left out, as in all gNMI paths.
 class PathTemplate final {
 public:
     using Keys = std::span<const std::string_view>;

@@ -32,22 +32,67 @@ Schema::Schema(const View& view) {
     for (const EntryKind& each : view.kinds()) {
         Kind kind;
         kind.path = parse(each.path);
-        for (const std::string& leaf : each.leaves) {
-            kind.leaves.push_back(parse(leaf));
-            leaves_.push_back(parse(each.path + "/" + leaf));
+        const auto depth = static_cast<std::ptrdiff_t>(kind.path.size());
+        for (const Leaf& leaf : each.leaves) {
+            const Path path = parse(each.path + "/" + leaf.path);
+            kind.leaves.push_back(
+                {{path.begin() + depth, path.end()}, leaf.type, leaf.identityModule});
+            leaves_.push_back(path);
         }
+        classify(kind);
         kinds_.push_back(std::move(kind));
     }
     for (const std::string& leaf : view.emptyLeaves()) { leaves_.push_back(parse(leaf)); }
+    for (Kind& kind : kinds_) {
+        kind.outer = std::any_of(kinds_.begin(), kinds_.end(), [&](const Kind& other) {
+            return other.path.size() > kind.path.size() &&
+                   std::equal(kind.path.begin(),
+                              kind.path.end(),
+                              other.path.begin(),
+                              [](auto& a, auto& b) { return a.name == b.name; });
+        });
+    }
+}
+
+/// By OpenConfig's convention: what can be configured stands in containers "config". The keys of a
+/// list that can be configured are both, all else is state.
+void Schema::classify(Kind& kind) {
+    for (LeafNode& leaf : kind.leaves) {
+        leaf.config = std::any_of(leaf.path.begin(), leaf.path.end(), [](const Element& element) {
+            return element.name == "config";
+        });
+        leaf.state = !leaf.config;
+        kind.config = kind.config || leaf.config;
+    }
+    for (std::size_t i = 0; i < kind.leaves.size(); ++i) {
+        LeafNode& leaf = kind.leaves[i];
+        if (kind.config && leaf.path.size() == 1) { leaf.config = true; }
+        std::string names;
+        for (const Element& element : leaf.path) {
+            names += (names.empty() ? "" : "/") + element.name;
+        }
+        kind.leafAt.emplace(std::move(names), i);
+    }
+}
+
+const Schema::LeafNode& Schema::Kind::leaf(const std::string& names) const {
+    static const LeafNode plain;
+    const auto found = leafAt.find(names);
+    return found != leafAt.end() ? leaves[found->second] : plain;
 }
 
 Schema::Path Schema::parse(std::string_view text) {
     Path path;
+    std::string module;  // holds until another is named
     while (!text.empty()) {
         std::string_view word = text.substr(0, text.find('/'));
         text.remove_prefix(word.size() < text.size() ? word.size() + 1 : text.size());
-        Element element;
-        element.name = word.substr(0, word.find('['));
+        std::string_view name = word.substr(0, word.find('['));
+        if (const auto colon = name.find(':'); colon != std::string_view::npos) {
+            module = name.substr(0, colon);
+            name.remove_prefix(colon + 1);
+        }
+        Element element{std::string{name}, {}, module};
         while (word.find('[') != std::string_view::npos) {
             word.remove_prefix(word.find('[') + 1);
             element.keys.emplace_back(word.substr(0, word.find(']')));
@@ -105,8 +150,8 @@ void Schema::align(Alignment& at, std::size_t element, std::size_t depth, std::s
     if (depth == at.kind.path.size()) {
         const PathPattern::State state = at.pattern.from(element);
         const auto covered = [&](bool anyKeys) {
-            return [&at, state, anyKeys](const Path& leaf) {
-                return covers(at.pattern, state, leaf, anyKeys);
+            return [&at, state, anyKeys](const LeafNode& leaf) {
+                return covers(at.pattern, state, leaf.path, anyKeys);
             };
         };
         const auto& leaves = at.kind.leaves;

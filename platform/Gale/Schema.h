@@ -3,6 +3,8 @@
 #include "platform/Gale/PathPattern.h"
 #include "platform/Gale/View.h"
 
+#include "absl/container/flat_hash_map.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -23,7 +25,36 @@ struct EntryMatch {
 /// The nodes of a view's schema by name; what a path means in it. Immutable, any thread.
 class Schema final {
 public:
+    struct Element {
+        std::string name;
+        std::vector<std::string> keys;  ///< names, sorted
+        std::string module;             ///< empty where the view names none
+    };
+    using Path = std::vector<Element>;
+    struct LeafNode {
+        Path path;  ///< relative to the entry
+        Leaf::Type type = Leaf::Type::plain;
+        std::string identityModule;  ///< empty: not shown
+        bool config = false;         ///< part of the configuration
+        bool state = true;           ///< part of the state
+    };
+    struct Kind {
+        Path path;
+        std::vector<LeafNode> leaves;
+        bool config = false;  ///< some leaf is
+        bool outer = false;   ///< entries of other kinds stand below its entries
+
+        /// By the names of its path below the entry, with "/" between them. A leaf that the view
+        /// did not name is plain.
+        const LeafNode& leaf(const std::string& names) const;
+
+        absl::flat_hash_map<std::string, std::size_t> leafAt;
+    };
+
     explicit Schema(const View& view);
+
+    /// As View::kinds().
+    const std::vector<Kind>& kinds() const { return kinds_; }
 
     enum class Verdict {
         known,
@@ -36,18 +67,10 @@ public:
     std::vector<EntryMatch> match(const PathPattern& pattern) const;
 
 private:
-    struct Element {
-        std::string name;
-        std::vector<std::string> keys;  // sorted
-    };
-    using Path = std::vector<Element>;
-    struct Kind {
-        Path path;
-        std::vector<Path> leaves;
-    };
     struct Alignment;
 
     static Path parse(std::string_view text);
+    static void classify(Kind& kind);
     static bool covers(const PathPattern& pattern,
                        PathPattern::State state,
                        const Path& path,

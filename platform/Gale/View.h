@@ -27,15 +27,31 @@ struct ModelData {
     std::string version;
 };
 
+/// A leaf or leaf-list of an entry.
+struct Leaf {
+    /// What JSON_IETF (RFC 7951) makes of the value that its form in PROTO does not tell.
+    enum class Type : std::uint8_t {
+        plain,     ///< nothing: text, flag, number of up to 32 bits, or a union of these
+        number64,  ///< number of 64 bits: in quotes
+        identity,  ///< text with the identity's module in front
+    };
+    /// Relative to the entry: "state/index", "next-hops/next-hop[index]/state/weight".
+    std::string path;
+    Type type = Type::plain;
+    std::string identityModule = {};  ///< of Type::identity; empty: the leaf's own, not shown
+};
+
 /// One list of entries as it stands in the schema. Each entry of it is one Notification.
+///
+/// In the paths here an element may have its YANG module in front ("module:name"): the first one,
+/// and each whose module is not that of the element before it. gNMI paths are without modules.
 struct EntryKind {
     Lane lane = Lane::nextHops;
     /// "network-instances/network-instance[name]/afts/next-hops/next-hop[index]"; key names of one
     /// element in alphabetical order, each in brackets of its own.
     std::string path;
-    /// Relative to it: "state/index", "next-hops/next-hop[index]/state/weight". All that an entry
-    /// can hold.
-    std::vector<std::string> leaves;
+    /// All that an entry can hold.
+    std::vector<Leaf> leaves;
 };
 
 /// The key values by which a subscription names entries of one kind, outermost element first;

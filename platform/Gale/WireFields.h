@@ -6,9 +6,11 @@
 #include <string_view>
 
 #include <protozero/buffer_string.hpp>
+#include <protozero/pbf_reader.hpp>
 #include <protozero/varint.hpp>
 
-// The few pieces of protobuf's wire format that notifications are made of.
+// The few pieces of protobuf's wire format that notifications are made of. What is read here the
+// server itself has written.
 namespace Gale::WireFields {
 
 /// Tag of a field whose number is below 16.
@@ -37,6 +39,17 @@ inline void appendHead(std::string& to, int field, std::size_t bytes) {
 inline void appendField(std::string& to, int field, std::string_view content) {
     appendHead(to, field, content.size());
     to.append(content);
+}
+
+inline std::string_view viewOf(const protozero::data_view& data) {
+    return {data.data(), data.size()};
+}
+/// The last field of this number, empty when there is none.
+inline std::string_view fieldOf(std::string_view message, std::uint32_t number) {
+    protozero::pbf_reader reader{message.data(), message.size()};
+    std::string_view found;
+    while (reader.next(number)) { found = viewOf(reader.get_view()); }
+    return found;
 }
 
 }  // namespace Gale::WireFields

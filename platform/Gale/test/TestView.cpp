@@ -9,10 +9,10 @@ namespace Gale {
 namespace {
 
 constexpr const char* kOrigin = "openconfig";
-constexpr const char* kPaths[] = {"zoo[name]/beasts/beast[index]",
-                                  "zoo[name]/herds/herd[id]",
-                                  "zoo[name]/fields/field[id]",
-                                  "zoo[name]"};
+constexpr const char* kPaths[] = {"zoo-main:zoo[name]/beasts/beast[index]",
+                                  "zoo-main:zoo[name]/herds/herd[id]",
+                                  "zoo-main:zoo[name]/fields/field[id]",
+                                  "zoo-main:zoo[name]"};
 
 /// A collection keyed by number as a source; what an entry holds is the function's.
 template <class Value>
@@ -78,10 +78,16 @@ const std::vector<ModelData>& TestView::models() const {
 
 const std::vector<EntryKind>& TestView::kinds() const {
     static const std::vector<EntryKind> all{
-        {Lane::nextHops, kPaths[0], {"index", "state/index", "state/colour"}},
-        {Lane::groups, kPaths[1], {"id", "members/member[index]/index"}},
-        {Lane::prefixes, kPaths[2], {"id", "state/herd"}},
-        {Lane::flags, kPaths[3], {"name"}},
+        {Lane::nextHops,
+         kPaths[0],
+         {{"index", Leaf::Type::number64},
+          {"state/index", Leaf::Type::number64},
+          {"state/zoo-colours:colour", Leaf::Type::identity, "paint"}}},
+        {Lane::groups,
+         kPaths[1],
+         {{"id", Leaf::Type::number64}, {"members/member[index]/index", Leaf::Type::number64}}},
+        {Lane::prefixes, kPaths[2], {{"id"}, {"state/herd", Leaf::Type::number64}}},
+        {Lane::flags, kPaths[3], {{"name"}}},
     };
     return all;
 }

@@ -17,6 +17,9 @@ namespace Gale {
 ///   zoo[name]/beasts/beast[index]              index, state/index, state/colour (if there is one)
 ///   zoo[name]/herds/herd[id]                   id, members/member[index]/index
 ///   zoo[name]/fields/field[id]                 id, state/herd: encoded when it is sent
+///
+/// All of it in module zoo-main, but the colour, which is an identity of module "paint", in
+/// zoo-colours. All numbers have 64 bits, but a field's id.
 class TestView final : public View {
 public:
     struct Herd {
