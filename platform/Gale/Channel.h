@@ -1,6 +1,8 @@
 #pragma once
 
+#include "platform/Gale/Demand.h"
 #include "platform/Gale/Journal.h"
+#include "platform/Gale/LazyFill.h"
 #include "platform/Gale/Provider.h"
 #include "platform/Gale/Schema.h"
 #include "platform/Gale/View.h"
@@ -11,8 +13,8 @@
 
 namespace Gale {
 
-/// A view at work: its schema, its journal, and the provider that fills it. Made and destroyed on
-/// the scheduler's thread; the I/O thread reads all but the provider.
+/// A view at work: its schema, its journal, and the provider that fills it, always or on demand.
+/// Made and destroyed on the scheduler's thread; the I/O thread uses all but the last two members.
 class Channel final {
 public:
     /// `onAdvance`: see Journal::Options.
@@ -30,7 +32,9 @@ public:
     const std::unique_ptr<View> view;
     const Schema schema;
     Journal journal;
-    std::unique_ptr<Provider> provider;  // scheduler's thread only
+    Demand demand;  ///< a call holds a token while it has a cursor; I/O thread only
+    std::unique_ptr<Provider> provider;  ///< null while a lazy channel is empty
+    std::shared_ptr<LazyFill> lazyFill;  ///< null: the channel is eager
 };
 
 }  // namespace Gale

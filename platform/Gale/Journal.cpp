@@ -144,6 +144,11 @@ const Content* Journal::find(Lane l, const EntryKey& key) const {
     return entry != entries.end() ? &entry->second.content : nullptr;
 }
 
+std::optional<EntryKey> Journal::firstKey(Lane l) const {
+    const Entries& entries = lanes_[index(l)].entries;
+    return entries.empty() ? std::nullopt : std::optional{entries.begin()->first};
+}
+
 Position Journal::head() const {
     const std::lock_guard lock{mutex_};
     return head_;

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -80,6 +81,9 @@ public:
     /// What the entry holds now, null when it is not there. Writer's thread; valid until its next
     /// change.
     const Content* find(Lane lane, const EntryKey& key) const;
+
+    /// The first entry of the lane. Writer's thread.
+    std::optional<EntryKey> firstKey(Lane lane) const;
 
     /// The last position that cursors may see. Any thread.
     Position head() const;

@@ -27,19 +27,25 @@ Provider::Provider(View& view,
                    StampClock& stamps,
                    const Vel::Ref<Kiln::TaskScheduler>& scheduler,
                    const Vel::Ref<Kiln::TaskGroup>& group,
-                   Kiln::Duration patience)
+                   Kiln::Duration patience,
+                   std::function<void()> onFilled)
     : view_(view),
       journal_(journal),
       stamps_(stamps),
       scheduler_(scheduler),
+      patience_(patience),
       waiting_(patience),
+      onFilled_(std::move(onFilled)),
       task_(scheduler, "GaleNotifyTask", orDefault(group, scheduler), [this] { return drain(); }),
       releaseTask_(
           scheduler, "GaleReleaseTask", orDefault(group, scheduler), [this] { return release(); }) {
     view_.attach([this](std::unique_ptr<ListSource> source) { take(std::move(source)); });
+    task_.schedule();  // also a view without sources has its first pass
 }
 
-Provider::~Provider() = default;
+Provider::~Provider() {
+    view_.detach();
+}
 
 void Provider::take(std::unique_ptr<ListSource> source) {
     ListSource& taken = *source;
@@ -87,6 +93,22 @@ Provider::Marked* Provider::lastWithRemovals() {
 }
 
 bool Provider::drain() {
+    if (drainSome()) { return true; }
+    noteFilled();
+    return false;
+}
+
+/// What was held back and has come meanwhile belongs to the first pass. What never comes ends it.
+void Provider::noteFilled() {
+    if (!onFilled_) { return; }
+    const Kiln::TimePoint now = scheduler_->clock().now();
+    if (!firstPass_) { firstPass_ = now; }
+    if (waiting_.size() > 0 && now < *firstPass_ + patience_) { return; }
+    std::exchange(onFilled_, {})();
+}
+
+/// One slice; whether work is left.
+bool Provider::drainSome() {
     const Journal::Batch batch{journal_};
     while (Marked* const next = nextMarked()) {
         while (const auto key = next->backlog.draw()) {

@@ -7,8 +7,11 @@
 #include "platform/Kiln/TaskScheduler.h"
 #include "platform/Kiln/WalkMachine.h"
 
+#include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -36,13 +39,16 @@ struct ProviderStatistics {
 /// references name present entries only. Scheduler's thread.
 class Provider final : public MarkSink {
 public:
-    /// All references outlive the provider. `group` null: priority 3.
+    /// All references outlive the provider. `group` null: priority 3. `onFilled`: all that was there
+    /// at the beginning is in the journal; not called from the constructor. Entries that are held
+    /// back count as missing until the patience after the first pass is over.
     Provider(View& view,
              Journal& journal,
              StampClock& stamps,
              const Vel::Ref<Kiln::TaskScheduler>& scheduler,
              const Vel::Ref<Kiln::TaskGroup>& group,
-             Kiln::Duration patience);
+             Kiln::Duration patience,
+             std::function<void()> onFilled = {});
     ~Provider() override;
 
     void mark(ListSource& source, const EntryKey& key) override;
@@ -62,6 +68,8 @@ private:
     Marked* nextMarked();
     Marked* lastWithRemovals();
     bool drain();
+    bool drainSome();
+    void noteFilled();
     bool process(ListSource& source, const EntryKey& key);
     void show(ListSource& source, const EntryKey& key);
     void remove(ListSource& source, const EntryKey& key);
@@ -77,7 +85,10 @@ private:
     const Vel::Ref<Kiln::TaskScheduler> scheduler_;
     std::array<std::vector<std::unique_ptr<Marked>>, kLanes> lanes_;
     std::unordered_map<ListSource*, Marked*> bySource_;
+    const Kiln::Duration patience_;
     Waiting waiting_;
+    std::function<void()> onFilled_;            // empty: told
+    std::optional<Kiln::TimePoint> firstPass_;  // when it ended
     ProviderStatistics statistics_;
     EncodedEntry entry_;  // scratch
     Kiln::Task task_;

@@ -23,6 +23,7 @@ namespace {
 
 constexpr Kiln::Duration kRetry = std::chrono::seconds(5);
 constexpr Kiln::TaskPriority kRetryPriority = 5;
+constexpr Kiln::TaskPriority kNotifyPriority = 3;
 constexpr const char* kServerEntity = "server";
 
 bool isLoopback(const std::string& address) {
@@ -48,6 +49,9 @@ ViewInputs viewInputs(Vel::Ref<Vel::Dir> root, const std::vector<ExtraProvider>&
 }
 
 std::string statusLine(const Channel& channel) {
+    if (!channel.provider) {
+        return fmt::format("view {}: {}", channel.origin, text(channel.lazyFill->state()));
+    }
     const ProviderStatistics provider = channel.provider->statistics();
     const JournalStatistics journal = channel.journal.statistics();
     return fmt::format(
@@ -107,6 +111,7 @@ public:
     std::uint16_t port() const { return running ? server_->port() : std::uint16_t{0}; }
 
 private:
+    std::unique_ptr<Provider> makeProvider(Channel& channel, std::function<void()> onFilled);
     std::string where() const {
         return fmt::format("{} port {}", config_.wire.address, config_.wire.port);
     }
@@ -120,6 +125,7 @@ private:
     std::vector<std::unique_ptr<Channel>> channels_;  // outlive the server: its cursors
     std::unique_ptr<GnmiService> service_;
     std::unique_ptr<Wire::Server> server_;
+    Vel::Ref<Kiln::TaskGroup> group_;
     Kiln::Task retryTask_;
 };
 
@@ -156,12 +162,34 @@ RunnabilitySm::Impl::Impl(Vel::Ref<Vel::Dir> runnabilityDir,
         });
     service_->addTo(server_->router());
     // Last: what they put into the journals wakes the service.
-    const auto group =
-        customProviderConfig ? customProviderConfig->notifyTaskGroup : Vel::Ref<Kiln::TaskGroup>{};
+    if (customProviderConfig) { group_ = customProviderConfig->notifyTaskGroup; }
+    if (!group_) { group_ = scheduler_->taskGroupIs("GaleNotify", kNotifyPriority, 0); }
     for (const auto& channel : channels_) {
-        channel->provider = std::make_unique<Provider>(
-            *channel->view, channel->journal, stamps_, scheduler_, group, config_.referenceWait);
+        if (channel->view->lazy()) {
+            LazyFill::Options options;
+            options.makeProvider = [this, &view = *channel](std::function<void()> onFilled) {
+                return makeProvider(view, std::move(onFilled));
+            };
+            options.toIoThread = [this](std::function<void()> work) {
+                server_->post(std::move(work));
+            };
+            options.linger = config_.demandLinger;
+            channel->lazyFill = LazyFill::make(*channel, std::move(options), scheduler_, group_);
+        } else {
+            channel->provider = makeProvider(*channel, {});
+        }
     }
+}
+
+std::unique_ptr<Provider> RunnabilitySm::Impl::makeProvider(Channel& channel,
+                                                            std::function<void()> onFilled) {
+    return std::make_unique<Provider>(*channel.view,
+                                      channel.journal,
+                                      stamps_,
+                                      scheduler_,
+                                      group_,
+                                      config_.referenceWait,
+                                      std::move(onFilled));
 }
 
 void RunnabilitySm::Impl::start() {
@@ -194,7 +222,10 @@ void RunnabilitySm::Impl::stop() {
         if (runnabilityDir_) { runnabilityDir_->entityDel(kServerEntity); }
     }
     // In this order: calls hold cursors, journals wake the service, providers write the journals.
-    for (const auto& channel : channels_) { channel->provider.reset(); }
+    for (const auto& channel : channels_) {
+        channel->lazyFill.reset();
+        channel->provider.reset();
+    }
     server_.reset();
     channels_.clear();
     service_.reset();

@@ -40,6 +40,8 @@ struct HostConfig {
     std::string defaultInstance = "DEFAULT";
     /// How long an entry waits for one that it names before it is shown all the same.
     Kiln::Duration referenceWait = std::chrono::seconds(30);
+    /// How long the entries of a view that is made on demand outlast the last call that reads them.
+    Kiln::Duration demandLinger = std::chrono::seconds(60);
     /// How long open calls have to end when the server stops.
     Kiln::Duration stopGrace = std::chrono::seconds(0);
     Limits limits;

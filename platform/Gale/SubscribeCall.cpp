@@ -49,7 +49,7 @@ SubscribeCall::SubscribeCall(Wire::Call& call,
     : call_(call), channels_(channels), subscribers_(subscribers), limits_(limits) {}
 
 SubscribeCall::~SubscribeCall() {
-    if (cursor_) { subscribers_.remove(*this); }
+    if (plan_) { subscribers_.remove(*this); }
 }
 
 void SubscribeCall::onMessage(std::span<const std::byte> message) {
@@ -86,9 +86,17 @@ void SubscribeCall::begin(SubscribePlan plan) {
     plan_ = std::move(plan);
     suffix_ = targetSuffix(plan_->target);
     leafFilter_.emplace(plan_->filter->patterns());
-    cursor_.emplace(plan_->channel->journal, EntryFilter::forCursor(plan_->filter), plan_->mode);
     subscribers_.add(*this);
+    demand_.emplace(plan_->channel->demand, [this] {
+        attach();
+        resume();
+    });
+    if (demand_->filled()) { attach(); }
     call_.start(*this);
+}
+
+void SubscribeCall::attach() {
+    cursor_.emplace(plan_->channel->journal, EntryFilter::forCursor(plan_->filter), plan_->mode);
 }
 
 void SubscribeCall::onHalfClose() {
@@ -98,6 +106,7 @@ void SubscribeCall::onHalfClose() {
 void SubscribeCall::onCancelled(const Status& /*why*/) {}
 
 Fill SubscribeCall::fill(std::span<std::byte> out) {
+    if (!cursor_) { return Fill::idle(0); }
     std::size_t written = 0;
     for (int blank = 0;;) {
         if (pending_) {
@@ -201,7 +210,7 @@ void SubscribeCall::writePending(std::byte* out) {
 }
 
 SubscriberStatus SubscribeCall::status() const {
-    const CursorStatistics cursor = cursor_->statistics();
+    const CursorStatistics cursor = cursor_ ? cursor_->statistics() : CursorStatistics{};
     return {.peer = std::string{call_.peer()},
             .target = plan_->target,
             .messages = messages_,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Gale/Cursor.h"
+#include "platform/Gale/Demand.h"
 #include "platform/Gale/LeafFilter.h"
 #include "platform/Gale/SubscribePlan.h"
 #include "platform/Gale/Subscribers.h"
@@ -40,6 +41,7 @@ public:
 
 private:
     void begin(SubscribePlan plan);
+    void attach();
     Wire::Fill fill(std::span<std::byte> out) override;
     bool refill();
     bool prepare(const CursorMessage& message);
@@ -55,7 +57,8 @@ private:
     std::optional<SubscribePlan> plan_;
     std::string suffix_;  // what is appended to each Notification: the target
     std::optional<LeafFilter> leafFilter_;
-    std::optional<Cursor> cursor_;
+    std::optional<Demand::Token> demand_;
+    std::optional<Cursor> cursor_;  // null: the entries are not there yet
     Cursor::State state_ = Cursor::State::more;
     std::array<CursorMessage, 64> batch_;
     std::size_t next_ = 0;

@@ -103,9 +103,13 @@ public:
                              std::uint64_t value,
                              std::string& notification) const = 0;
 
-    /// Hands over the sources; once. Sources that are there already mark all they hold when they
-    /// are taken. Scheduler's thread.
+    /// Whether there are entries only while somebody reads them. Constant.
+    virtual bool lazy() const { return false; }
+    /// Hands over the sources; once, or again after detach(). Sources that are there already mark
+    /// all they hold when they are taken. Scheduler's thread.
     virtual void attach(SourceSink sink) = 0;
+    /// The sources are about to go, and so does the sink. Scheduler's thread.
+    virtual void detach() {}
 };
 
 using ViewFactory = std::function<std::unique_ptr<View>(const ViewInputs&)>;

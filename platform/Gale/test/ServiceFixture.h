@@ -24,8 +24,8 @@ namespace Gale {
 /// and time stands still.
 class ServiceFixture : public testing::Test {
 protected:
-    ServiceFixture() {
-        auto made = std::make_unique<TestView>();
+    explicit ServiceFixture(bool lazy = false) {
+        auto made = std::make_unique<TestView>(lazy);
         view = made.get();
         server = std::make_unique<Wire::Server>(Wire::Options{}, clock);
         channels.push_back(std::make_unique<Channel>(
@@ -36,12 +36,29 @@ protected:
             });
         service->addTo(server->router());
         EXPECT_EQ(server->listen(), std::nullopt);
-        channel().provider = std::make_unique<Provider>(
-            *view, channel().journal, stamps, scheduler, nullptr, std::chrono::seconds(30));
+        const auto makeProvider = [this](std::function<void()> onFilled) {
+            return std::make_unique<Provider>(*view,
+                                              channel().journal,
+                                              stamps,
+                                              scheduler,
+                                              nullptr,
+                                              std::chrono::seconds(30),
+                                              std::move(onFilled));
+        };
+        if (lazy) {
+            const auto post = [this](std::function<void()> work) { server->post(std::move(work)); };
+            channel().lazyFill = LazyFill::make(channel(),
+                                                {makeProvider, post, std::chrono::seconds(60)},
+                                                scheduler,
+                                                scheduler->taskGroupIs("notify", 3, 0));
+        } else {
+            channel().provider = makeProvider({});
+        }
         settle();
     }
     ~ServiceFixture() override {
         clients.clear();
+        channel().lazyFill.reset();
         channel().provider.reset();
         server.reset();
     }

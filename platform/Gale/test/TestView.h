@@ -22,6 +22,8 @@ namespace Gale {
 /// zoo-colours. All numbers have 64 bits, but a field's id.
 class TestView final : public View {
 public:
+    explicit TestView(bool onDemand = false) : lazy_(onDemand) {}
+
     struct Herd {
         std::vector<std::uint64_t> members;
     };
@@ -44,7 +46,11 @@ public:
                      const EntryKey& key,
                      std::uint64_t value,
                      std::string& notification) const override;
+    bool lazy() const override { return lazy_; }
     void attach(SourceSink sink) override;
+
+private:
+    const bool lazy_;
 };
 
 }  // namespace Gale
