@@ -1,0 +1,173 @@
+// The whole agent and a client over a store of any size.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "PelOpenConfig/PelOpenConfigAgent.h"
+#include "forwarder/Publish/FlatStore.h"
+#include "forwarder/Scenario/Generator.h"
+#include "forwarder/Scenario/ScenarioPublish.h"
+#include "model/Registration.h"
+#include "model/Tolo/Config.h"
+#include "model/View/OpenConfigView.h"
+#include "platform/AgentHost/Host.h"
+#include "platform/Gale/Wire/test/WireClient.h"
+#include "platform/Hubdb/Publisher.h"
+#include "proto/gnmi.pb.h"
+#include "test/scale/Collector.h"
+#include "test/support/Scale.h"
+#include "test/support/TempDir.h"
+
+namespace Pel::Scale {
+namespace {
+
+const Forwarder::GeneratorOptions kNothing{};
+
+/// As many next hops as the scale says, a quarter as many groups, and as many routes.
+Forwarder::GeneratorOptions wholeScale() {
+    return {TestSupport::scale(), TestSupport::scale() / 4, TestSupport::scale() / 4, 0, 1};
+}
+
+/// Agent and client on the test's thread, by turns. Waits have no bound but the test's own.
+class ExportScale : public testing::Test {
+protected:
+    void SetUp() override {
+        registerModelTypes();
+        OcApi::registerOpenConfigView();
+        config.root = dir.path();
+        config.gnmi.wire.port = 0;
+        exportIs(true);
+        publish(wholeScale());
+        Forwarder::Generator generator{wholeScale()};
+        for (Forwarder::Changes some; generator.describe(some, 512); some.clear()) {
+            for (const auto& change : some) { expect(change, wanted); }
+        }
+        ASSERT_EQ(wanted.size(), TestSupport::scale() + TestSupport::scale() / 4 * 2);
+
+        host =
+            std::make_unique<AgentHost::Host>(config, clock, std::make_unique<Kiln::YieldByTime>());
+        ASSERT_EQ(host->open(), "");
+        ASSERT_EQ(host->start(agentFactory), "");
+        while (host->agent()->gnmiPort() == 0) { host->scheduler()->runUntilIdle(); }
+        constexpr std::uint16_t kInitialWindow = 4;
+        client = std::make_unique<Gale::Wire::WireClient>(
+            host->agent()->gnmiPort(), true, std::vector{setting(kInitialWindow, 0x7FFF'FFFF)});
+        gnmi::SubscribeRequest request;
+        request.mutable_subscribe()->set_mode(gnmi::SubscriptionList::STREAM);
+        request.mutable_subscribe()->set_encoding(gnmi::PROTO);
+        request.mutable_subscribe()->add_subscription()->set_mode(gnmi::ON_CHANGE);
+        stream = client->open(Gale::Wire::WireClient::head("/gnmi.gNMI/Subscribe"));
+        client->send(stream, request.SerializeAsString());
+    }
+    void TearDown() override {
+        if (host) { host->stop(); }
+    }
+
+    std::unique_ptr<Store::Writer> writer(const std::filesystem::path& directory) const {
+        Store::Options options;
+        options.directory = directory;
+        options.mapBytes = config.stateMapBytes;
+        std::string error;
+        auto environment = Store::Environment::open(options, Store::Access::write, error);
+        EXPECT_EQ(error, "");
+        return std::make_unique<Store::Writer>(std::move(environment));
+    }
+    /// What a forwarder does that starts, brings the store to this state, and ends.
+    void publish(const Forwarder::GeneratorOptions& options) {
+        const auto to = writer(config.stateDirectory());
+        Forwarder::Generator generator{options};
+        Forwarder::ScenarioPublish publisher{generator, *to, clock};
+        ASSERT_EQ(publisher.open(), "");
+        while (publisher.run([] { return false; })) {}
+        ASSERT_TRUE(publisher.ready()) << publisher.failure();
+    }
+    void exportIs(bool enabled) {
+        const auto to = writer(config.configurationDirectory());
+        Hubdb::Publisher{*to}.entityIs(Tolo::Config::kPath,
+                                       Tolo::Config::kType,
+                                       Mesa::RecordCodec<Tolo::ConfigRecord>::encode({enabled}));
+        ASSERT_EQ(to->commit(), "");
+        if (!host) { return; }
+        bool read = false;
+        AgentHost::CommandRequest request;
+        request.command = "config reload";
+        host->commands()->requestIs(request, [&read](const auto& /*answer*/) { read = true; });
+        while (!read) { host->scheduler()->runUntilIdle(); }
+    }
+
+    void turn() {
+        host->scheduler()->runUntilIdle();
+        ASSERT_TRUE(client->pump());
+        std::string& data = client->reply(stream).data;
+        const std::size_t used = collector.take(data);
+        data.erase(0, used);
+        ASSERT_EQ(collector.fault, "");
+        ASSERT_FALSE(client->reply(stream).ended) << client->reply(stream).trailer("grpc-message");
+        if (used == 0) { return; }
+        client->window(0, static_cast<std::uint32_t>(used));
+        client->window(stream, static_cast<std::uint32_t>(used));
+    }
+    template <class Condition>
+    void until(Condition reached) {
+        while (!reached()) { ASSERT_NO_FATAL_FAILURE(turn()); }
+    }
+    void untilEverythingIsThere() {
+        until([this] { return collector.synced && collector.entries.size() == wanted.size(); });
+        EXPECT_EQ(difference(collector.entries, wanted), "");
+    }
+    void untilNothingIsLeft() {
+        until([this] { return collector.entries.empty(); });
+    }
+
+    static Gale::Wire::WireClient::Setting setting(std::uint16_t name, std::uint32_t value) {
+        return {name, value};
+    }
+
+    TestSupport::TempDir dir;
+    AgentHost::HostConfig config;
+    Kiln::SteadyClock clock;
+    Entries wanted;
+    std::unique_ptr<AgentHost::Host> host;
+    std::unique_ptr<Gale::Wire::WireClient> client;
+    std::uint32_t stream = 0;
+    Collector collector;
+};
+
+TEST_F(ExportScale, AClientHoldsWhatWasProgrammedThroughDisablingAndRemoval) {
+    ASSERT_NO_FATAL_FAILURE(untilEverythingIsThere());
+    exportIs(false);
+    ASSERT_NO_FATAL_FAILURE(untilNothingIsLeft());
+    exportIs(true);
+    ASSERT_NO_FATAL_FAILURE(untilEverythingIsThere());
+    publish(kNothing);
+    ASSERT_NO_FATAL_FAILURE(untilNothingIsLeft());
+    publish(wholeScale());
+    ASSERT_NO_FATAL_FAILURE(untilEverythingIsThere());
+}
+
+TEST_F(ExportScale, AForwarderThatStartsAgainOverTheSameStateTellsNothing) {
+    ASSERT_NO_FATAL_FAILURE(untilEverythingIsThere());
+    const std::uint64_t before = collector.messages;
+    publish(wholeScale());
+    // What is told after it: the first next hop gets the second one's content.
+    Forwarder::Generator generator{wholeScale()};
+    Forwarder::Changes first;
+    generator.describe(first, 4);
+    const auto& one = std::get<Forwarder::NextHopItem>(first[2]);
+    const auto& two = std::get<Forwarder::NextHopItem>(first[3]);
+    {
+        const auto to = writer(config.stateDirectory());
+        Forwarder::FlatStore{*to, config.cellId}.nextHopIs(one.entry, two.content);
+        ASSERT_EQ(to->commit(), "");
+    }
+    wanted["next-hop 1"] = wanted["next-hop 2"];
+    ASSERT_NO_FATAL_FAILURE(
+        until([this] { return collector.entries["next-hop 1"] == wanted["next-hop 1"]; }));
+    EXPECT_EQ(collector.messages, before + 1);
+    EXPECT_EQ(difference(collector.entries, wanted), "");
+}
+
+}  // namespace
+}  // namespace Pel::Scale
