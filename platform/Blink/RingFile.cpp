@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "platform/Blink/RingWriter.h"
+#include "platform/Blink/TraceFiles.h"
 
 namespace Blink {
 namespace {
@@ -42,12 +43,12 @@ void onForkInChild() {
     if (state().deleteOnFork) { shutdown(); }
 }
 
-std::string expand(std::string_view fileName) {
-    std::string name;
-    if (!fileName.empty() && (fileName[0] == '-' || fileName[0] == '.')) {
-        name = program_invocation_short_name;
-    }
-    name += fileName;
+std::string withProcessName(std::string_view fileName) {
+    const bool suffix = !fileName.empty() && (fileName[0] == '-' || fileName[0] == '.');
+    return (suffix ? program_invocation_short_name : "") + std::string{fileName};
+}
+
+std::string withProcessId(std::string name) {
     const std::size_t at = name.find("%d");
     if (at != std::string::npos) { name.replace(at, 2, std::to_string(::getpid())); }
     return name;
@@ -143,6 +144,7 @@ bool TraceFile::mtTraceFileIs() {
     std::string error;
     std::error_code ignored;
     std::filesystem::create_directories(path_.parent_path(), ignored);
+    pruneTraceFiles(path_.parent_path(), name_, kKept);
     auto writer = RingWriter::create(path_, ringBytesLog2_, slotBytes_, error);
     if (writer == nullptr) {
         std::fprintf(stderr, "%s\n", error.c_str());
@@ -176,11 +178,8 @@ bool init(std::string_view fileName,
         return false;
     }
     auto file = std::make_unique<TraceFile>();
-    const char* directory = std::getenv("BLINKDIR");
-    file->path_ = directory != nullptr   ? std::filesystem::path{directory}
-                  : state().root.empty() ? std::filesystem::current_path()
-                                         : state().root / "trace";
-    file->path_ /= expand(fileName);
+    file->name_ = withProcessName(fileName);
+    file->path_ = traceDirectory(state().root) / withProcessId(file->name_);
     file->ringBytesLog2_ = ringBytesLog2;
     file->slotBytes_ = slotBytes;
     state().file = std::move(file);

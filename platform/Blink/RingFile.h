@@ -18,8 +18,13 @@ enum class Threading { single, multi };
 /// The process's ring file. There is at most one, the default handle's.
 class TraceFile {
 public:
+    /// Files of ended processes that are worth their memory: a process that dies and comes again
+    /// must not fill a memory file system with traces.
+    static constexpr std::size_t kKept = 4;
+
     /// Creates (or empties) the file and starts tracing into it. Answers false, with the reason on
     /// standard error, when the file cannot be made; the process then runs without a binary trace.
+    /// Of the files that ended processes left under the same name kKept stay, the others go first.
     bool mtTraceFileIs();
     const std::filesystem::path& path() const { return path_; }
 
@@ -27,6 +32,7 @@ private:
     friend bool init(
         std::string_view, const char*, const char*, unsigned, unsigned, Threading, bool, unsigned);
     std::filesystem::path path_;
+    std::string name_;  // of the file, with "%d" as it was given
     unsigned ringBytesLog2_ = 24;
     unsigned slotBytes_ = 512;
 };

@@ -1,6 +1,7 @@
 #include "platform/Blink/RingWriter.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -54,6 +55,7 @@ std::unique_ptr<RingWriter> RingWriter::create(const std::filesystem::path& path
         error = "cannot create trace file " + path.string() + ": " + std::strerror(errno);
         return nullptr;
     }
+    ::flock(fd, LOCK_EX | LOCK_NB);  // says that it is being written, wherever one looks from
     // Reserved, not only sized: on a full file system the first store into a hole would be a
     // SIGBUS.
     void* mapped = MAP_FAILED;
@@ -62,13 +64,14 @@ std::unique_ptr<RingWriter> RingWriter::create(const std::filesystem::path& path
         mapped = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         failure = errno;
     }
-    ::close(fd);
     if (mapped == MAP_FAILED) {
+        ::close(fd);
         ::unlink(path.c_str());
         error = "cannot map trace file " + path.string() + ": " + std::strerror(failure);
         return nullptr;
     }
     std::unique_ptr<RingWriter> writer{new RingWriter};
+    writer->fd_ = fd;
     writer->base_ = static_cast<std::byte*>(mapped);
     writer->size_ = size;
     writer->slotCount_ = slotCount;
@@ -89,6 +92,7 @@ std::unique_ptr<RingWriter> RingWriter::create(const std::filesystem::path& path
 
 RingWriter::~RingWriter() {
     if (base_ != nullptr) { ::munmap(base_, size_); }
+    if (fd_ >= 0) { ::close(fd_); }
 }
 
 std::uint64_t RingWriter::nextMessage() const {

@@ -40,6 +40,7 @@ private:
     RingWriter() = default;
     std::uint32_t siteId(CallSite& site, const Handle& handle);
 
+    int fd_ = -1;  // kept open for its lock, which says that somebody writes
     std::byte* base_ = nullptr;
     std::size_t size_ = 0;
     Layout::Header* header_ = nullptr;
