@@ -1,5 +1,6 @@
 #include "platform/Toggle/Toggle.h"
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -39,7 +40,9 @@ bool readFile(const std::filesystem::path& path, std::string& text) {
         return false;
     }
     std::ifstream in{path, std::ios::binary};
-    text.assign(std::istreambuf_iterator<char>{in}, {});
+    text.resize(kMostBytes);
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(in.gcount()));
     if (in.bad() || !in.is_open()) {
         TRACE5("toggle file {}: cannot be read", path.string());
         return false;
@@ -47,12 +50,30 @@ bool readFile(const std::filesystem::path& path, std::string& text) {
     return true;
 }
 
+/// The document, or something that is no object and where it breaks off.
+nlohmann::json parse(const std::string& text, std::string& reason) {
+    try {
+        return nlohmann::json::parse(text);
+    } catch (const nlohmann::json::parse_error& error) {
+        const std::size_t end = std::min(error.byte, text.size());
+        const auto line =
+            1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n');
+        reason = ": malformed in line " + std::to_string(line);
+        return nullptr;
+    }
+}
+
 bool readToggle(const std::filesystem::path& path, const std::string& name, bool byDefault) {
     std::string text;
     if (!readFile(path, text)) { return byDefault; }
-    const auto json = nlohmann::json::parse(text, nullptr, false);
+    std::string reason;
+    const auto json = parse(text, reason);
     if (!json.is_object()) {
-        TRACE5("toggle file {}: not a JSON object, {} stays {}", path.string(), name, byDefault);
+        TRACE5("toggle file {}: not a JSON object, {} stays {}{}",
+               path.string(),
+               name,
+               byDefault,
+               reason);
         return byDefault;
     }
     const auto member = json.find(name);

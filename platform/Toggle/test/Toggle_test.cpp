@@ -56,14 +56,23 @@ constexpr ToggleCase kCases[] = {
      R"({"GaleTarnServer": fal)",
      true,
      true,
-     "not a JSON object, GaleTarnServer stays true"},
-    {"AnEmptyFileIsMalformed", "", false, false, "not a JSON object, GaleTarnServer stays false"},
+     "not a JSON object, GaleTarnServer stays true: malformed in line 1"},
+    {"ALineIsNamed",
+     "{\n  \"Other\": true,\n  \"GaleTarnServer\" false\n}\n",
+     true,
+     true,
+     "not a JSON object, GaleTarnServer stays true: malformed in line 3"},
+    {"AnEmptyFileIsMalformed",
+     "",
+     false,
+     false,
+     "not a JSON object, GaleTarnServer stays false: malformed in line 1"},
     {"AnArrayIsMalformed", "[true]", true, true, "not a JSON object, GaleTarnServer stays true"},
     {"BrokenUtf8IsMalformed",
      "{\"GaleTarnServer\": false, \"\xff\xfe\": 1}",
      true,
      true,
-     "not a JSON object, GaleTarnServer stays true"},
+     "not a JSON object, GaleTarnServer stays true: malformed in line 1"},
 };
 
 class ToggleState : public ToggleTest, public testing::WithParamInterface<ToggleCase> {};
@@ -111,19 +120,42 @@ TEST_F(ToggleTest, TheSameNameInAnotherFileIsAnotherToggle) {
     EXPECT_TRUE(Toggle::getToggleState("Other.json", "GaleTarnServer", true));
 }
 
-TEST_F(ToggleTest, ADirectoryOrAPipeInThePlaceOfTheFileIsTracedAndDoesNotBlock) {
-    ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
+/// Asked twice, the default both times, and said once.
+void expectOneTrace(bool (*read)(bool), const std::string& text) {
     const TestSupport::TraceCapture trace;
     EXPECT_TRUE(read(true));
-    EXPECT_TRUE(trace.has("toggle file " + path() + ": not a file of at most 1048576 bytes"));
+    EXPECT_TRUE(read(true));
+    EXPECT_EQ(trace.texts("Toggle"), std::vector{text});
+}
+
+TEST_F(ToggleTest, APipeInThePlaceOfTheFileIsTracedOnceAndDoesNotBlock) {
+    ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
+    expectOneTrace(read, "toggle file " + path() + ": not a file of at most 1048576 bytes");
+}
+
+TEST_F(ToggleTest, ADirectoryInThePlaceOfTheFileIsTracedOnce) {
+    std::filesystem::create_directory(path());
+    expectOneTrace(read, "toggle file " + path() + ": not a file of at most 1048576 bytes");
+}
+
+TEST_F(ToggleTest, AHugeFileIsTracedOnceAndNotRead) {
+    std::ofstream{path()}.close();
+    std::filesystem::resize_file(path(), std::uintmax_t{1} << 40U);  // no memory could hold it
+    expectOneTrace(read, "toggle file " + path() + ": not a file of at most 1048576 bytes");
+}
+
+TEST_F(ToggleTest, AFileThatCannotBeReadIsTracedOnce) {
+    // Regular by its looks, and even root may not read it.
+    std::filesystem::create_symlink("/proc/self/mem", path());
+    expectOneTrace(read, "toggle file " + path() + ": cannot be read");
 }
 
 TEST_F(ToggleTest, NestingWithoutEndIsMalformed) {
     write(std::string(900'000, '['));
     const TestSupport::TraceCapture trace;
     EXPECT_FALSE(read(false));
-    EXPECT_TRUE(
-        trace.has("toggle file " + path() + ": not a JSON object, GaleTarnServer stays false"));
+    EXPECT_TRUE(trace.has("toggle file " + path() +
+                          ": not a JSON object, GaleTarnServer stays false: malformed in line 1"));
 }
 
 }  // namespace
