@@ -1,9 +1,8 @@
 #include "apps/forwarderd/KernelForwarder.h"
 
-#include <fmt/format.h>
-
-#include <cstdio>
 #include <utility>
+
+#include "platform/AgentHost/StandardStreams.h"
 
 namespace Pel::Forwarder {
 namespace {
@@ -53,9 +52,8 @@ bool KernelForwarder::write() {
 void KernelForwarder::tellFailure() {
     if (publish_.failure() == told_) { return; }
     told_ = publish_.failure();
-    fmt::print(stderr,
-               "pel-forwarderd: {}\n",
-               told_.empty() ? "publishing goes on" : "publishing stands still: " + told_);
+    AgentHost::tell("pel-forwarderd",
+                    told_.empty() ? "publishing goes on" : "publishing stands still: " + told_);
 }
 
 }  // namespace Pel::Forwarder

@@ -1,9 +1,8 @@
 #include <CLI/CLI.hpp>
-#include <csignal>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "apps/forwarderd/KernelForwarder.h"
 #include "apps/forwarderd/ScenarioOptions.h"
@@ -11,6 +10,7 @@
 #include "platform/AgentHost/HostConfig.h"
 #include "platform/AgentHost/RootLock.h"
 #include "platform/AgentHost/SignalStop.h"
+#include "platform/AgentHost/StandardStreams.h"
 
 // pel-forwarderd: publishes forwarding state into the store. Ends with 0 after SIGTERM or SIGINT, 1
 // when it cannot start, 2 when the command line makes no sense.
@@ -22,17 +22,14 @@ struct Arguments {
     Pel::Forwarder::ScenarioOptions scenario;
 };
 
-int failed(const char* reason) {
-    // Not fmt: this is also the last way out of main(), and must not throw.
-    std::fprintf(stderr, "pel-forwarderd: %s\n", reason);
+int failed(std::string_view reason) {
+    AgentHost::tell("pel-forwarderd", reason);
     return 1;
 }
 
 template <class Forwarder>
 int runUntilStopped(Forwarder& forwarder, Kiln::TaskScheduler& scheduler) {
-    if (const std::string error = forwarder.start(); !error.empty()) {
-        return failed(error.c_str());
-    }
+    if (const std::string error = forwarder.start(); !error.empty()) { return failed(error); }
     scheduler.run();
     return 0;
 }
@@ -42,23 +39,23 @@ int forward(const Arguments& arguments) {
     std::unique_ptr<Pel::Forwarder::ChangeSource> scenario;
     if (arguments.source == "scenario") {
         scenario = arguments.scenario.source(error);
-        if (scenario == nullptr) { return failed(error.c_str()); }
+        if (scenario == nullptr) { return failed(error); }
     }
     AgentHost::RootLock lock;
     error = lock.take(arguments.config.root, "forwarder.lock");
-    if (!error.empty()) { return failed(error.c_str()); }
+    if (!error.empty()) { return failed(error); }
     Store::Options options;
     options.directory = arguments.config.stateDirectory();
     options.mapBytes = arguments.config.stateMapBytes;
     auto store = Store::Environment::open(options, Store::Access::write, error);
-    if (store == nullptr) { return failed(error.c_str()); }
+    if (store == nullptr) { return failed(error); }
     const Kiln::SteadyClock clock;
     const auto scheduler =
         Vel::make<Kiln::TaskScheduler>(clock, std::make_unique<Kiln::YieldByTime>());
     const AgentHost::SignalStop stop{scheduler};
     const unsigned cellId = arguments.config.cellId;
     if (scenario != nullptr) {
-        const auto tell = [](const std::string& text) { (void)failed(text.c_str()); };
+        const auto tell = [](const std::string& text) { (void)failed(text); };
         Pel::Forwarder::ScenarioFeed feed{
             scheduler, std::move(store), std::move(scenario), cellId, tell};
         return runUntilStopped(feed, *scheduler);
@@ -91,7 +88,7 @@ int run(int count, char** values) {
 }  // namespace
 
 int main(int count, char** values) {
-    ::signal(SIGPIPE, SIG_IGN);
+    AgentHost::standardStreamsAreTaken();
     try {
         return run(count, values);
     } catch (const std::exception& error) { return failed(error.what()); }

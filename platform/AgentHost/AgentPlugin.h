@@ -7,7 +7,7 @@ class AgentBase;
 /// The two symbols of a plug-in, both with C linkage:
 ///     const char pelAgentRevision[]                 the PEL_REVISION that it was built against
 ///     AgentBase* agentFactory(const char* name)     a new agent for the host to keep; null when
-///                                                   that failed; nothing may be thrown out of it
+///                                                   that failed; what is thrown out of it is told and ends the start
 inline constexpr const char* kRevisionSymbol = "pelAgentRevision";
 inline constexpr const char* kFactorySymbol = "agentFactory";
 using AgentFactory = AgentBase* (*)(const char* name);

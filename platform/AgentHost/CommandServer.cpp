@@ -1,5 +1,6 @@
 #include "platform/AgentHost/CommandServer.h"
 
+#include <fmt/format.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -7,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -23,6 +25,20 @@ constexpr int kBacklog = 16;
 
 std::string problem(const std::filesystem::path& path) {
     return "control socket " + path.string() + ": " + std::generic_category().message(errno);
+}
+
+/// Takes away what a dead process left there. False when something else is in the way.
+bool clear(const std::filesystem::path& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) { return true; }
+    return S_ISSOCK(status.st_mode) && ::unlink(path.c_str()) == 0;
+}
+
+/// As much as fits into a socket that nobody has written to yet: all of it.
+void refuse(int client, std::string_view reason) {
+    const std::string line = fmt::format("{{\"end\":true,\"error\":\"{}\"}}\n", reason);
+    [[maybe_unused]] const auto sent = ::send(client, line.data(), line.size(), MSG_NOSIGNAL);
+    ::close(client);
 }
 
 }  // namespace
@@ -61,7 +77,10 @@ std::string CommandServer::listen(const std::filesystem::path& path) {
     std::memcpy(address.sun_path, path.c_str(), path.native().size());
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0) { return problem(path); }
-    ::unlink(path.c_str());
+    if (!clear(path)) {
+        ::close(fd);
+        return "control socket " + path.string() + ": something that is no socket is in its place";
+    }
     // The owner and the group may ask; a umask could take that away, or give it to all.
     if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::chmod(path.c_str(), 0660) != 0 || ::listen(fd, kBacklog) != 0) {
@@ -91,7 +110,7 @@ void CommandServer::accept() {
     }
     if (sessions_.size() >= limits_.connections) {
         TRACE5("too many clients of the control socket: {}", sessions_.size());
-        ::close(client);
+        refuse(client, fmt::format("{} clients are being answered already", sessions_.size()));
         return;
     }
     const std::uint64_t id = nextId_++;

@@ -20,9 +20,10 @@ class CommandSession;
 class CommandServer {
 public:
     struct Limits {
-        std::size_t connections = 32;                        ///< further ones are closed at once
-        std::size_t requestBytes = 64U << 10U;               ///< of one request line
-        Kiln::Duration idleTime = std::chrono::seconds(30);  ///< without a byte moved: closed
+        std::size_t connections = 32;           ///< further ones are told so and closed at once
+        std::size_t requestBytes = 64U << 10U;  ///< of one request line
+        /// For a request to be whole, and without a byte taken of an answer: then closed.
+        Kiln::Duration idleTime = std::chrono::seconds(30);
     };
 
     CommandServer(Vel::Ref<Kiln::TaskScheduler> scheduler, Vel::Ref<CmdRequestDirSm> commands);
@@ -34,7 +35,7 @@ public:
     ~CommandServer();
 
     /// Listens at the path. A socket that a dead process left there is replaced: whoever calls this
-    /// has made sure that no living one owns it. Empty, or what went wrong.
+    /// has made sure that no living one owns it. What is no socket stays. Empty, or what went wrong.
     std::string listen(const std::filesystem::path& path);
     std::size_t sessions() const { return sessions_.size(); }
 

@@ -144,8 +144,9 @@ CommandSession::Step CommandSession::receive() {
     const ssize_t size = ::recv(fd_, piece.data(), piece.size(), 0);
     if (size < 0) { return wouldBlock() ? Step::wait : Step::end; }
     if (size == 0) { return Step::end; }
+    // A request that trickles in is no progress: its time counts from its first byte.
+    if (input_.empty()) { progress(); }
     input_.append(piece.data(), static_cast<std::size_t>(size));
-    progress();
     return Step::again;
 }
 

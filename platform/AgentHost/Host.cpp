@@ -35,6 +35,9 @@ std::string guarded(const char* name, Step step) {
     } catch (const std::exception& error) {
         TRACE5("{} threw: {}", name, error.what());
         return std::string{name} + ": " + error.what();
+    } catch (...) {
+        TRACE5("{} threw what is no exception", name);
+        return std::string{name} + ": threw what is no exception";
     }
 }
 
@@ -79,7 +82,9 @@ std::string Host::open() {
 
 std::string Host::start(AgentFactory factory) {
     VEL_ASSERT(factory != nullptr && entityManager_);
-    agent_ = Vel::Ref<AgentBase>{factory(config_.agentName.c_str())};
+    const std::string error = guarded(
+        "agentFactory", [&] { agent_ = Vel::Ref<AgentBase>{factory(config_.agentName.c_str())}; });
+    if (!error.empty()) { return error; }
     if (!agent_) { return "the plug-in made no agent"; }
     agent_->servicesIs({scheduler_, entityManager_, sharedMemory_, commands_, config_});
     return guarded("doInit", [this] { agent_->doInit(); });

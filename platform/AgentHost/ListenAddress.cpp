@@ -58,6 +58,12 @@ std::optional<ListenAddress> ListenAddress::parse(std::string_view text) {
     return socketAddress(result) ? std::optional{result} : std::nullopt;
 }
 
+std::string ListenAddress::problem(const std::string& text) {
+    if (parse(text)) { return {}; }
+    return "'" + text +
+           "' is no numeric address with a port (0 to 65535), as in 127.0.0.1:9339 or [::1]:9339";
+}
+
 std::string ListenAddress::text() const {
     const bool six = address.find(':') != std::string::npos;
     return (six ? "[" + address + "]" : address) + ":" + std::to_string(port);

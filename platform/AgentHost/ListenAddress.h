@@ -14,6 +14,8 @@ struct ListenAddress {
 
     /// nullopt when the text is none; names are not looked up.
     static std::optional<ListenAddress> parse(std::string_view text);
+    /// Empty when the text is one, else what one looks like; for the check of an option.
+    static std::string problem(const std::string& text);
     /// The text form; parse() reads it back.
     std::string text() const;
     /// Where a client on this machine reaches a server that listens here: for "any address"

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -95,6 +97,12 @@ constexpr GarbageCase kGarbage[] = {
     {"ParametersNoObject", "{\"command\":\"echo\",\"parameters\":[]}\n", "is an object of strings"},
     {"ParameterNoString", "{\"command\":\"echo\",\"parameters\":{\"a\":1}}\n", "parameter a is no"},
     {"ThrowingCommand", "{\"command\":\"echo\"}\n", "echo: "},
+    {"Nothing", "\n", "a request is a line"},
+    {"Null", "null\n", "a request is a line"},
+    {"ZeroBytes", std::string_view{"\0\0\0\n", 4}, "a request is a line"},
+    {"FormatNoString", "{\"command\":\"echo\",\"format\":{}}\n", "\\\"format\\\" is"},
+    {"ParametersNull", "{\"command\":\"echo\",\"parameters\":null}\n", "is an object of strings"},
+    {"UnknownCommand", "{\"command\":\"fly\"}\n", "no command 'fly'"},
     {"InvalidUtf8Command", "{\"command\":\"\xff\"}\n", "a request is a line"},
 };
 class CommandServerGarbage : public CommandServerTest,
@@ -150,6 +158,28 @@ TEST_F(CommandServerTest, AClientThatStopsReadingIsDroppedAfterTheIdleTime) {
     EXPECT_EQ(server_->sessions(), 0U);
 }
 
+TEST_F(CommandServerTest, HalfARequestAndThenSilenceIsDroppedAfterTheIdleTime) {
+    ControlPeer half{socket_};
+    half.send("{\"command\":");
+    run();
+    clock_.advance(limits_.idleTime);
+    run();
+    EXPECT_TRUE(half.receive());
+    EXPECT_EQ(server_->sessions(), 0U);
+}
+
+TEST_F(CommandServerTest, ARequestThatTricklesInHasTheIdleTimeFromItsFirstByte) {
+    ControlPeer slow{socket_};
+    for (int second = 0; second < 30; ++second) {
+        slow.send("x");
+        run();
+        clock_.advance(std::chrono::seconds{1});
+    }
+    run();
+    EXPECT_TRUE(slow.receive());
+    EXPECT_EQ(server_->sessions(), 0U);
+}
+
 TEST_F(CommandServerTest, AVanishedClientIsForgotten) {
     {
         ControlPeer silent{socket_};
@@ -200,11 +230,43 @@ TEST_F(CommandServerTest, TooManyClientsAreClosedAtOnceAndTheOthersStay) {
     run();
     EXPECT_EQ(server_->sessions(), 3U);
     EXPECT_TRUE(peers[3]->receive());
+    EXPECT_THAT(peers[3]->lines(),
+                ElementsAre(R"({"end":true,"error":"3 clients are being answered already"})"));
     EXPECT_FALSE(peers[0]->receive());
     peers[0]->close();
     run();
     EXPECT_THAT(ask("{\"command\":\"echo\",\"parameters\":{\"text\":\"room again\"}}\n"),
                 ElementsAre(R"({"output":"room again"})", kEnd));
+}
+
+TEST_F(CommandServerTest, HundredsOfClientsCostNoMoreThanTheLimitAndLeaveNothing) {
+    for (int i = 0; i < 400; ++i) {
+        ControlPeer peer{socket_};
+        peer.send(i % 2 == 0 ? "{\"command\":\"big\"}\n" : "half a li");
+        if (i % 4 == 0) { run(); }
+        EXPECT_LE(server_->sessions(), limits_.connections);
+    }
+    clock_.advance(limits_.idleTime);
+    run();
+    EXPECT_EQ(server_->sessions(), 0U);
+    EXPECT_THAT(ask("{\"command\":\"echo\",\"parameters\":{\"text\":\"still here\"}}\n"),
+                ElementsAre(R"({"output":"still here"})", kEnd));
+}
+
+TEST_F(CommandServerTest, NestingToTheLimitIsOneError) {
+    limits_.requestBytes = 64U << 10U;
+    CommandServer roomy{scheduler_, commands_, limits_};
+    const auto path = directory_.path() / "roomy.sock";
+    ASSERT_EQ(roomy.listen(path), "");
+    for (const std::string& nested :
+         {std::string(60'000, '['), std::string(30'000, '[') + std::string(30'000, ']')}) {
+        ControlPeer peer{path};
+        peer.send("{\"command\":\"echo\",\"parameters\":" + nested + "}\n");
+        for (int i = 0; i < 5; ++i) { run(); }
+        peer.receive();
+        ASSERT_EQ(peer.lines().size(), 1U);
+        EXPECT_THAT(peer.lines()[0], HasSubstr("\"error\""));
+    }
 }
 
 TEST_F(CommandServerTest, TheSocketIsForOwnerAndGroupAndGoesWithTheServer) {
@@ -215,12 +277,40 @@ TEST_F(CommandServerTest, TheSocketIsForOwnerAndGroupAndGoesWithTheServer) {
     EXPECT_FALSE(std::filesystem::exists(socket_));
 }
 
-TEST_F(CommandServerTest, AStaleSocketIsReplaced) {
+TEST_F(CommandServerTest, TheSocketOfAKilledProcessIsReplaced) {
     const auto stale = directory_.path() / "stale.sock";
-    std::ofstream{stale} << "left by a dead process";
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const auto own =
+            Vel::make<Kiln::TaskScheduler>(clock_, std::make_unique<Kiln::AlwaysYield>());
+        CommandServer server{own, commands_};
+        ::_exit(server.listen(stale).empty() ? 0 : 1);  // as SIGKILL ends it
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+    ASSERT_TRUE(std::filesystem::is_socket(stale));
     CommandServer other{scheduler_, commands_};
     EXPECT_EQ(other.listen(stale), "");
     EXPECT_TRUE(ControlPeer{stale}.connected());
+}
+
+TEST_F(CommandServerTest, WhatIsNoSocketStaysAndIsAnError) {
+    const auto file = directory_.path() / "file.sock";
+    std::ofstream{file} << "somebody's";
+    const auto folder = directory_.path() / "folder.sock";
+    std::filesystem::create_directory(folder);
+    const auto link = directory_.path() / "link.sock";
+    std::filesystem::create_symlink(socket_, link);
+    for (const auto& path : {file, folder, link}) {
+        CommandServer other{scheduler_, commands_};
+        EXPECT_EQ(
+            other.listen(path),
+            "control socket " + path.string() + ": something that is no socket is in its place");
+    }
+    EXPECT_TRUE(std::filesystem::is_regular_file(file));
+    EXPECT_TRUE(std::filesystem::is_directory(folder));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
 }
 
 TEST_F(CommandServerTest, AnImpossiblePathIsAnError) {

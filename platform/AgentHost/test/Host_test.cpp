@@ -107,6 +107,17 @@ TEST_F(HostTest, AnAgentThatThrowsInItsStartIsAnError) {
     EXPECT_EQ(host->start(goodPlugin()), "doInit: no start today");
 }
 
+TEST_F(HostTest, AFactoryThatThrowsIsAnErrorWhateverItThrows) {
+    for (const auto& [name, said] :
+         {std::pair{"factory throws", "no agent today"},
+          std::pair{"factory throws a number", "threw what is no exception"}}) {
+        auto host = this->host(name);
+        ASSERT_EQ(host->open(), "");
+        EXPECT_EQ(host->start(goodPlugin()), std::string{"agentFactory: "} + said);
+        EXPECT_EQ(host->agent(), nullptr);
+    }
+}
+
 TEST_F(HostTest, AFactoryThatMakesNothingIsAnError) {
     auto host = this->host("none");
     ASSERT_EQ(host->open(), "");
@@ -261,6 +272,16 @@ TEST(ListenAddressTest, ReadsBothFamilies) {
                                     "[::1]",
                                     "1.2.3:4"}) {
         EXPECT_FALSE(ListenAddress::parse(wrong)) << wrong;
+    }
+}
+
+TEST(ListenAddressTest, SaysWhatAnAddressLooksLikeAndWhatWasGiven) {
+    EXPECT_EQ(ListenAddress::problem("[::]:0"), "");
+    for (const char* const wrong : {"here", "127.0.0.1:65536", "127.0.0.1:-1", ""}) {
+        EXPECT_THAT(ListenAddress::problem(wrong),
+                    testing::AllOf(StartsWith("'" + std::string{wrong} + "' is no numeric"),
+                                   HasSubstr("0 to 65535"),
+                                   HasSubstr("127.0.0.1:9339")));
     }
 }
 

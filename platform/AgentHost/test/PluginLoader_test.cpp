@@ -47,6 +47,40 @@ TEST(PluginLoaderTest, AFileThatIsNoLibraryIsNamed) {
     EXPECT_THAT(errorOf(file), AllOf(HasSubstr(file.string()), HasSubstr("cannot be loaded")));
 }
 
+TEST(PluginLoaderTest, AnEmptyFileIsNamed) {
+    const TestSupport::TempDir directory;
+    const auto file = directory.path() / "libEmpty.so";
+    std::ofstream{file}.close();
+    EXPECT_THAT(errorOf(file), AllOf(HasSubstr(file.string()), HasSubstr("cannot be loaded")));
+}
+
+TEST(PluginLoaderTest, ACopyThatBrokeOffIsRefusedBeforeItIsTouched) {
+    const TestSupport::TempDir directory;
+    const auto whole = kPlugins / "libGoodPlugin.so";
+    const std::uintmax_t bytes = std::filesystem::file_size(whole);
+    for (const std::uintmax_t left : {std::uintmax_t{1000}, bytes / 8, bytes / 2, bytes - 1}) {
+        const auto file = directory.path() / ("lib" + std::to_string(left) + ".so");
+        std::filesystem::copy_file(whole, file);
+        std::filesystem::resize_file(file, left);
+        EXPECT_THAT(errorOf(file),
+                    AllOf(HasSubstr(file.string()),
+                          HasSubstr("is cut short: " + std::to_string(left) + " of at least ")));
+    }
+}
+
+TEST(PluginLoaderTest, AFileThatMayNotBeReadIsNamed) {
+    const TestSupport::TempDir directory;
+    const auto file = directory.path() / "libSelf.so";
+    std::filesystem::create_symlink(file, file);  // for root, too, there is no way to read it
+    EXPECT_THAT(errorOf(file), HasSubstr(file.string() + ": no such file (Too many levels"));
+}
+
+TEST(PluginLoaderTest, AnUnresolvedSymbolIsNamedWhenThePluginIsLoaded) {
+    EXPECT_THAT(
+        errorOf(kPlugins / "libUnresolvedPlugin.so"),
+        AllOf(HasSubstr("libUnresolvedPlugin.so: cannot be loaded"), HasSubstr("nobodyHasThis")));
+}
+
 TEST(PluginLoaderTest, AMissingSymbolIsNamed) {
     EXPECT_THAT(errorOf(kPlugins / "libNoFactoryPlugin.so"),
                 AllOf(HasSubstr("libNoFactoryPlugin.so"), HasSubstr("'agentFactory'")));

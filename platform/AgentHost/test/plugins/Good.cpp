@@ -44,6 +44,8 @@ private:
 }  // namespace
 
 extern "C" AgentHost::AgentBase* agentFactory(const char* name) {
+    if (std::string{name} == "factory throws") { throw Vel::RangeError{"no agent today"}; }
+    if (std::string{name} == "factory throws a number") { throw 42; }
     return std::string{name} == "none" ? nullptr : new GoodAgent{name};
 }
 PEL_AGENT_REVISION();
