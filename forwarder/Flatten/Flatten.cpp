@@ -270,6 +270,7 @@ void Flatten::processRoute(FlatDiff& diff, const RouteRef& ref, std::size_t& bud
     RouteEntry* const entry = fib_.routes().find(ref);
     if (entry == nullptr) { return; }
     entry->dirty = false;
+    if (entry->waiting) { waitEnd(ref, *entry); }
     const auto vrf = vrfs_.find(ref.table.table);
     const bool named = vrf != vrfs_.end() && !vrf->second.published.empty();
     if (named && vrf->second.leaving) { return; }  // looked at again when its table has left
@@ -282,7 +283,7 @@ void Flatten::processRoute(FlatDiff& diff, const RouteRef& ref, std::size_t& bud
     Fec& fec = fecs_[target];
     if (!fec.built && !build(diff, target, fec, budget)) {
         if (fec.routes == 0) { idleFecs_.push_back(target); }
-        waiting_.insert({target, ref});
+        waitFor(target, ref, *entry);
         return;
     }
     const OriginProtocol from = origin(ref, *entry, fec);
@@ -295,6 +296,20 @@ void Flatten::processRoute(FlatDiff& diff, const RouteRef& ref, std::size_t& bud
     entry->published = target;
     entry->publishedOrigin = from;
     diff.routes.push_back({{vrf->second.published, ref.prefix}, target, from});
+}
+
+void Flatten::waitFor(FecId id, const RouteRef& ref, RouteEntry& entry) {
+    entry.waiting = true;
+    waiting_.insert({id, ref});
+    waitsFor_.insert({ref, id});
+}
+
+void Flatten::waitEnd(const RouteRef& ref, RouteEntry& entry) {
+    entry.waiting = false;
+    const auto wait = waitsFor_.find(ref);
+    VEL_ASSERT(wait != waitsFor_.end());
+    waiting_.erase({wait->second, ref});
+    waitsFor_.erase(wait);
 }
 
 void Flatten::withdraw(FlatDiff& diff,

@@ -63,6 +63,8 @@ public:
 
     std::size_t publishedFecs() const { return fecs_.size(); }
     std::size_t publishedRoutes() const { return routeCount_; }
+    /// Routes that cannot be published because the source has not told their FEC.
+    std::size_t waitingRoutes() const { return waitsFor_.size(); }
 
 private:
     struct Slot {
@@ -105,6 +107,8 @@ private:
     void refreshTable(std::uint32_t table);
     void processRoutes(FlatDiff& diff, std::size_t& budget);
     void processRoute(FlatDiff& diff, const RouteRef& ref, std::size_t& budget);
+    void waitFor(FecId id, const RouteRef& ref, RouteEntry& entry);
+    void waitEnd(const RouteRef& ref, RouteEntry& entry);
     void withdraw(FlatDiff& diff, const RouteRef& ref, RouteEntry& entry, const std::string& vrf);
     void routeLeft(FecId id);
     OriginProtocol origin(const RouteRef& ref, const RouteEntry& entry, const Fec& fec) const;
@@ -147,8 +151,9 @@ private:
     std::deque<std::uint32_t> dirtyVrfs_;
     std::deque<RouteRef> dirtyRoutes_;
     std::deque<TableWalk> tableWalks_;
-    absl::btree_set<std::pair<FecId, RouteRef>>
-        waiting_;  // for a FEC that the source has not told yet
+    // For a FEC that the source has not told yet, and may never tell. A route waits for one at most.
+    absl::btree_set<std::pair<FecId, RouteRef>> waiting_;
+    absl::btree_map<RouteRef, FecId> waitsFor_;
     std::deque<FecId> idleFecs_;
 
     // Scratch of build().

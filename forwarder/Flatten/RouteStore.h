@@ -47,6 +47,7 @@ struct RouteEntry {
     OriginProtocol publishedOrigin = OriginProtocol::unset;
     bool dirty : 1 = false;     ///< queued for Flatten
     bool shadowed : 1 = false;  ///< has variants of a higher metric
+    bool waiting : 1 = false;   ///< Flatten waits for the FEC of it
 
     RouteVariant variant() const { return {target, metric, protocol, generation}; }
     void variantIs(const RouteVariant& v) {

@@ -234,6 +234,42 @@ TEST_F(FlattenTest, RouteThatWaitsKeepsItsOldFec) {
     EXPECT_EQ(bed.fecOf("192.0.2.0/24"), 200U);
 }
 
+TEST_F(FlattenTest, GroupsThatNeverComeLeaveNothingBehind) {
+    const std::size_t routes = bed.routes.size();
+    for (std::uint32_t id = 1000; id < 1100; ++id) {
+        bed.add(FlattenBed::nhidRoute("10.9.0.0/16", id));
+        bed.add(FlattenBed::nhidRoute("10.10.0.0/16", id + 1000));
+        bed.settle();
+        EXPECT_EQ(bed.flatten.waitingRoutes(), 2U);  // for the group named last, not for each
+        EXPECT_EQ(bed.flatten.publishedFecs(), bed.fecs.size());
+    }
+    bed.add(FlattenBed::nhidRoute("10.10.0.0/16", 200));
+    bed.settle();
+    EXPECT_EQ(bed.flatten.waitingRoutes(), 1U);
+    bed.del(FlattenBed::nhidRoute("10.9.0.0/16", 1099));
+    bed.del(FlattenBed::nhidRoute("10.10.0.0/16", 200));
+    bed.settle();
+    EXPECT_EQ(bed.flatten.waitingRoutes(), 0U);
+    EXPECT_EQ(bed.fib.routes().size(), routes);
+}
+
+TEST_F(FlattenTest, RouteThatWaitedInAVrfThatGoesIsForgotten) {
+    bed.vrf(50, "red", 1001);
+    Route waiting = FlattenBed::nhidRoute("10.9.0.0/16", 1000);
+    waiting.table = 1001;
+    bed.add(waiting);
+    bed.settle();
+    EXPECT_EQ(bed.flatten.waitingRoutes(), 1U);
+    bed.fib.linkDel(50);
+    bed.settle();
+    EXPECT_EQ(bed.flatten.waitingRoutes(), 0U);
+    bed.del(waiting);
+    bed.settle();
+    bed.vrf(50, "red", 1001);
+    bed.settle();
+    EXPECT_EQ(bed.flatten.waitingRoutes(), 0U);
+}
+
 TEST_F(FlattenTest, FdbNexthopIsNoFec) {
     Nexthop fdb;
     fdb.id = 330;
