@@ -28,6 +28,7 @@ using NumberCodec = Store::KeyCodec<std::uint64_t>;
 constexpr const char* kIdentityPath = "forwarder/identity";
 constexpr const char* kIdentityType = "Pel::Forwarder::Identity";
 constexpr std::string_view kFirstFreeIndex = "firstFreeIndex";
+constexpr std::string_view kSource = "source";
 
 std::string collectionPath(const char* collection) {
     return std::string{FlattenFecSet::kPath} + "/" + collection;
@@ -80,6 +81,21 @@ FlatStore::FlatStore(Store::Writer& writer, unsigned cellId)
 bool FlatStore::valid() const {
     return contents_.valid() && fecs_.valid() && nextHops_.valid() && counterKeys_.valid() &&
            vrfMap_.valid() && state_.valid() && contentTable_ != 0 && identity_ != 0;
+}
+
+std::string FlatStore::sourceIs(std::string_view source) {
+    const auto present = writer_.get(identity_, kSource);
+    if (!present) {
+        writer_.put(identity_, kSource, source);
+        return {};
+    }
+    if (*present == source) { return {}; }
+    const std::string store = writer_.environment().options().directory.string();
+    return "the store " + store + " belongs to the source '" + std::string{*present} + "', not '" +
+           std::string{source} +
+           "': their next-hop numbers must not mix. Use another root, or "
+           "remove " +
+           store;
 }
 
 // Reading back

@@ -39,6 +39,10 @@ public:
 
     /// Whether every table could be registered.
     bool valid() const;
+    /// Claims the store for a kind of source ("kernel", "scenario"), for ever: each gives next hops
+    /// numbers of its own, and one that comes to mean another next hop is what no reader expects.
+    /// Empty, or whose it is.
+    std::string sourceIs(std::string_view source);
     /// Hands what is there to `flatten`; records that do not verify are left out. Reads everything in one go: for the
     /// start, before anything is served.
     void readBack(Flatten& flatten);

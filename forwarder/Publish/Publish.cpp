@@ -14,7 +14,7 @@ constexpr std::size_t kBatch = 512;  // elements asked of Flatten at once
 Publish::Publish(Flatten& flatten, Store::Writer& writer, const Kiln::Clock& clock, unsigned cellId)
     : flatten_{flatten}, writer_{writer}, commit_{writer, clock}, cellId_{cellId} {}
 
-std::string Publish::open() {
+std::string Publish::open(std::string_view source) {
     VEL_ASSERT(store_ == nullptr);
     auto store = std::make_unique<FlatStore>(writer_, cellId_);
     const bool valid = store->valid();
@@ -22,9 +22,10 @@ std::string Publish::open() {
     std::string error = writer_.commit();
     if (!error.empty()) { return error; }
     if (!valid) { return "a table of the store is of another type"; }
+    if (error = store->sourceIs(source); !error.empty()) { return error; }
     store->readBack(flatten_);
     store_ = std::move(store);
-    return writer_.commit();  // nothing was written; tells whether reading failed
+    return writer_.commit();  // tells whether reading failed, too
 }
 
 bool Publish::run(absl::FunctionRef<bool()> mustYield) {

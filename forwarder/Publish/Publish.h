@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "forwarder/Flatten/Flatten.h"
 #include "forwarder/Publish/FlatStore.h"
@@ -35,9 +36,9 @@ public:
     /// Borrows all but the cell id.
     Publish(Flatten& flatten, Store::Writer& writer, const Kiln::Clock& clock, unsigned cellId = 1);
 
-    /// Registers the tables and hands Flatten what an earlier run published. Once. "" on success, else what failed; what
-    /// Flatten was given is not complete then, so start with a new one.
-    std::string open();
+    /// Registers the tables and hands Flatten what an earlier run published. Once. "" on success, else what failed, such
+    /// as a store that is another source's; what Flatten was given is not complete then, so start with a new one.
+    std::string open(std::string_view source = "kernel");
 
     /// Works until nothing is left or `mustYield` says so, which is asked after each transaction. True when there is more
     /// to do at once.

@@ -51,6 +51,7 @@ std::string ScenarioPublish::open() {
     std::string error = writer_.commit();
     if (!error.empty()) { return error; }
     if (!valid) { return "a table of the store is of another type"; }
+    if (error = store->sourceIs("scenario"); !error.empty()) { return error; }
     store_ = std::move(store);
     compare();
     const std::uint64_t firstFree = source_.firstFreeIndex();

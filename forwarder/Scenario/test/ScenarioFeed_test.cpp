@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "forwarder/Flatten/Fib.h"
+#include "forwarder/Publish/Publish.h"
 #include "forwarder/Scenario/Description.h"
 #include "forwarder/Scenario/FileSource.h"
 #include "forwarder/Scenario/test/FeedBed.h"
@@ -152,6 +154,41 @@ TEST_F(ScenarioFeedTest, KernelNeverGetsANumberThatAScenarioUsed) {
     Store::Writer writer{environment};
     FlatStore store{writer, 1};
     EXPECT_EQ(store.firstFreeIndex(), 5U);
+}
+
+/// The kernel's end of a store, up to where it would begin.
+std::string kernelOpens(const std::shared_ptr<Store::Environment>& environment,
+                        const Kiln::Clock& clock) {
+    Store::Writer writer{environment};
+    Fib fib;
+    Flatten flatten{fib};
+    return Publish{flatten, writer, clock}.open();
+}
+
+TEST_F(ScenarioFeedTest, AKernelDoesNotPublishIntoAScenariosStore) {
+    play(kText);
+    const auto everything = view().everything();
+    EXPECT_EQ(
+        kernelOpens(environment, clock),
+        "the store " + options.directory.string() +
+            " belongs to the source 'scenario', not 'kernel': their next-hop numbers must not "
+            "mix. Use another root, or remove " +
+            options.directory.string());
+    EXPECT_EQ(view().everything(), everything);
+}
+
+TEST_F(ScenarioFeedTest, AScenarioDoesNotPublishIntoAKernelsStore) {
+    std::string error;
+    environment = Store::Environment::open(options, Store::Access::write, error);
+    ASSERT_NE(environment, nullptr) << error;
+    ASSERT_EQ(kernelOpens(environment, clock), "");
+    ASSERT_EQ(kernelOpens(environment, clock), "");  // its own
+    Problems problems{"f"};
+    FileSource source{*parseScenario(kText, problems)};
+    Store::Writer writer{environment};
+    ScenarioPublish publish{source, writer, clock};
+    EXPECT_THAT(publish.open(), HasSubstr("belongs to the source 'kernel', not 'scenario'"));
+    EXPECT_EQ(view().nextHops(), 0U);
 }
 
 TEST_F(ScenarioFeedTest, StepsHappenAtTheirTimes) {
