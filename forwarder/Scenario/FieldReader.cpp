@@ -36,6 +36,14 @@ std::string described(const YamlNode& node) {
     return "";
 }
 
+std::string listed(const std::vector<std::string_view>& words) {
+    std::string text;
+    for (const std::string_view word : words) {
+        text += (text.empty() ? "" : ", ") + std::string{word};
+    }
+    return text;
+}
+
 }  // namespace
 
 std::nullopt_t ValueReader::expected(const YamlNode& node, const std::string& what) const {
@@ -132,10 +140,10 @@ FieldReader::FieldReader(const YamlNode& node,
         const auto at = std::find(known_.begin(), known_.end(), key.text);
         if (key.kind != YamlNode::Kind::scalar || at == known_.end()) {
             const std::string_view meant = nearest(key.text, known_);
-            values.problems().add(
-                key.place,
-                "unknown key " + inQuotes(key.text) +
-                    (meant.empty() ? std::string{} : "; did you mean " + inQuotes(meant) + "?"));
+            values.problems().add(key.place,
+                                  "unknown key " + inQuotes(key.text) +
+                                      (meant.empty() ? "; the keys here are " + listed(known_)
+                                                     : "; did you mean " + inQuotes(meant) + "?"));
             continue;
         }
         const YamlNode*& found = found_[static_cast<std::size_t>(at - known_.begin())];

@@ -44,8 +44,8 @@ private:
     Problems& problems_;
 };
 
-/// Reads the fields of a map. Keys that are not known are problems, with the known key that was probably meant; so are
-/// keys that come twice.
+/// Reads the fields of a map. Keys that are not known are problems, with the known key that was probably meant, or all of
+/// them; so are keys that come twice.
 class FieldReader {
 public:
     FieldReader(const YamlNode& node,

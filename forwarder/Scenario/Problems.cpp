@@ -13,6 +13,11 @@ namespace {
 constexpr std::size_t kMaxQuoted = 60;
 constexpr std::size_t kMaxCompared = 40;
 
+bool isControl(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7F;
+}
+
 /// Letters to insert, remove or replace, whatever their case.
 std::size_t distance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
@@ -34,6 +39,7 @@ std::size_t distance(std::string_view a, std::string_view b) {
 }  // namespace
 
 void Problems::add(Place place, std::string text) {
+    std::replace_if(text.begin(), text.end(), isControl, '?');  // they would drive the terminal
     if (kept_.size() < kMaxKept) {
         kept_.emplace(place, std::move(text));
     } else if (!kept_.contains({place, text})) {
@@ -56,10 +62,7 @@ std::vector<std::string> Problems::lines() const {
 
 std::string inQuotes(std::string_view text) {
     std::string result = "'";
-    for (const char c : text.substr(0, kMaxQuoted)) {
-        const auto byte = static_cast<unsigned char>(c);
-        result += byte < 0x20 || byte == 0x7F ? '?' : c;
-    }
+    for (const char c : text.substr(0, kMaxQuoted)) { result += isControl(c) ? '?' : c; }
     return result + (text.size() > kMaxQuoted ? "...'" : "'");
 }
 

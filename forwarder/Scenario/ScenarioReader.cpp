@@ -175,7 +175,7 @@ void ScenarioReader::routes(const YamlNode* list, Verb verb) {
         {"route",
          [&](const YamlNode& node) -> std::optional<RouteKey> {
              if (verb == Verb::del) { FieldReader{node, {"vrf", "prefix"}, elements_.values()}; }
-             return node.kind == YamlNode::Kind::map ? elements_.routeKey(node) : std::nullopt;
+             return elements_.routeKey(node);
          },
          [&](const RouteKey& key) { return state_.route(key); },
          [&](const YamlNode& node, const RouteKey& key, DescribedRoute& route) {
