@@ -10,13 +10,19 @@
 
 namespace Pel::Cli {
 
-int ScenarioCommand::check(const std::string& file) {
-    std::vector<std::string> problems;
-    const auto scenario = Forwarder::loadScenario(file, problems);
-    for (const std::string& problem : problems) { fmt::print(stderr, "{}\n", problem); }
-    if (!scenario) { return kFailed; }
-    fmt::print("{}: {}\n", file, scenario->summary());
-    return kDone;
+int ScenarioCommand::check(const std::vector<std::string>& files) {
+    int code = kDone;
+    for (const std::string& file : files) {
+        std::vector<std::string> problems;
+        const auto scenario = Forwarder::loadScenario(file, problems);
+        for (const std::string& line : problems) { std::fprintf(stderr, "%s\n", line.c_str()); }
+        if (scenario) {
+            fmt::print("{}: {}\n", file, scenario->summary());
+        } else {
+            code = kFailed;
+        }
+    }
+    return code;
 }
 
 }  // namespace Pel::Cli

@@ -1,15 +1,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace Pel::Cli {
 
-/// `pel scenario check FILE`: whether a forwarder would take the file. All that is wrong with it goes to standard error as
-/// "file:line:column: what was expected"; nothing else happens.
+/// `pel scenario check FILE...`: whether a forwarder would take each of the files. All that is wrong with them goes to
+/// standard error as "file:line:column: what was expected"; nothing else happens.
 class ScenarioCommand {
 public:
-    /// An ExitCode.
-    static int check(const std::string& file);
+    /// An ExitCode: done when all are good.
+    static int check(const std::vector<std::string>& files);
 };
 
 }  // namespace Pel::Cli

@@ -3,14 +3,19 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <deque>
 #include <filesystem>
+#include <iterator>
 #include <thread>
 
 #include "apps/cli/ExitCode.h"
+#include "platform/AgentHost/StandardStreams.h"
 #include "platform/Blink/RingFile.h"
+#include "platform/Blink/TraceFiles.h"
 
 namespace Pel::Cli {
 namespace {
@@ -32,6 +37,61 @@ std::string line(const Blink::Message& message) {
                        message.text);
 }
 
+/// What to show when no file is named. Empty when there is nothing.
+std::vector<std::filesystem::path> found(const TraceCommand::Options& options) {
+    std::vector<std::filesystem::path> files;
+    const std::filesystem::path directory = Blink::traceDirectory(options.root);
+    for (const Blink::TraceFileInfo& info : Blink::traceFiles(directory)) {
+        if (!files.empty() && !options.all) { break; }
+        AgentHost::tell("pel trace",
+                        fmt::format("{}, of process {}, which {}",
+                                    info.path.string(),
+                                    info.pid,
+                                    info.alive ? "runs" : "has ended"));
+        files.push_back(info.path);
+    }
+    if (files.empty()) {
+        AgentHost::tell("pel trace",
+                        "no trace file in " + directory.string() +
+                            "; an agent makes one when it starts. Elsewhere: --root DIR, or FILE");
+    }
+    return files;
+}
+
+/// Several files' messages from where each was left, in the order of their times.
+class Merged {
+public:
+    /// Empty, or why one of them cannot be read.
+    std::string open(const std::vector<std::filesystem::path>& files) {
+        for (const auto& file : files) {
+            Source& source = sources_.emplace_back();
+            std::string problem = source.reader.open(file);
+            if (!problem.empty()) { return problem; }
+        }
+        return {};
+    }
+    std::vector<Blink::Message> read() {
+        std::vector<Blink::Message> all;
+        for (Source& source : sources_) {
+            auto messages = source.reader.read(source.next);
+            if (!messages.empty()) { source.next = messages.back().number + 1; }
+            std::move(messages.begin(), messages.end(), std::back_inserter(all));
+        }
+        const auto earlier = [](const Blink::Message& a, const Blink::Message& b) {
+            return a.wallNanoseconds < b.wallNanoseconds;
+        };
+        if (sources_.size() > 1) { std::stable_sort(all.begin(), all.end(), earlier); }
+        return all;
+    }
+
+private:
+    struct Source {
+        Blink::RingReader reader;
+        std::uint64_t next = 0;
+    };
+    std::deque<Source> sources_;  // a reader stays where it is
+};
+
 /// False when nobody reads any more.
 bool show(const std::vector<Blink::Message>& messages, const TraceCommand::Options& options) {
     for (const Blink::Message& message : messages) {
@@ -46,16 +106,15 @@ bool show(const std::vector<Blink::Message>& messages, const TraceCommand::Optio
 }  // namespace
 
 int TraceCommand::run(const Options& options) {
-    Blink::RingReader reader;
-    if (const std::string problem = reader.open(options.file); !problem.empty()) {
-        fmt::print(stderr, "pel trace: {}\n", problem);
+    const auto files = options.files.empty() ? found(options) : options.files;
+    if (files.empty()) { return kFailed; }
+    Merged merged;
+    if (const std::string problem = merged.open(files); !problem.empty()) {
+        AgentHost::tell("pel trace", problem);
         return kFailed;
     }
-    std::uint64_t next = 0;
     while (true) {
-        const auto messages = reader.read(next);
-        if (!show(messages, options)) { return kFailed; }
-        if (!messages.empty()) { next = messages.back().number + 1; }
+        if (!show(merged.read(), options)) { return kDone; }
         if (!options.follow) { return kDone; }
         std::this_thread::sleep_for(kFollowInterval);
     }

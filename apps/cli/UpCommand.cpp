@@ -16,6 +16,7 @@
 #include "apps/cli/MountedEntity.h"
 #include "model/Readiness/FlattenFecSetReadyStatus.h"
 #include "platform/AgentHost/HostConfig.h"
+#include "platform/AgentHost/StandardStreams.h"
 
 namespace Pel::Cli {
 namespace {
@@ -82,15 +83,13 @@ int UpCommand::run() {
 }
 
 int UpCommand::failed(const std::string& reason) const {
-    fmt::print(stderr, "pel up: {}\n", reason);
+    AgentHost::tell("pel up", reason);
     return kFailed;
 }
 
 std::string UpCommand::check() {
     const auto listen = AgentHost::ListenAddress::parse(options_.listen);
-    if (!listen || listen->port == 0) {
-        return "--listen takes a numeric address and a port, as in 127.0.0.1:9339 or [::1]:9339";
-    }
+    if (!listen || listen->port == 0) { return "--listen takes a port from 1 to 65535"; }
     listen_ = *listen;
     if (options_.plugin.empty()) {
         options_.plugin = ownDirectory() / ".." / "lib" / "libPelOpenConfigAgent.so";

@@ -8,6 +8,7 @@
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/GnmiStream.h"
 #include "apps/cli/GnmiText.h"
+#include "platform/AgentHost/StandardStreams.h"
 
 namespace Pel::Cli {
 namespace {
@@ -41,7 +42,7 @@ bool print(const gnmi::SubscribeResponse& response) {
 }
 
 int usage(const std::string& problem) {
-    fmt::print(stderr, "pel watch: {}\n", problem);
+    AgentHost::tell("pel watch", problem);
     return kUsage;
 }
 
@@ -63,7 +64,7 @@ int WatchCommand::run(const Options& options) {
     }
     GnmiStream stream;
     const int code = stream.run(request, print, error);
-    if (code != kDone) { fmt::print(stderr, "pel watch: {}\n", error); }
+    if (code != kDone) { AgentHost::tell("pel watch", error); }
     return code;
 }
 

@@ -1,9 +1,10 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include <csignal>
 #include <exception>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "apps/cli/ConfigStore.h"
 #include "apps/cli/ControlClient.h"
@@ -13,6 +14,7 @@
 #include "apps/cli/UpCommand.h"
 #include "apps/cli/WatchCommand.h"
 #include "platform/AgentHost/HostConfig.h"
+#include "platform/AgentHost/StandardStreams.h"
 
 namespace Pel::Cli {
 namespace {
@@ -57,6 +59,7 @@ private:
     int waitSeconds_ = 660;
     int watchSeconds_ = 60;
     std::string value_;
+    std::vector<std::string> files_;
     int code_ = kDone;
 };
 
@@ -65,14 +68,14 @@ int CommandLine::ask(const std::string& command,
     const ControlResult result =
         ControlClient{root_, std::chrono::milliseconds{timeoutMs_}}.ask(command, json_, parameters);
     fmt::print("{}", result.output);
-    if (!result.error.empty()) { fmt::print(stderr, "pel: {}\n", result.error); }
+    if (!result.error.empty()) { AgentHost::tell("pel", result.error); }
     return result.exitCode();
 }
 
 int CommandLine::setExport() const {
     if (const std::string problem = ConfigStore{root_}.aftExportEnabledIs(value_ == "true");
         !problem.empty()) {
-        fmt::print(stderr, "pel: {}\n", problem);
+        AgentHost::tell("pel", problem);
         return kFailed;
     }
     const ControlResult result =
@@ -83,7 +86,7 @@ int CommandLine::setExport() const {
         return kDone;
     }
     if (result.outcome != ControlResult::Outcome::answered) {
-        fmt::print(stderr, "pel: written, but the agent has not read it: {}\n", result.error);
+        AgentHost::tell("pel", "written, but the agent has not read it: " + result.error);
         return result.exitCode();
     }
     fmt::print("aftExportEnabled {}\n", value_);
@@ -94,7 +97,7 @@ int CommandLine::showConfig() const {
     std::string error;
     const auto enabled = ConfigStore{root_}.aftExportEnabled(error);
     if (!error.empty()) {
-        fmt::print(stderr, "pel: {}\n", error);
+        AgentHost::tell("pel", error);
         return kFailed;
     }
     const std::string text = !enabled ? "" : *enabled ? "true" : "false";
@@ -110,7 +113,9 @@ void CommandLine::addUp() {
     CLI::App& up = *app_.add_subcommand("up", "Start forwarder and agent in the foreground");
     rootOption(up);
     up_.listen = "127.0.0.1:9339";
-    up.add_option("--listen", up_.listen, "Where gNMI clients connect")->capture_default_str();
+    up.add_option("--listen", up_.listen, "Where gNMI clients connect")
+        ->check(AgentHost::ListenAddress::problem)
+        ->capture_default_str();
     up.add_option("--plugin", up_.plugin, "The agent (default: the one beside this program)");
     up.add_flag("--once", up_.once, "End after the summary of the first export");
     up.add_option("--wait", waitSeconds_, "How long the first export may take, in seconds")
@@ -143,8 +148,10 @@ void CommandLine::addWatch() {
 
 void CommandLine::addTrace() {
     CLI::App& trace = *app_.add_subcommand(
-        "trace", "Show a trace file, or set levels: pel trace set Name=9,Other=5");
-    trace.add_option("file", trace_.file, "A trace file (in <root>/trace)");
+        "trace", "Show what the agent traced, or set levels: pel trace set Name=9,Other=5");
+    trace.add_option("files", trace_.files, "Trace files (default: the agent's, in <root>/trace)");
+    rootOption(trace);
+    trace.add_flag("--all", trace_.all, "Earlier runs' too, in the order of time");
     trace.add_flag("--follow", trace_.follow, "Go on with what is traced later");
     trace.add_option("--handle", trace_.handle, "Only messages of this handle");
     trace.add_option("--level", trace_.level, "Only messages up to this level")
@@ -157,7 +164,7 @@ void CommandLine::addTrace() {
     set.callback([this] { code_ = ask("trace", {{"levels", levels_}}); });
     trace.callback([this, &trace] {
         if (!trace.get_subcommands().empty()) { return; }
-        if (trace_.file.empty()) { throw CLI::RequiredError{"file"}; }
+        trace_.root = root_;
         code_ = TraceCommand::run(trace_);
     });
 }
@@ -186,8 +193,8 @@ void CommandLine::addScenario() {
         *app_.add_subcommand("scenario", "Files for pel-forwarderd --source scenario");
     scenario.require_subcommand(1);
     CLI::App& check = *scenario.add_subcommand("check", "Say all that is wrong with a file");
-    check.add_option("file", value_, "The file")->required();
-    check.callback([this] { code_ = ScenarioCommand::check(value_); });
+    check.add_option("files", files_, "The files")->required();
+    check.callback([this] { code_ = ScenarioCommand::check(files_); });
 }
 
 void CommandLine::addShow() {
@@ -228,11 +235,17 @@ int CommandLine::run(int count, char** arguments) {
 }  // namespace Pel::Cli
 
 int main(int count, char** arguments) {
-    ::signal(SIGPIPE, SIG_IGN);  // a reader that goes is an error value, not an end without a word
+    AgentHost::standardStreamsAreTaken();
+    int code = Pel::Cli::kFailed;
     try {
-        return Pel::Cli::CommandLine{}.run(count, arguments);
+        code = Pel::Cli::CommandLine{}.run(count, arguments);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "pel: {}\n", error.what());
-        return Pel::Cli::kFailed;
+        const auto* const printing = dynamic_cast<const std::system_error*>(&error);
+        if (printing != nullptr && printing->code() == std::errc::broken_pipe) { return 0; }
+        AgentHost::tell("pel", error.what());
     }
+    const std::string problem = AgentHost::outputProblem();
+    if (problem.empty() || code != Pel::Cli::kDone) { return code; }
+    AgentHost::tell("pel", problem);
+    return Pel::Cli::kFailed;
 }

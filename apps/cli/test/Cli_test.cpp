@@ -16,6 +16,8 @@
 #include "apps/cli/ControlClient.h"
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/GnmiText.h"
+#include "platform/Blink/RingFile.h"
+#include "platform/Blink/Trace.h"
 #include "test/support/TempDir.h"
 
 namespace Pel::Cli {
@@ -26,8 +28,9 @@ using testing::HasSubstr;
 
 /// How the program ends that was called with these arguments; what it prints is in `output`.
 int pel(const std::string& arguments, std::string& output) {
-    FILE* const pipe =
-        ::popen((std::string{PEL_TEST_PROGRAM} + " " + arguments + " 2>&1").c_str(), "r");
+    const std::string command = std::string{PEL_TEST_PROGRAM} + " " + arguments;
+    const std::string shell = "exec 2>&1; " + command;  // what the arguments redirect comes later
+    FILE* const pipe = ::popen(("bash -c '" + shell + "'").c_str(), "r");
     output.clear();
     for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
         output += static_cast<char>(c);
@@ -76,14 +79,32 @@ constexpr UsageCase kUsageCases[] = {
     {"ShowWhat", "show", kUsage, "subcommand is required"},
     {"ConfigUnknownFlag", "config set speed true", kUsage, "speed"},
     {"ConfigNoBoolean", "config set aftExportEnabled maybe", kUsage, "maybe"},
-    {"TraceNoFile", "trace", kUsage, "file is required"},
+    {"TraceNothingThere", "trace --root /nowhere", kFailed, "no trace file in /nowhere/trace"},
     {"TraceMissingFile", "trace /nowhere/x.bk", kFailed, "/nowhere/x.bk"},
     {"TraceLevelOutOfRange", "trace x --level 12", kUsage, "--level"},
     {"WatchNoPath", "watch interfaces", kUsage, "begins with /"},
-    {"WatchOpenKey", "watch '/a[b=c'", kUsage, "no closing ]"},
+    {"WatchOpenKey", "watch \"/a[b=c\"", kUsage, "no closing ]"},
     {"WatchMixedOrigins", "watch pel:/a /b", kUsage, "same origin"},
-    {"UpNoAddress", "up --listen here", kFailed, "--listen takes a numeric address"},
+    {"UpNoAddress", "up --listen here", kUsage, "--listen: 'here' is no numeric address"},
+    {"UpPortOutOfRange", "up --listen 127.0.0.1:65536", kUsage, "'127.0.0.1:65536' is no"},
+    {"UpNoPort", "up --listen 127.0.0.1:0", kFailed, "--listen takes a port from 1"},
     {"UpImpossibleRoot", "up --root /proc/none", kFailed, "/proc/none"},
+    {"ScenarioNoFile", "scenario check", kUsage, "files is required"},
+    {"ScenarioMissingFile",
+     "scenario check /nowhere/x.yaml",
+     kFailed,
+     "/nowhere/x.yaml: cannot be read"},
+    {"ScenarioDirectory", "scenario check /", kFailed, "/: cannot be read"},
+    {"ScenarioEmptyFile", "scenario check /dev/null", kFailed, "expected a map, not nothing"},
+    {"ScenarioFileWithoutEnd",
+     "scenario check /dev/zero",
+     kFailed,
+     "expected at most 16777216 bytes"},
+    {"ScenarioOneOfTwoIsBad",
+     "scenario check " PEL_TEST_EXAMPLE " /nowhere",
+     kFailed,
+     "5 next hops"},
+    {"ScenarioGood", "scenario check " PEL_TEST_EXAMPLE, kDone, "5 next hops"},
     {"StatusNobody", "show status --root /nowhere", kNobody, "no agent runs in /nowhere"},
     {"TraceSetNobody", "trace set X=9 --root /nowhere", kNobody, "pel up"},
 };
@@ -96,6 +117,59 @@ TEST_P(CliUsage, EndsWithItsCodeAndSaysWhy) {
 INSTANTIATE_TEST_SUITE_P(, CliUsage, testing::ValuesIn(kUsageCases), [](const auto& row) {
     return std::string{row.param.name};
 });
+
+/// A process that traces one message, and where its file is.
+void traceInChild(const std::filesystem::path& root, const char* message) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::unsetenv("BLINKDIR");
+        Blink::rootIs(root);
+        Blink::init("x-%d.bk", nullptr, nullptr, 0, 16, Blink::Threading::multi, false, 512);
+        BLINK_TRACE(5, Blink::handle("CliTest"), "this is {}", message);
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+}
+
+TEST(CliTest, TraceShowsTheYoungestFileOrAllInTheOrderOfTime) {
+    const TestSupport::TempDir root;
+    std::string output;
+    for (const char* const message : {"one", "two", "three"}) {
+        traceInChild(root.path(), message);
+    }
+    const std::string at = " --root " + root.path().string();
+    EXPECT_EQ(pel("trace" + at, output), kDone);
+    EXPECT_THAT(output, HasSubstr("this is three"));
+    EXPECT_THAT(output, HasSubstr("which has ended"));
+    EXPECT_THAT(output, testing::Not(HasSubstr("this is two")));
+    EXPECT_EQ(pel("trace --all" + at, output), kDone);
+    EXPECT_THAT(output, testing::ContainsRegex("this is one\n.*this is two\n.*this is three\n"));
+    EXPECT_EQ(pel("trace " + (root.path() / "trace").string() + "/x-*.bk", output), kDone);
+    EXPECT_THAT(output, testing::ContainsRegex("this is one\n.*this is two\n.*this is three\n"));
+}
+
+/// What is wrong with its descriptors is its caller's affair: said where it can be said, no crash.
+TEST(CliTest, AClosedOrFullOrDeafDescriptorEndsNothingByForce) {
+    const TestSupport::TempDir root;
+    const std::string trace = "trace --root " + root.path().string();
+    for (int i = 0; i < 3; ++i) { traceInChild(root.path(), "much to say"); }
+    std::string output;
+    EXPECT_EQ(pel(trace + " 2>/dev/null | head -0; exit ${PIPESTATUS[0]}", output), kDone);
+    EXPECT_EQ(pel("--help | head -0; exit ${PIPESTATUS[0]}", output), kDone);
+    EXPECT_EQ(pel("--help >&-", output), kFailed);
+    EXPECT_THAT(output, HasSubstr("standard output: Bad file descriptor"));
+    EXPECT_EQ(pel("--help >/dev/full", output), kFailed);
+    EXPECT_THAT(output, HasSubstr("standard output: No space left"));
+    EXPECT_EQ(pel("show status --root /nowhere 2>&-", output), kNobody);
+    EXPECT_EQ(pel("show status --root /nowhere 2>/dev/full", output), kNobody);
+    EXPECT_EQ(
+        pel("config set aftExportEnabled true <&- >&- 2>&- --root " + root.path().string(), output),
+        kFailed);
+    EXPECT_EQ(pel("config show --root " + root.path().string(), output), kDone);
+    EXPECT_EQ(output, "aftExportEnabled true\n");  // nothing else went into the store
+}
 
 TEST(CliTest, AHungAgentIsNamedWithinTheTimeout) {
     const TestSupport::TempDir root;
