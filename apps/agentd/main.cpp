@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "model/Registration.h"
+#include "model/View/NativeView.h"
 #include "model/View/OpenConfigView.h"
 #include "platform/AgentHost/Host.h"
 #include "platform/AgentHost/ListenAddress.h"
@@ -66,6 +67,7 @@ int host(Arguments& arguments) {
     }
     Pel::registerModelTypes();
     Pel::OcApi::registerOpenConfigView();
+    Pel::OcApi::registerNativeView();
     std::string error;
     const AgentHost::AgentFactory factory = AgentHost::PluginLoader::load(arguments.plugin, error);
     if (factory == nullptr) { return failed(error); }

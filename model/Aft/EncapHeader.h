@@ -66,7 +66,12 @@ struct EncapHeader {
     const T* stateAs() const {
         return std::get_if<T>(&state);
     }
-    friend bool operator==(const EncapHeader&, const EncapHeader&) = default;
+    static constexpr auto fields() {
+        return Vel::fields(Vel::field("index", &EncapHeader::index),
+                           Vel::field("type", &EncapHeader::type),
+                           Vel::field("state", &EncapHeader::state));
+    }
+    friend bool operator==(const EncapHeader& a, const EncapHeader& b) { return Vel::isEq(a, b); }
 };
 
 }  // namespace Pel::OcApi

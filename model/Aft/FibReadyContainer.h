@@ -2,6 +2,7 @@
 
 #include "platform/Vel/Attribute.h"
 #include "platform/Vel/Entity.h"
+#include "platform/Vel/Fields.h"
 
 namespace Pel::OcApi {
 
@@ -12,6 +13,9 @@ public:
     bool fecReady() const { return fecReady_.get(); }
     void fecReadyIs(bool ready) { fecReady_.set(ready); }
     Vel::Publisher<>& onFecReady() const { return fecReady_.changed(); }
+    static constexpr auto fields() {
+        return Vel::fields(Vel::field("fecReady", &FibReadyContainer::fecReady_));
+    }
 
 private:
     Vel::Attribute<bool> fecReady_{false};

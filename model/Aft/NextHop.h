@@ -38,12 +38,11 @@ struct NextHop {
             Vel::field("popTopLabel", &NextHop::popTopLabel),
             Vel::field("decapsulateHeader", &NextHop::decapsulateHeader),
             Vel::field("pushedMplsLabelStack", &NextHop::pushedMplsLabelStack),
+            Vel::field("encapHeaders", &NextHop::encapHeaders),
             Vel::field("decapNetworkInstance", &NextHop::decapNetworkInstance),
             Vel::field("fallbackNetworkInstance", &NextHop::fallbackNetworkInstance));
     }
-    friend bool operator==(const NextHop& a, const NextHop& b) {
-        return Vel::isEq(a, b) && a.encapHeaders == b.encapHeaders;
-    }
+    friend bool operator==(const NextHop& a, const NextHop& b) { return Vel::isEq(a, b); }
 };
 
 }  // namespace Pel::OcApi

@@ -2,6 +2,7 @@
 
 #include "platform/Vel/Attribute.h"
 #include "platform/Vel/Entity.h"
+#include "platform/Vel/Fields.h"
 
 namespace Pel::OcApi {
 
@@ -15,6 +16,10 @@ public:
     bool ipv6Unicast() const { return ipv6Unicast_.get(); }
     void ipv6UnicastIs(bool synced) { ipv6Unicast_.set(synced); }
     Vel::Publisher<>& onIpv6Unicast() const { return ipv6Unicast_.changed(); }
+    static constexpr auto fields() {
+        return Vel::fields(Vel::field("ipv4Unicast", &StateSyncedContainer::ipv4Unicast_),
+                           Vel::field("ipv6Unicast", &StateSyncedContainer::ipv6Unicast_));
+    }
 
 private:
     Vel::Attribute<bool> ipv4Unicast_{false};

@@ -1,14 +1,14 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "model/Aft/NextHopGroupContainer.h"
-#include "model/Net/AddressFamily.h"
 #include "model/View/OpenConfigInstances.h"
 #include "model/View/OpenConfigRoutes.h"
+#include "model/View/RouteTables.h"
 #include "platform/Gale/View.h"
-#include "platform/Vel/Subscription.h"
 
 namespace Pel::OcApi {
 
@@ -38,10 +38,6 @@ public:
 
 private:
     void attachAft();
-    void attachTables();
-    void handleTable(const std::string& path);
-    void mountTable(Nexo::AddressFamily family, const std::string& vrf);
-    bool servedPrefix(const std::string& path) const;
 
     const Gale::ViewInputs inputs_;
     OpenConfigInstances instances_;
@@ -49,8 +45,7 @@ private:
     SourceSink sink_;
     Vel::Ref<NextHopGroupContainer> groups_;          // null when the tree has none
     OpenConfigInstanceList* instanceList_ = nullptr;  // the provider's
-    std::vector<std::string> mounted_;                // paths
-    Vel::Subscription onTable_;
+    std::unique_ptr<RouteTables> tables_;             // null when none are served
 };
 
 /// Registers the view with Gale under the origin "openconfig".

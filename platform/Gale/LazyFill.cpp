@@ -16,18 +16,18 @@ std::shared_ptr<LazyFill> LazyFill::make(Channel& channel,
     auto made = std::make_shared<LazyFill>(channel, std::move(options), scheduler, group);
     // What is posted may come after the end of this object. The I/O thread must not count
     // references to the scheduler, which outlives it.
-    channel.demand.lazyIs([weak = std::weak_ptr{made}, &scheduler = *scheduler](
-                              std::uint64_t round, bool wanted) {
-        scheduler.post([weak, round, wanted] {
-            const auto self = weak.lock();
-            if (!self) { return; }
-            if (wanted) {
-                self->handleWanted(round);
-            } else {
-                self->handleUnwanted();
-            }
+    channel.demand.lazyIs(
+        [weak = std::weak_ptr{made}, &scheduler = *scheduler](std::uint64_t round, bool wanted) {
+            scheduler.post([weak, round, wanted] {
+                const auto self = weak.lock();
+                if (!self) { return; }
+                if (wanted) {
+                    self->handleWanted(round);
+                } else {
+                    self->handleUnwanted();
+                }
+            });
         });
-    });
     return made;
 }
 
@@ -44,7 +44,7 @@ LazyFill::LazyFill(Channel& channel,
 LazyFill::~LazyFill() = default;
 
 void LazyFill::handleWanted(std::uint64_t round) {
-    TRACE9("{}: round {}, {}", channel_.origin, round, text(state_));
+    TRACE9("{}: round {}, {}", channel_.origin, round, text());
     wanted_ = round;
     lingerTask_.unschedule();
     if (state_ == State::empty) { fill(); }
@@ -52,7 +52,7 @@ void LazyFill::handleWanted(std::uint64_t round) {
 }
 
 void LazyFill::handleUnwanted() {
-    TRACE9("{}: {}", channel_.origin, text(state_));
+    TRACE9("{}: {}", channel_.origin, text());
     wanted_.reset();
     if (state_ == State::filling || state_ == State::filled) {
         lingerTask_.scheduleAfter(options_.linger);
@@ -99,15 +99,15 @@ bool LazyFill::eraseSome() {
     return false;
 }
 
-const char* text(LazyFill::State state) {
-    switch (state) {
-        case LazyFill::State::empty:
+const char* LazyFill::text() const {
+    switch (state_) {
+        case State::empty:
             return "idle";
-        case LazyFill::State::filling:
+        case State::filling:
             return "filling";
-        case LazyFill::State::filled:
-            return "filled";
-        case LazyFill::State::erasing:
+        case State::filled:
+            return wanted_ ? "filled" : "lingering";
+        case State::erasing:
             return "being freed";
     }
     return "";

@@ -52,6 +52,8 @@ public:
     State state() const { return state_; }
     /// Some call demands the entries.
     bool wanted() const { return wanted_.has_value(); }
+    /// For people: "idle", "filling", "filled", "lingering", "being freed".
+    const char* text() const;
 
 private:
     void handleWanted(std::uint64_t round);
@@ -70,8 +72,5 @@ private:
     Kiln::Task lingerTask_;
     Kiln::Task eraseTask_;
 };
-
-/// "idle", "filling", "filled", "being freed".
-const char* text(LazyFill::State state);
 
 }  // namespace Gale

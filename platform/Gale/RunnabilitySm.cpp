@@ -49,15 +49,18 @@ ViewInputs viewInputs(Vel::Ref<Vel::Dir> root, const std::vector<ExtraProvider>&
 }
 
 std::string statusLine(const Channel& channel) {
-    if (!channel.provider) {
-        return fmt::format("view {}: {}", channel.origin, text(channel.lazyFill->state()));
+    std::string name = channel.origin + ":";
+    if (channel.lazyFill) {
+        name += fmt::format(" {}", channel.lazyFill->text());
+        if (!channel.provider) { return "view " + name; }
+        name += ';';
     }
     const ProviderStatistics provider = channel.provider->statistics();
     const JournalStatistics journal = channel.journal.statistics();
     return fmt::format(
-        "view {}: next hops {}, groups {}, prefixes {}, flags {}; encoded {}, changed {}, removed "
+        "view {} next hops {}, groups {}, prefixes {}, flags {}; encoded {}, changed {}, removed "
         "{}, waiting {}, released {}, failed {}",
-        channel.origin,
+        name,
         journal.entries[index(Lane::nextHops)],
         journal.entries[index(Lane::groups)],
         journal.entries[index(Lane::prefixes)],

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "model/Aft/FibReadyContainer.h"
+#include "model/Aft/StateSyncedContainer.h"
+#include "model/View/NativeLeaves.h"
+#include "model/View/OpenConfigInstances.h"
+#include "platform/Gale/ListSource.h"
+#include "platform/Gale/PathTemplate.h"
+
+namespace Pel::OcApi {
+
+/// Whether all next hops and groups are exported: the tree's "fibReady".
+class NativeFibReady final : public Gale::ListSource {
+public:
+    /// Beside the instances' keys.
+    static constexpr Gale::EntryKey kKey{0, 0, 1};
+
+    NativeFibReady(Vel::Ref<FibReadyContainer> fibReady,
+                   const NativeLeaves<FibReadyContainer>& leaves);
+
+    std::optional<Gale::EntryKey> nextKey(
+        const std::optional<Gale::EntryKey>& after) const override;
+    bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
+    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const override;
+
+private:
+    const Gale::PathTemplate entry_;
+    const Gale::PathTemplate deletion_;
+    const Vel::Ref<FibReadyContainer> fibReady_;
+    const NativeLeaves<FibReadyContainer>& leaves_;
+    Vel::Subscription onReady_;
+};
+
+/// Whether a VRF's state is synced: the entities of the tree's directory "stateSynced", which comes
+/// when the export is switched on.
+class NativeStateSynced final : public Gale::ListSource {
+public:
+    /// `root` holds the directory; `instances` and `leaves` outlive this object.
+    NativeStateSynced(Vel::Ref<Vel::Dir> root,
+                      OpenConfigInstances& instances,
+                      const NativeLeaves<StateSyncedContainer>& leaves);
+
+    std::optional<Gale::EntryKey> nextKey(
+        const std::optional<Gale::EntryKey>& after) const override;
+    bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
+    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const override;
+
+private:
+    struct Known {
+        Vel::Ref<StateSyncedContainer> entity;
+        std::vector<Vel::Subscription> onFlag;
+    };
+    void handleDir();
+    void handleEntity(const std::string& vrf);
+
+    const Gale::PathTemplate entry_;
+    const Gale::PathTemplate deletion_;
+    const Gale::PathTemplate name_{"name"};
+    const Vel::Ref<Vel::Dir> root_;
+    OpenConfigInstances& instances_;
+    const NativeLeaves<StateSyncedContainer>& leaves_;
+    Vel::Ref<Vel::Dir> dir_;  // null: not there
+    std::map<std::uint32_t, Known> known_;
+    Vel::Subscription onRoot_;
+    Vel::Subscription onDir_;
+};
+
+}  // namespace Pel::OcApi
