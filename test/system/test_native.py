@@ -3,6 +3,7 @@ import re
 
 import test_first_light
 from gnmi_client import groups, next_hops, prefixes
+from lab import ADDRESS, BIN, run
 
 AFT = "/AftExport/OpenConfig/afts/aftContainer"
 PROTOCOLS = {1: "DIRECTLY_CONNECTED", 2: "LOCAL", 3: "STATIC", 4: "BGP", 5: "ISIS", 6: "OSPF", 7: "OSPF3"}
@@ -72,7 +73,7 @@ class ShowsTheSameNatively(test_first_light.Case):
 
     def assertSame(self, native, what):
         """Both views are of one moment only when nothing moves: they must come to agree."""
-        native.wait(lambda s: of_native(dict(s.tree)) == of_openconfig(dict(self.openconfig.tree)), f"the same {what}")
+        native.wait(lambda s: of_native(dict(s.tree)) == of_openconfig(dict(self.openconfig.tree)), f"the same {what}", 60)
 
     def test_content_equals_the_openconfig_views(self):
         native = self.subscribe(origin="pel")
@@ -93,7 +94,7 @@ class ShowsTheSameNatively(test_first_light.Case):
         native.wait(lambda s: {7, 2} == set(of_native(dict(s.tree))["groups"].get(200, (0, {}))[1].values())
                     and ("default", "192.0.3.0/24") in of_native(dict(s.tree))["routes"]
                     and ("default", "198.51.100.0/24") not in of_native(dict(s.tree))["routes"]
-                    and any(hop[1] == "02:00:00:00:01:99" for hop in of_native(dict(s.tree))["hops"].values()), "the changes")
+                    and any(hop[1] == "02:00:00:00:01:99" for hop in of_native(dict(s.tree))["hops"].values()), "the changes", 60)
         self.assertSame(native, "after the changes")
 
     def test_once_is_complete_each_time(self):
@@ -102,11 +103,17 @@ class ShowsTheSameNatively(test_first_light.Case):
         want = None
         for _ in range(3):
             native = self.subscribe(origin="pel", once=True)
-            native.wait(lambda s: s.ended, "the end")
+            native.wait(lambda s: s.ended, "the end", 60)
             self.assertIsNone(native.error)
             self.assertSame(native, "in one go")
             want = want or of_native(native.tree)
             self.assertEqual(of_native(native.tree), want)
+
+    def test_the_command_line_shows_it(self):
+        lines = run(f"{BIN}/pel watch pel:/ --once --server {ADDRESS}").splitlines()
+        self.assertIn(f"{AFT}/nextHopGroups[id=200]/programmedId 200", lines)
+        self.assertIn("/FibRoute/routing/status/route[prefix=192.0.2.0/24]/fecId 200", lines)
+        self.assertEqual(lines[-1], "-- synced --")
 
     def test_parts_by_path(self):
         native = self.subscribe(origin="pel", paths=(f"{AFT}/nextHopGroups[id=200]",))
