@@ -11,6 +11,7 @@
 #include <map>
 #include <mutex>
 
+#include "platform/Store/DataFile.h"
 #include "platform/Store/Identity.h"
 #include "platform/Store/RecordLayout.h"
 
@@ -22,7 +23,6 @@ constexpr mode_t kDataMode = 0640;
 constexpr mode_t kLockMode = 0660;  // readers of the group enter themselves in it
 constexpr unsigned kReaders = 510;
 constexpr off_t kLockBytes = 64 << 10;  // room for the readers at a cache line each, and the head
-constexpr std::string_view kIdentityKey = "identity";
 constexpr const char* kNoStore = "no store there yet";
 
 /// The process's open environments. The engine must not open a directory's files twice in one
@@ -66,15 +66,29 @@ std::string errorText(int code) {
     return mdb_strerror(code);
 }
 
+/// What a look at the directory itself objects to; empty when nothing does.
+std::string directoryObjection(const std::filesystem::path& directory) {
+    struct stat status {};
+    if (::stat(directory.c_str(), &status) != 0) {
+        return errno == ENOENT ? kNoStore : std::strerror(errno);
+    }
+    if (!S_ISDIR(status.st_mode)) { return "is no directory"; }
+    const bool allowed = ::faccessat(AT_FDCWD, directory.c_str(), X_OK, AT_EACCESS) == 0;
+    return allowed ? std::string{} : std::strerror(errno);
+}
+
 /// Gives the lock file its pages at once: it is mapped, and a page that a full file system cannot
 /// give when a reader first enters itself would end that reader's process. Only while this process
 /// has the file not open: closing it here drops the process's file locks.
 std::string reserveLockFile(const std::filesystem::path& path) {
+    const auto cannot = [&path](int code) {
+        return path.filename().string() + " cannot be written: " + std::strerror(code);
+    };
     const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kLockMode);
-    if (fd < 0) { return std::strerror(errno); }
+    if (fd < 0) { return cannot(errno); }
     const int code = ::posix_fallocate(fd, 0, kLockBytes);
     ::close(fd);
-    return code == 0 ? std::string{} : std::strerror(code);
+    return code == 0 ? std::string{} : cannot(code);
 }
 
 void makeBell(const std::filesystem::path& path) {
@@ -151,8 +165,16 @@ std::string Environment::openFiles(Access access) {
 
 std::string Environment::openForReading() {
     const std::filesystem::path data = options_.directory / "data.mdb";
-    if (::access(data.c_str(), F_OK) != 0) {
-        return errno == ENOENT ? kNoStore : std::strerror(errno);
+    if (std::string failure = directoryObjection(options_.directory); !failure.empty()) {
+        return failure;
+    }
+    std::string objection;
+    const DataFile file = lookAtDataFile(data, objection);
+    if (file != DataFile::usable) { return file == DataFile::absent ? kNoStore : objection; }
+    const std::filesystem::path lock = options_.directory / "lock.mdb";
+    if (::faccessat(AT_FDCWD, lock.c_str(), R_OK | W_OK, AT_EACCESS) != 0) {
+        return errno == ENOENT ? kNoStore
+                               : std::string{"lock.mdb cannot be written: "} + std::strerror(errno);
     }
     // One object serves a writer of this process, too, so that it is opened as far as allowed.
     readOnly_ = ::faccessat(AT_FDCWD, data.c_str(), W_OK, AT_EACCESS) != 0;
@@ -162,8 +184,17 @@ std::string Environment::openForReading() {
 }
 
 std::string Environment::openForWriting() {
+    if (std::string failure = directoryObjection(options_.directory); !failure.empty()) {
+        return failure;
+    }
+    const std::filesystem::path data = options_.directory / "data.mdb";
     const DirectoryLock onlyWriter{options_.directory};
     for (bool replaced = false;; replaced = true) {
+        std::string objection;
+        const DataFile file = lookAtDataFile(data, objection);
+        if (file == DataFile::unreadable) { return objection; }
+        std::error_code ignored;
+        if (file == DataFile::absent) { std::filesystem::remove(data, ignored); }
         if (std::string failure = reserveLockFile(options_.directory / "lock.mdb");
             !failure.empty()) {
             return failure;
@@ -176,13 +207,12 @@ std::string Environment::openForWriting() {
         }
         // Nothing of before the last boot is true any more.
         close();
-        std::error_code ignored;
-        std::filesystem::remove(options_.directory / "data.mdb", ignored);
+        std::filesystem::remove(data, ignored);
         std::filesystem::remove(options_.directory / "lock.mdb", ignored);
     }
 }
 
-/// Opens the engine on the files.
+/// Opens the engine on the files, which have been looked at.
 std::string Environment::map(Access access) {
     if (const int code = mdb_env_create(&env_); code != 0) { return errorText(code); }
     mdb_env_set_maxdbs(env_, 3);
@@ -203,6 +233,14 @@ std::string Environment::map(Access access) {
     if (::fstat(fd, &status) != 0) { return std::strerror(errno); }
     inode_ = status.st_ino;
     device_ = status.st_dev;
+    MDB_envinfo info{};
+    mdb_env_info(env_, &info);
+    fileBytes_ = static_cast<off_t>(info.me_mapsize);
+    // The file's length tells whether something was cut off; what is not written takes no space.
+    if (access == Access::write && status.st_size < fileBytes_ &&
+        ::ftruncate(fd, fileBytes_) != 0) {
+        return std::string{"data.mdb cannot be given its length: "} + std::strerror(errno);
+    }
     int dead = 0;
     mdb_reader_check(env_, &dead);
     return {};
@@ -253,7 +291,7 @@ std::string Environment::openDatabases(unsigned transactionFlags, unsigned datab
 bool Environment::current() const {
     struct stat status {};
     return ::stat((options_.directory / "data.mdb").c_str(), &status) == 0 &&
-           status.st_ino == inode_ && status.st_dev == device_;
+           status.st_ino == inode_ && status.st_dev == device_ && status.st_size >= fileBytes_;
 }
 
 std::size_t Environment::usedBytes() const {

@@ -51,8 +51,8 @@ struct Options {
 class Environment {
 public:
     /// Opens it; `Access::write` creates it, and replaces one of another boot. Null, with a text
-    /// that names directory and reason, when that fails: another layout version (both named),
-    /// permissions, no such store (reading), no space.
+    /// that names directory, file and reason, when that fails: another layout version (both named),
+    /// permissions, no such store (reading), no space, a data file that is cut off or no store.
     static std::shared_ptr<Environment> open(const Options& options,
                                              Access access,
                                              std::string& error);
@@ -72,7 +72,7 @@ public:
     const Options& options() const { return options_; }
     /// Identity of this very store: another one at the same path has another.
     std::uint64_t generation() const { return generation_; }
-    /// Whether the files at the path are still this store's.
+    /// Whether the files at the path are still this store's, and whole.
     bool current() const;
     /// Bytes of the map that have ever been used; options().mapBytes is the limit.
     std::size_t usedBytes() const;
@@ -93,6 +93,7 @@ private:
     std::uint64_t generation_ = 0;
     std::uint64_t inode_ = 0;
     std::uint64_t device_ = 0;
+    std::int64_t fileBytes_ = 0;  // the length that the data file has at least
     bool readOnly_ = false;   // the files' mode allows no more
     bool otherBoot_ = false;  // what openDatabases() found
 };

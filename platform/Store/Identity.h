@@ -8,6 +8,8 @@
 
 namespace Store {
 
+inline constexpr std::string_view kIdentityKey = "identity";
+
 /// What a store says of itself, in its first meta record. The place of these fields is the same in
 /// every layout version.
 struct Identity {

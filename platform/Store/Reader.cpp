@@ -149,7 +149,7 @@ bool Reader::State::look() {
     const Vel::Ref<Reader> keep{&reader};
     watch.scheduleAfter(kLookInterval);
     if (reader.environment_ != nullptr && !reader.environment_->current()) {
-        storeGone("its files were replaced or removed");
+        storeGone("its files were replaced, removed or cut off");
     }
     if (reader.environment_ == nullptr) { openStore(); }
     if (reader.environment_ == nullptr) { return false; }

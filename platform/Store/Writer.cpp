@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
+#include "platform/Store/Identity.h"
 #include "platform/Store/RecordLayout.h"
 #include "platform/Vel/Assert.h"
 
@@ -23,9 +25,38 @@ struct Writer::Transaction {
     MDB_txn* txn = nullptr;
     MDB_cursor* records = nullptr;
     MDB_cursor* log = nullptr;
-    Sequence last = 0;  // of the log
+    Sequence last = 0;        // of the log
+    Sequence lastBefore = 0;  // when the transaction began
+    std::int64_t grown = 0;   // bytes that the records have become more
     bool logged = false;
 };
+
+namespace {
+
+std::size_t pagesOf(MDB_txn* txn, MDB_dbi database) {
+    MDB_stat status{};
+    if (mdb_stat(txn, database, &status) != 0) { return 0; }
+    return status.ms_branch_pages + status.ms_leaf_pages + status.ms_overflow_pages;
+}
+
+/// A line of the engine's table of readers: process, thread, transaction ("-": none).
+struct OldestReader {
+    pid_t process = 0;
+    std::size_t transaction = SIZE_MAX;
+};
+
+int takeReader(const char* line, void* context) {
+    auto& oldest = *static_cast<OldestReader*>(context);
+    int process = 0;
+    std::size_t transaction = 0;
+    if (std::sscanf(line, "%d %*x %zu", &process, &transaction) == 2 &&
+        transaction < oldest.transaction) {
+        oldest = {process, transaction};
+    }
+    return 0;
+}
+
+}  // namespace
 
 Writer::Writer(std::shared_ptr<Environment> environment) : environment_{std::move(environment)} {
     VEL_ASSERT(environment_ != nullptr);
@@ -56,7 +87,7 @@ bool Writer::begin() {
     MDB_val key{};
     MDB_val value{};
     code = mdb_cursor_get(t.log, &key, &value, MDB_LAST);
-    if (code == 0) { t.last = getBigEndian<Sequence>(viewOf(key).data()); }
+    if (code == 0) { t.last = t.lastBefore = getBigEndian<Sequence>(viewOf(key).data()); }
     if (code != MDB_NOTFOUND && failed(code)) { return false; }
     for (const auto& [id, table] : tables_) {
         if (!table.committed && !adopt(table)) { return false; }
@@ -117,7 +148,9 @@ void Writer::tableDel(std::string_view path) {
             (code == 0 && !viewOf(key).starts_with(viewOf(first.value())))) {
             break;
         }
-        if (failed(code) || failed(mdb_cursor_del(transaction_->records, 0))) { return; }
+        if (failed(code)) { return; }
+        transaction_->grown -= static_cast<std::int64_t>(key.mv_size + value.mv_size);
+        if (failed(mdb_cursor_del(transaction_->records, 0))) { return; }
     }
     tables_.erase(table->id);
 }
@@ -147,7 +180,10 @@ void Writer::write(const TableInfo& table,
         if (present && present->value == value) { return; }
     }
     const bool content = table.kind == TableKind::content;
+    const std::size_t before = found == 0 ? keyBytes.mv_size + data.mv_size : 0;
     data = {kSequenceBytes + value.size(), nullptr};
+    transaction_->grown += static_cast<std::int64_t>(keyBytes.mv_size + data.mv_size) -
+                           static_cast<std::int64_t>(before);
     keyBytes = recordKey.value();
     if (failed(mdb_cursor_put(transaction_->records,
                               &keyBytes,
@@ -176,6 +212,7 @@ void Writer::remove(const TableInfo& table, std::string_view key) {
     MDB_val data{};
     const int found = mdb_cursor_get(transaction_->records, &keyBytes, &data, MDB_SET);
     if (found == MDB_NOTFOUND || failed(found)) { return; }
+    transaction_->grown -= static_cast<std::int64_t>(keyBytes.mv_size + data.mv_size);
     if (failed(mdb_cursor_del(transaction_->records, 0))) { return; }
     ++pending_;
     if (table.kind != TableKind::content) { log(table.id, key); }
@@ -229,6 +266,9 @@ std::string Writer::commit() {
         clearDeadReaders();
         trimLog();
     }
+    if (transaction_ != nullptr && transaction_->grown > 0 && nearlyFull()) {
+        failed(MDB_MAP_FULL);
+    }
     if (transaction_ != nullptr) {  // the log was trimmed without failure
         const std::unique_ptr<Transaction> ended = std::move(transaction_);
         pending_ = 0;
@@ -241,13 +281,17 @@ std::string Writer::commit() {
 }
 
 void Writer::trimLog() {
-    const std::uint64_t capacity = std::max<std::uint64_t>(1, environment_->options().logCapacity);
+    std::uint64_t capacity = std::max<std::uint64_t>(1, environment_->options().logCapacity);
+    bool frozen = nearlyFull();
     while (transaction_ != nullptr) {
         MDB_val key{};
         MDB_val value{};
         const int code = mdb_cursor_get(transaction_->log, &key, &value, MDB_FIRST);
         if (code == MDB_NOTFOUND || failed(code)) { return; }
         const auto first = getBigEndian<Sequence>(viewOf(key).data());
+        if (std::exchange(frozen, false) && first <= transaction_->lastBefore) {
+            capacity = std::min(capacity, transaction_->lastBefore - first + 1);
+        }
         if (transaction_->last - first < capacity) { return; }
         if (failed(mdb_cursor_del(transaction_->log, 0))) { return; }
     }
@@ -259,12 +303,65 @@ void Writer::abort() {
     pending_ = 0;
 }
 
+/// Whether what the transaction leaves in use touches the reserve.
+bool Writer::nearlyFull() const {
+    constexpr std::size_t kMetaPages = 2;
+    constexpr MDB_dbi kFreeList = 0;
+    constexpr MDB_dbi kMain = 1;
+    const auto [meta, records, log] = environment_->databases();
+    std::size_t pages = kMetaPages;
+    for (const MDB_dbi database : {kFreeList, kMain, MDB_dbi{meta}, records, log}) {
+        pages += pagesOf(transaction_->txn, database);
+    }
+    MDB_envinfo info{};
+    MDB_stat status{};
+    mdb_env_info(environment_->handle(), &info);
+    mdb_env_stat(environment_->handle(), &status);
+    return pages * status.ms_psize > info.me_mapsize - reserveBytes(info.me_mapsize);
+}
+
+/// Says that the store is full, and which reader's fault it is, if one has stood still for long.
+std::string Writer::fullText() const {
+    constexpr std::size_t kLong = 100;  // transactions; one in use lasts a slice
+    MDB_envinfo info{};
+    mdb_env_info(environment_->handle(), &info);
+    std::string text =
+        "full: its limit of " + std::to_string(info.me_mapsize) + " bytes is reached";
+    OldestReader oldest;
+    mdb_reader_list(environment_->handle(), takeReader, &oldest);
+    if (oldest.process != 0 && info.me_last_txnid > oldest.transaction + kLong) {
+        text += "; process " + std::to_string(oldest.process) +
+                " stands still while it reads and holds back what came free in " +
+                std::to_string(info.me_last_txnid - oldest.transaction) + " transactions";
+    }
+    return text;
+}
+
+/// Two transactions that change nothing: what the last ones let go of can be used after them.
+void Writer::recyclePages() {
+    std::string keyBytes{kIdentityKey};
+    for (int i = 0; i < 2; ++i) {
+        MDB_txn* txn = nullptr;
+        if (mdb_txn_begin(environment_->handle(), nullptr, 0, &txn) != 0) { return; }
+        const MDB_dbi meta = environment_->databases().meta;
+        MDB_val key{keyBytes.size(), keyBytes.data()};
+        MDB_val present{};
+        int code = mdb_get(txn, meta, &key, &present);
+        std::string identity{code == 0 ? viewOf(present) : std::string_view{}};
+        MDB_val value{identity.size(), identity.data()};
+        if (code == 0) { code = mdb_put(txn, meta, &key, &value, 0); }
+        if (code != 0) { return mdb_txn_abort(txn); }
+        if (mdb_txn_commit(txn) != 0) { return; }
+    }
+}
+
 bool Writer::failed(int code) {
     if (code == 0) { return false; }
-    const Options& options = environment_->options();
     std::string text = mdb_strerror(code);
     if (code == MDB_MAP_FULL) {
-        text = "full: its limit of " + std::to_string(options.mapBytes) + " bytes is reached";
+        abort();
+        text = fullText();
+        recyclePages();
     } else if (code == EIO || code == ENOSPC) {
         text += " (is the file system full?)";
     }

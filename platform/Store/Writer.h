@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -16,6 +17,13 @@ namespace Store {
 /// The writing side of an environment. Operations gather in a transaction that the first of them
 /// begins; commit() makes them visible all at once and rings the bell. Keep transactions at or
 /// below kMaxRecords records. One thread.
+///
+/// Room to delete. The last part of the map (reserveBytes()) is for transactions that do not make
+/// the records larger: others fail as if the store were full, and the log stops growing there. So
+/// a full store takes deletions and equal replacements, and gets room by them. Pages come free two
+/// transactions after the one that let go of them; when none is left the writer brings these about
+/// itself, and what failed may be repeated at once. A reader that stands still inside a transaction
+/// holds back all pages that come free meanwhile; the text of the failure names its process.
 ///
 /// A failure (no space, I/O, a key beyond the engine's 507 bytes) aborts the transaction and is
 /// told by commit(); until then further operations do nothing. Nothing of an aborted transaction is
@@ -55,6 +63,10 @@ public:
     void abort();
 
     Environment& environment() { return *environment_; }
+    /// What is kept back of a map of so many bytes: an eighth, at most 16 MB.
+    static constexpr std::size_t reserveBytes(std::size_t mapBytes) {
+        return std::min(mapBytes / 8, std::size_t{16} << 20);
+    }
 
 private:
     struct Transaction;
@@ -69,6 +81,9 @@ private:
     void log(TableId table, std::string_view key);
     TableId newTableId();
     void trimLog();
+    bool nearlyFull() const;
+    std::string fullText() const;
+    void recyclePages();
     bool failed(int code);
     void fail(std::string text);
     void ringBell();

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <random>
 #include <thread>
@@ -121,20 +122,108 @@ TEST_F(KilledWriterTest, AReadersDeathDoesNotMakeTheStoreGrow) {
     ASSERT_EQ(byte, 'y');
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
-    const auto write = [&](int times) {
-        for (int i = 0; i < times; ++i) {
+    const auto growthOf = [&](int commits) {
+        const std::size_t before = writer->environment().usedBytes();
+        for (int i = 0; i < commits; ++i) {
             writer->put(a, "key", std::string(3000, static_cast<char>('a' + i % 26)));
-            ASSERT_EQ(writer->commit(), "");
+            EXPECT_EQ(writer->commit(), "");
         }
+        return writer->environment().usedBytes() - before;
     };
     auto reader = makeReader();
     settleAfterASecond();  // the reader of this process clears the dead one
-    write(100);
-    const std::size_t before = writer->environment().usedBytes();
-    write(1000);
-    EXPECT_EQ(writer->environment().usedBytes(), before);
+    growthOf(100);
+    EXPECT_EQ(growthOf(1000), 0u);
+    // The control: a reader that is alive and stands still does make it grow.
+    ASSERT_TRUE(reader->read(a, "key"));
+    EXPECT_GT(growthOf(1000), std::size_t{1000} * 4096);
+    settle();
+    growthOf(100);
+    EXPECT_EQ(growthOf(1000), 0u) << "it uses again what it had grown by";
     ::close(ready[0]);
     ::close(ready[1]);
+}
+
+/// What a reader in another process is told, until it has seen the key "after": stopped by itself
+/// when it is told of the key "stop", inside its transaction.
+[[noreturn]] void readStopAndReport(const Options& options, int report) {
+    Kiln::VirtualClock clock;
+    const auto scheduler =
+        Vel::make<Kiln::TaskScheduler>(clock, std::make_unique<Kiln::NeverYield>());
+    const auto reader = Vel::make<Reader>(scheduler, options);
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    scheduler->runUntilIdle();
+    mount.notes.clear();
+    if (::write(report, "ready\n", 6) != 6) { ::_exit(1); }
+    bool stopped = false;
+    mount.reaction = [&](const std::string& key) {
+        if (key != "stop" || std::exchange(stopped, true)) { return; }
+        ::raise(SIGSTOP);
+    };
+    while (!mount.has("after")) {
+        ::usleep(1000);
+        clock.advance(std::chrono::seconds{1});
+        scheduler->runUntilIdle();
+    }
+    std::string text;
+    for (const std::string& note : mount.notes) { text += note + "\n"; }
+    ::_exit(::write(report, text.data(), text.size()) == std::ssize(text) ? 0 : 1);
+}
+
+TEST_F(KilledWriterTest, AReaderThatStandsStillIsNamedWhenTheStoreIsFullAndSweepsWhenItGoesOn) {
+    options.mapBytes = std::size_t{4} << 20;
+    options.logCapacity = 10;
+    auto writer = makeWriter();
+    const TableId a = writer->tableIs("a", "t", TableKind::table);
+    for (const char* key : {"gone", "key", "kept"}) { writer->put(a, key, "x"); }
+    ASSERT_EQ(writer->commit(), "");
+    int report[2];
+    ASSERT_EQ(::pipe(report), 0);
+    const pid_t child = ::fork();
+    if (child == 0) { readStopAndReport(options, report[1]); }
+    ::close(report[1]);
+    std::array<char, 1000> text;
+    ASSERT_EQ(::read(report[0], text.data(), text.size()), 6);
+    writer->put(a, "stop", "x");
+    ASSERT_EQ(writer->commit(), "");
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
+    ASSERT_TRUE(WIFSTOPPED(status));
+
+    writer->erase(a, "gone");
+    std::string failure = writer->commit();
+    int commits = 0;
+    for (; failure.empty() && commits < 100'000; ++commits) {
+        writer->put(a, "key", std::string(3000, static_cast<char>('a' + commits % 26)));
+        failure = writer->commit();
+    }
+    EXPECT_NE(failure.find("full: its limit of 4194304 bytes is reached; process " +
+                           std::to_string(child) + " stands still while it reads"),
+              std::string::npos)
+        << failure;
+    EXPECT_GT(commits, 100);
+    auto reader = makeReader();
+    EXPECT_EQ(reader->read(a, "kept"), "x") << "others are served";
+    settle();
+
+    ASSERT_EQ(::kill(child, SIGCONT), 0);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{60};
+    while (!failure.empty() && std::chrono::steady_clock::now() < deadline) {
+        ::usleep(1000);
+        writer->put(a, "after", "x");
+        failure = writer->commit();
+    }
+    EXPECT_EQ(failure, "");
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    const ssize_t size = ::read(report[0], text.data(), text.size());
+    const std::string_view told{text.data(), static_cast<std::size_t>(std::max(ssize_t{0}, size))};
+    EXPECT_EQ(told.substr(0, 11), "stop there\n");
+    for (const char* note : {"gone gone\n", "key there\n", "kept there\n", "after there\n"}) {
+        EXPECT_NE(told.find(note), std::string_view::npos) << note << "in\n" << told;
+    }
+    ::close(report[0]);
 }
 
 /// Runs in a child with a file system of its own. The child's exit status, 99: not permitted.
