@@ -286,6 +286,12 @@ void FlatStore::routeIs(const std::string& vrf,
 }
 
 void FlatStore::routeDel(const FlatRouteKey& key) {
+    // Without its VRF's table there is nothing to delete, and none is to be made for it.
+    const IpFamily family = key.prefix.address.family;
+    if (!routes_.contains({key.vrf, family}) &&
+        !writer_.get(kRegistryTable, routePath(key.vrf, family))) {
+        return;
+    }
     routeDel(key.vrf, toRecord(key.prefix));
 }
 

@@ -1,5 +1,10 @@
 #include "forwarder/Publish/Publish.h"
 
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "forwarder/Publish/JoinedDiff.h"
 #include "platform/Store/Writer.h"
 #include "platform/Vel/Assert.h"
 
@@ -7,7 +12,9 @@ namespace Pel::Forwarder {
 
 namespace {
 
-constexpr std::size_t kBatch = 512;  // elements asked of Flatten at once
+constexpr std::size_t kBatch = 512;          // elements asked of Flatten at once
+constexpr std::size_t kBatchesOfRetry = 16;  // taken at once while publishing stands still
+constexpr std::size_t kSmall = 64;           // elements of a transaction after a failure
 
 }  // namespace
 
@@ -31,12 +38,14 @@ std::string Publish::open(std::string_view source) {
 bool Publish::run(absl::FunctionRef<bool()> mustYield) {
     VEL_ASSERT(store_ != nullptr);
     if (commit_.mustWait()) { return false; }
+    if (stuck_ && !failure().empty()) { takeWhatCame(); }
     for (;;) {
         if (done_ < diff_.size()) {
             if (!writeSome()) { return false; }
         } else {
             diff_.clear();
             done_ = 0;
+            stuck_ = false;
             more_ = flatten_.collect(diff_, kBatch);
             readyDue_ = readyDue_ || !ready_ || !diff_.vrfs.empty();
             if (diff_.empty() && !more_) {
@@ -51,11 +60,32 @@ bool Publish::run(absl::FunctionRef<bool()> mustYield) {
 /// One transaction's worth of the diff. False when it failed.
 bool Publish::writeSome() {
     if (!diff_.nextHops.empty()) { store_->firstFreeIndexIs(flatten_.firstFreeIndex()); }
+    std::size_t end = diff_.size();
+    if (stuck_) {
+        const std::size_t withdrawn = diff_.routeDeletes.size();
+        end = std::min(done_ < withdrawn ? withdrawn : end, done_ + kSmall);
+    }
     std::size_t next = done_;
-    while (next < diff_.size() && !commit_.full()) { write(next++); }
-    if (!commit_.commit(next - done_)) { return false; }
+    while (next < end && !commit_.full()) { write(next++); }
+    if (!commit_.commit(next - done_)) {
+        stuck_ = true;
+        return false;
+    }
     done_ = next;
     return true;
+}
+
+/// Publishing stands still: what the source told meanwhile joins what has not been written.
+void Publish::takeWhatCame() {
+    std::vector<FlatDiff> batches;
+    batches.push_back(std::exchange(diff_, {}));
+    do {
+        FlatDiff came;
+        more_ = flatten_.collect(came, kBatch);
+        batches.push_back(std::move(came));
+    } while (more_ && batches.size() <= kBatchesOfRetry);
+    diff_ = joined(batches, done_);
+    done_ = 0;
 }
 
 bool Publish::writeReadiness() {
@@ -73,11 +103,12 @@ void Publish::write(std::size_t element) {
         element -= list.size();
         return false;
     };
+    // First, since nothing refers to a route, and since they make room.
+    if (in(diff_.routeDeletes)) { return store_->routeDel(diff_.routeDeletes[element]); }
     if (in(diff_.vrfs)) { return store_->vrfIs(diff_.vrfs[element]); }
     if (in(diff_.nextHops)) { return store_->nextHopIs(diff_.nextHops[element]); }
     if (in(diff_.fecs)) { return store_->fecIs(diff_.fecs[element]); }
     if (in(diff_.routes)) { return store_->routeIs(diff_.routes[element]); }
-    if (in(diff_.routeDeletes)) { return store_->routeDel(diff_.routeDeletes[element]); }
     if (in(diff_.fecDeletes)) { return store_->fecDel(diff_.fecDeletes[element]); }
     if (in(diff_.nextHopDeletes)) { return store_->nextHopDel(diff_.nextHopDeletes[element]); }
     if (in(diff_.vrfDeletes)) { return store_->vrfDel(diff_.vrfDeletes[element]); }

@@ -24,8 +24,9 @@ namespace Pel::Forwarder {
 /// reference order. Readiness follows in a transaction of its own once everything has been written, so that whoever sees it
 /// sees the data.
 ///
-/// A transaction that fails (a full store, an I/O error) is gone as a whole: publishing stops there, says so, and the same
-/// records are tried again a second later. What the source tells meanwhile is kept in the model, not queued.
+/// A transaction that fails (a full store, an I/O error) is gone as a whole: publishing stops there, says so, and tries again
+/// a second later. What the source has told meanwhile joins what waits, so that a deletion need not wait for what does not
+/// fit: withdrawn routes go first, and until all of it has been written transactions are small.
 ///
 /// Belongs to one thread. Start: open(); then, once the source's first download is complete, run() whenever there may be
 /// something to do.
@@ -55,6 +56,7 @@ public:
 private:
     bool writeSome();
     bool writeReadiness();
+    void takeWhatCame();
     void write(std::size_t element);
 
     Flatten& flatten_;
@@ -64,6 +66,7 @@ private:
     std::unique_ptr<FlatStore> store_;
     FlatDiff diff_;          // being written
     std::size_t done_ = 0;   // elements of it that are committed
+    bool stuck_ = false;     // a transaction of it has failed
     bool more_ = true;       // Flatten has more
     bool readyDue_ = false;  // VRFs came, or nothing was ever said
     bool ready_ = false;

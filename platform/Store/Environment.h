@@ -94,8 +94,8 @@ private:
     std::uint64_t inode_ = 0;
     std::uint64_t device_ = 0;
     std::int64_t fileBytes_ = 0;  // the length that the data file has at least
-    bool readOnly_ = false;   // the files' mode allows no more
-    bool otherBoot_ = false;  // what openDatabases() found
+    bool readOnly_ = false;       // the files' mode allows no more
+    bool otherBoot_ = false;      // what openDatabases() found
 };
 
 }  // namespace Store

@@ -20,6 +20,8 @@ class StoreView {
 public:
     explicit StoreView(const Store::Options& options);
     void look();
+    /// The same without the reader's own look once a second: only what the bell told.
+    void hear() { scheduler_->runUntilIdle(); }
 
     std::string nextHop(std::uint64_t index);
     std::string fec(std::uint64_t id);
@@ -33,6 +35,7 @@ public:
     }
     /// Whether an entity of this path is there.
     bool entity(const std::string& path) { return state_.read(path).has_value(); }
+    const Vel::Ref<Store::Reader>& reader() const { return reader_; }
     /// Grows with each change that a reader is told of.
     Store::Sequence position() const { return reader_->position(); }
     /// Everything, a line each.

@@ -100,10 +100,10 @@ TEST_F(DamagedStoreTest, GarbageInTheMetaPagesIsRefused) {
     const Garbage cases[] = {
         {16, "nonsense", noStore},
         {kPage + 16, "nonsense", noStore},
-        {40, std::string(4, '\0'), noStore},                     // pages of no bytes
-        {40, std::string{"\1\0\0\1", 4}, noStore},               // of an odd number of bytes
-        {0, std::string(kPage, '\xFF'), noStore},                // one page
-        {0, std::string(2 * kPage, '\0'), noStore},              // both, by nothing
+        {40, std::string(4, '\0'), noStore},         // pages of no bytes
+        {40, std::string{"\1\0\0\1", 4}, noStore},   // of an odd number of bytes
+        {0, std::string(kPage, '\xFF'), noStore},    // one page
+        {0, std::string(2 * kPage, '\0'), noStore},  // both, by nothing
         {136, std::string(8, '\x7F'), "data.mdb holds meta pages that make no sense"},
         {128, std::string(8, '\x7F'), "data.mdb holds meta pages that make no sense"},
     };
@@ -178,7 +178,8 @@ TEST_F(DamagedStoreTest, MissingRightsAreToldWithTheFile) {
         ::close(ends[1]);
         ::waitpid(child, nullptr, 0);
         std::string text(1000, '\0');
-        text.resize(static_cast<std::size_t>(std::max(ssize_t{0}, ::read(ends[0], text.data(), 1000))));
+        text.resize(
+            static_cast<std::size_t>(std::max(ssize_t{0}, ::read(ends[0], text.data(), 1000))));
         ::close(ends[0]);
         return text;
     };
@@ -194,8 +195,7 @@ TEST_F(DamagedStoreTest, MissingRightsAreToldWithTheFile) {
 TEST_F(DamagedStoreTest, AGarbledLockFileIsMadeAnewWhenNobodyUsesIt) {
     std::ofstream{options.directory / "lock.mdb"} << std::string(70'000, 'x');
     auto writer = makeWriter();
-    EXPECT_EQ(writer->get(writer->tableIs("a", "t", TableKind::table), "1"),
-              std::string(300, 'x'));
+    EXPECT_EQ(writer->get(writer->tableIs("a", "t", TableKind::table), "1"), std::string(300, 'x'));
 }
 
 /// Another store takes the place of the one that a reader has open.
