@@ -19,8 +19,7 @@ Content::~Content() {
 }
 
 SharedBytes::Block* Content::block() const {
-    // One word for either keeps millions of entries small.
-    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): one word for either, as there are millions
     return isValue() ? nullptr : reinterpret_cast<SharedBytes::Block*>(word_);
 }
 

@@ -51,12 +51,12 @@ def value(typed):
 
 
 class Stream:
-    """One Subscribe call. `tree` maps absolute leaf paths to values, as a collector would hold them;
-    `log` keeps every message in order as ("update", entry path, leaves, stamp), ("leaf", path, value,
+    """One Subscribe call. `tree` maps absolute leaf paths to values, as a collector would hold them, at
+    the moment it is asked for; `log` keeps every message in order as ("update", entry path, leaves, stamp), ("leaf", path, value,
     stamp), ("delete", path, stamp) or ("sync",)."""
 
     def __init__(self, address, paths=("/",), once=False, target="", updates_only=False, origin="openconfig"):
-        self.tree = {}
+        self._tree = {}
         self.log = []
         self.synced = False
         self.error = None
@@ -97,6 +97,11 @@ class Stream:
 
     ended = False
 
+    @property
+    def tree(self):
+        with self._changed:
+            return dict(self._tree)
+
     def _take(self, response):
         kind = response.WhichOneof("response")
         if kind == "sync_response":
@@ -119,19 +124,19 @@ class Stream:
             assert len(leaves) == len(note.update), "full paths inside a notification are unique"
             assert leaves, "an atomic notification has content"
             self._drop(entry)
-            self.tree.update(leaves)
+            self._tree.update(leaves)
             self.log.append(("update", entry, leaves, note.timestamp))
         else:
             for update in note.update:
                 leaf = path_text(update.path, note.prefix)
-                self.tree[leaf] = value(update.val)
-                self.log.append(("leaf", leaf, self.tree[leaf], note.timestamp))
+                self._tree[leaf] = value(update.val)
+                self.log.append(("leaf", leaf, self._tree[leaf], note.timestamp))
 
     def _drop(self, entry):
-        for leaf in [k for k in self.tree if k == entry or k.startswith(entry + "/") or k.startswith(entry + "[")]:
-            del self.tree[leaf]
+        for leaf in [k for k in self._tree if k == entry or k.startswith(entry + "/") or k.startswith(entry + "[")]:
+            del self._tree[leaf]
 
-    def wait(self, condition, what, seconds=10.0):
+    def wait(self, condition, what, seconds=120.0):
         """Waits until condition(self) holds; says what was there last when it does not."""
         deadline = time.monotonic() + seconds
         with self._changed:
@@ -143,7 +148,7 @@ class Stream:
                 self._changed.wait(min(left, 0.2))
         return self
 
-    def wait_sync(self, seconds=15.0):
+    def wait_sync(self, seconds=120.0):
         return self.wait(lambda s: s.synced, "sync_response", seconds)
 
     def mark(self):

@@ -6,6 +6,7 @@ import shutil
 import signal
 import subprocess
 import tempfile
+import time
 
 ADDRESS = "127.0.0.1:9339"
 BIN = os.environ["PEL_BIN"]
@@ -30,6 +31,12 @@ class Lab:
             run(f"ip -n {peer} link set e0 address 02:00:00:00:0{n}:02 up")
             run(f"ip -n {peer} addr add 10.0.{n}.2/24 dev e0")
             run(f"ip -n {peer} addr add 2001:db8:{n}::2/64 dev e0 nodad")
+        deadline = time.monotonic() + 120
+        for n in range(1, links + 1):  # it comes with the carrier, which the kernel sees to in its own time
+            while not run(f"ip -6 route show 2001:db8:{n}::/64"):
+                if time.monotonic() > deadline:
+                    raise RuntimeError(f"link e{n} has no carrier")
+                time.sleep(0.05)
 
     def ip(self, command):
         run(f"ip {command}")
@@ -55,14 +62,14 @@ class Lab:
     def kill(self, name):
         process = self.processes.pop(name)
         process.send_signal(signal.SIGKILL)
-        process.wait(10)
+        process.wait(60)
 
     def close(self):
         for name, process in list(self.processes.items()):
             process.send_signal(signal.SIGTERM)
         for name, process in list(self.processes.items()):
             try:
-                process.wait(10)
+                process.wait(60)
             except subprocess.TimeoutExpired:
                 process.kill()
         for name in self.peers:
@@ -81,7 +88,7 @@ class Lab:
 
 
 def run(command):
-    result = subprocess.run(command.split(), capture_output=True, text=True, timeout=30, check=False)
+    result = subprocess.run(command.split(), capture_output=True, text=True, timeout=120, check=False)
     if result.returncode != 0:
         raise RuntimeError(f"{command}: {result.stderr.strip() or result.stdout.strip()}")
     return result.stdout

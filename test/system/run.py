@@ -32,7 +32,7 @@ def main():
         if may_unshare():
             done = subprocess.run(
                 ["unshare", "-n", sys.executable, "-m", "unittest", "-v", name],
-                capture_output=True, text=True, timeout=180, check=False,
+                capture_output=True, text=True, timeout=600, check=False,
                 cwd=os.path.dirname(os.path.abspath(__file__)))
             output = done.stdout + done.stderr
             inner = "<skipped/>" if "OK (skipped=1)" in output else ""

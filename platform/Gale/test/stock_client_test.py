@@ -10,7 +10,7 @@ SERVER, MESSAGES = sys.argv.pop(1), sys.argv.pop(1)
 sys.path.insert(0, MESSAGES)
 import gnmi_pb2  # noqa: E402
 
-DEADLINE = 20
+DEADLINE = 120
 
 
 def text(path):

@@ -32,9 +32,9 @@ protected:
         for (auto& client : clients) { client->pump(); }
         server->runOnce();
     }
-    /// Turns until `reached`; false when that does not come within ten seconds.
+    /// Turns until `reached`; false when that does not come within two minutes.
     [[nodiscard]] bool until(const std::function<bool()>& reached) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(2);
         while (std::chrono::steady_clock::now() < end) {
             turn();
             if (reached()) { return true; }

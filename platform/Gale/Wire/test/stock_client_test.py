@@ -10,7 +10,7 @@ import unittest
 import grpc
 
 SERVER = None  # path of the server binary, from the command line
-DEADLINE = 20
+DEADLINE = 120
 
 
 class Served(unittest.TestCase):
