@@ -1,6 +1,7 @@
 #include "platform/Gale/GnmiService.h"
 
 #include "platform/Gale/Channel.h"
+#include "platform/Gale/GetCall.h"
 #include "platform/Gale/SubscribeCall.h"
 #include "platform/Gale/UnaryCall.h"
 #include "platform/Gale/Wire/Router.h"
@@ -42,7 +43,9 @@ std::variant<gnmi::CapabilityResponse, Status> capabilities(
             data->set_version(model.version);
         }
     }
-    response.add_supported_encodings(gnmi::PROTO);
+    for (const auto encoding : {gnmi::JSON, gnmi::PROTO, gnmi::JSON_IETF}) {
+        response.add_supported_encodings(encoding);
+    }
     response.set_gnmi_version(kGnmiVersion);
     return response;
 }
@@ -77,7 +80,7 @@ GnmiService::GnmiService(const Kiln::Clock& clock,
                          std::span<const std::unique_ptr<Channel>> channels,
                          const Limits& limits,
                          Subscribers::Post post)
-    : clock_(clock), channels_(channels), limits_(limits), subscribers_(std::move(post)) {
+    : context_(clock, channels, limits, std::move(post)) {
     // Else every bad byte that a client sends would be a line on standard error.
     google::protobuf::SetLogHandler(nullptr);
 }
@@ -87,21 +90,18 @@ void GnmiService::addTo(Wire::Router& router) {
                MethodKind::Unary,
                unary<gnmi::CapabilityRequest, gnmi::CapabilityResponse>(
                    [this](const gnmi::CapabilityRequest& request) {
-                       return capabilities(request, channels_);
+                       return capabilities(request, context_.channels);
                    }));
-    router.add(
-        "/gnmi.gNMI/Get",
-        MethodKind::Unary,
-        unary<gnmi::GetRequest, gnmi::GetResponse>([](const gnmi::GetRequest& /*request*/)
-                                                       -> std::variant<gnmi::GetResponse, Status> {
-            return Status{Code::Unimplemented, "Get is not served; use Subscribe with mode ONCE"};
-        }));
+    router.add("/gnmi.gNMI/Get", MethodKind::Unary, [this](Wire::Call& call) {
+        return std::make_unique<GetCall>(call, context_);
+    });
     router.add("/gnmi.gNMI/Set",
                MethodKind::Unary,
-               unary<gnmi::SetRequest, gnmi::SetResponse>(
-                   [this](const gnmi::SetRequest& request) { return set(request, clock_); }));
+               unary<gnmi::SetRequest, gnmi::SetResponse>([this](const gnmi::SetRequest& request) {
+                   return set(request, context_.clock);
+               }));
     router.add("/gnmi.gNMI/Subscribe", MethodKind::Bidi, [this](Wire::Call& call) {
-        return std::make_unique<SubscribeCall>(call, channels_, subscribers_, limits_);
+        return std::make_unique<SubscribeCall>(call, context_);
     });
 }
 

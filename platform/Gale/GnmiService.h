@@ -1,7 +1,6 @@
 #pragma once
 
-#include "platform/Gale/Server.h"
-#include "platform/Gale/Subscribers.h"
+#include "platform/Gale/CallContext.h"
 
 #include <memory>
 #include <span>
@@ -14,8 +13,8 @@ namespace Gale {
 
 class Channel;
 
-/// The gNMI RPCs over the channels: Capabilities, Subscribe (ONCE and STREAM, encoding PROTO) and
-/// the clear refusals of Get and Set. I/O thread, but for addTo and Subscribers::wake.
+/// The gNMI RPCs over the channels: Capabilities, Get, Subscribe, and the clear refusal of Set. I/O
+/// thread, but for addTo and Subscribers::wake.
 class GnmiService final {
 public:
     /// The clock and the channels outlive the service; the service outlives the server that it is
@@ -26,13 +25,11 @@ public:
                 Subscribers::Post post);
 
     void addTo(Wire::Router& router);
-    Subscribers& subscribers() { return subscribers_; }
+    Subscribers& subscribers() { return context_.subscribers; }
+    CallContext& context() { return context_; }
 
 private:
-    const Kiln::Clock& clock_;
-    const std::span<const std::unique_ptr<Channel>> channels_;
-    const Limits limits_;
-    Subscribers subscribers_;
+    CallContext context_;
 };
 
 }  // namespace Gale

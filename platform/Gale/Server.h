@@ -24,9 +24,13 @@ namespace Gale {
 /// What a client may ask for; each bound has its error.
 struct Limits {
     std::size_t subscriptionsPerCall = 128;
-    std::size_t pathElements = 32;  ///< of prefix and path together
-    std::size_t pathBytes = 4096;   ///< of names and keys of prefix and path together
-    std::size_t subscribers = 256;  ///< Subscribe calls at a time
+    std::size_t pathElements = 32;       ///< of prefix and path together
+    std::size_t pathBytes = 4096;        ///< of names and keys of prefix and path together
+    std::size_t subscribers = 256;       ///< calls of Subscribe and Get at a time
+    std::size_t waitingPolls = 16;       ///< of one call, beside the one that is being answered
+    std::size_t gets = 8;                ///< calls of Get at a time: each may hold an answer twice
+    std::size_t getBytes = 16U << 20U;   ///< answer to one Get
+    std::size_t jsonBytes = 64U << 20U;  ///< JSON forms kept to be shared, in each JSON encoding
 };
 
 /// Settings of the process that hosts the agent.

@@ -1,7 +1,7 @@
 #include "platform/Gale/SubscribeCall.h"
 
 #include "platform/Gale/Channel.h"
-#include "platform/Gale/NotificationWriter.h"
+#include "platform/Gale/GnmiFields.h"
 #include "platform/Gale/WireFields.h"
 
 #include <proto/gnmi.pb.h>
@@ -19,13 +19,8 @@ using Wire::Status;
 
 namespace {
 
-// SubscribeResponse: update 1, sync_response 3. Notification: prefix 2. Path: target 4.
-constexpr int kUpdate = 1;
-constexpr int kSyncResponse = 3;
-constexpr int kPrefix = 2;
-constexpr int kTarget = 4;
 constexpr std::string_view kSync{"\x18\x01", 2};
-static_assert(kSync[0] == varintTag(kSyncResponse));
+static_assert(kSync[0] == varintTag(Fields::SubscribeResponse::syncResponse));
 
 /// Rounds in which a filter may hide all before other calls get their turn.
 constexpr int kBlankRounds = 16;
@@ -35,21 +30,15 @@ constexpr int kBlankRounds = 16;
 std::string targetSuffix(const std::string& target) {
     std::string suffix;
     if (target.empty()) { return suffix; }
-    appendHead(suffix, kPrefix, fieldSize(target.size()));
-    appendField(suffix, kTarget, target);
+    appendHead(suffix, Fields::Notification::prefix, fieldSize(target.size()));
+    appendField(suffix, Fields::Path::target, target);
     return suffix;
 }
 
 }  // namespace
 
-SubscribeCall::SubscribeCall(Wire::Call& call,
-                             std::span<const std::unique_ptr<Channel>> channels,
-                             Subscribers& subscribers,
-                             const Limits& limits)
-    : call_(call), channels_(channels), subscribers_(subscribers), limits_(limits) {}
-
 SubscribeCall::~SubscribeCall() {
-    if (plan_) { subscribers_.remove(*this); }
+    if (plan_) { context_.subscribers.remove(*this); }
 }
 
 void SubscribeCall::onMessage(std::span<const std::byte> message) {
@@ -59,24 +48,26 @@ void SubscribeCall::onMessage(std::span<const std::byte> message) {
         return;
     }
     if (plan_) {
-        call_.finish({Code::InvalidArgument,
-                      request.has_poll() ? "poll belongs to mode POLL only"
-                                         : "a call takes one subscribe message only"});
+        if (!request.has_poll()) {
+            call_.finish({Code::InvalidArgument, "a call takes one subscribe message only"});
+        } else if (!plan_->poll) {
+            call_.finish({Code::InvalidArgument, "poll belongs to mode POLL only"});
+        } else {
+            poll();
+        }
         return;
     }
     if (!request.has_subscribe()) {
         call_.finish({Code::InvalidArgument, "the first message must hold subscribe"});
         return;
     }
-    auto plan = planSubscribe(request, channels_, limits_);
+    auto plan = planSubscribe(request, context_.channels, context_.limits);
     if (auto* const bad = std::get_if<Status>(&plan)) {
         call_.finish(std::move(*bad));
         return;
     }
-    if (subscribers_.size() >= limits_.subscribers) {
-        call_.finish({Code::ResourceExhausted,
-                      "there are " + std::to_string(subscribers_.size()) +
-                          " subscribers, as many as are allowed"});
+    if (auto full = context_.subscribersFull()) {
+        call_.finish(std::move(*full));
         return;
     }
     begin(std::move(std::get<SubscribePlan>(plan)));
@@ -86,27 +77,51 @@ void SubscribeCall::begin(SubscribePlan plan) {
     plan_ = std::move(plan);
     suffix_ = targetSuffix(plan_->target);
     leafFilter_.emplace(plan_->filter->patterns());
-    subscribers_.add(*this);
-    demand_.emplace(plan_->channel->demand, [this] {
-        attach();
-        resume();
-    });
-    if (demand_->filled()) { attach(); }
+    if (plan_->encoding != ValueEncoding::proto) { json_ = context_.jsonForms(plan_->encoding); }
+    beginRound();
+    context_.subscribers.add(*this);
     call_.start(*this);
 }
 
-void SubscribeCall::attach() {
-    cursor_.emplace(plan_->channel->journal, EntryFilter::forCursor(plan_->filter), plan_->mode);
+/// From the whole state, or what the mode wants in its place, to the sync and on.
+void SubscribeCall::beginRound() {
+    if (reader_) {
+        reader_->restart();
+    } else {
+        reader_.emplace(*plan_->channel, plan_->filter, plan_->mode, [this] { resume(); });
+    }
+    state_ = Cursor::State::more;
+    synced_ = false;
+}
+
+void SubscribeCall::poll() {
+    if (waitingPolls_ == context_.limits.waitingPolls) {
+        call_.finish({Code::ResourceExhausted,
+                      std::to_string(waitingPolls_) +
+                          " polls wait for their answers, as many as are allowed"});
+        return;
+    }
+    ++waitingPolls_;
+    call_.resume();
+}
+
+/// The next poll's turn; false when none waits.
+bool SubscribeCall::nextRound() {
+    if (waitingPolls_ == 0) { return false; }
+    --waitingPolls_;
+    beginRound();
+    return true;
 }
 
 void SubscribeCall::onHalfClose() {
     if (!plan_) { call_.finish({Code::InvalidArgument, "the call ended without subscribe"}); }
+    halfClosed_ = true;
+    call_.resume();
 }
 
 void SubscribeCall::onCancelled(const Status& /*why*/) {}
 
 Fill SubscribeCall::fill(std::span<std::byte> out) {
-    if (!cursor_) { return Fill::idle(0); }
     std::size_t written = 0;
     for (int blank = 0;;) {
         if (pending_) {
@@ -120,7 +135,11 @@ Fill SubscribeCall::fill(std::span<std::byte> out) {
             ++next_;
             continue;
         }
-        if (state_ == Cursor::State::ended) { return Fill::finished(written, {}); }
+        if (state_ == Cursor::State::ended) {
+            if (nextRound()) { continue; }
+            if (plan_->poll && !halfClosed_) { return Fill::idle(written); }
+            return Fill::finished(written, {});
+        }
         if (!refill()) {
             if (state_ == Cursor::State::ended) { continue; }
             if (state_ == Cursor::State::idle) {
@@ -129,7 +148,7 @@ Fill SubscribeCall::fill(std::span<std::byte> out) {
             }
             if (++blank < kBlankRounds) { continue; }
             if (written > 0) { return Fill::more(written); }
-            subscribers_.wake();
+            context_.subscribers.resumeLater(*this);
             return Fill::idle(0);
         }
     }
@@ -137,7 +156,7 @@ Fill SubscribeCall::fill(std::span<std::byte> out) {
 
 /// The next batch of the cursor; false when it is empty.
 bool SubscribeCall::refill() {
-    const Cursor::Result result = cursor_->next(batch_);
+    const Cursor::Result result = reader_->next(batch_);
     next_ = 0;
     count_ = result.count;
     state_ = result.state;
@@ -152,21 +171,35 @@ bool SubscribeCall::prepare(const CursorMessage& message) {
         partsSent_ = {};
         return true;
     }
-    if (message.content.isValue()) {
-        made_.clear();
-        NotificationWriter{made_}.stamp(message.content.stamp());
-        plan_->channel->view->encodeValue(
-            message.lane, message.key, message.content.value(), made_);
-        notification_ = made_;
+    if (json_ && message.kind == CursorMessage::Kind::update) {
+        prepareJson(message);
     } else {
-        held_ = message.content.bytes();
-        notification_ = held_.view();
+        notification_ = ChannelReader::notification(
+            *plan_->channel, {message.lane, message.key}, message.content, made_);
     }
     if (message.kind == CursorMessage::Kind::update &&
         plan_->filter->of(message.lane, message.key) == EntryFilter::Coverage::part) {
         notification_ = cut(notification_, message);
     }
     return !notification_.empty();
+}
+
+void SubscribeCall::prepareJson(const CursorMessage& message) {
+    const Channel& channel = *plan_->channel;
+    const Schema::Kind& kind =
+        channel.schema.kinds()[channel.view->kindOf(message.lane, message.key)];
+    if (message.content.isValue()) {
+        madeJson_.clear();
+        json_->converter().convert(
+            kind,
+            ChannelReader::notification(
+                channel, {message.lane, message.key}, message.content, made_),
+            madeJson_);
+        notification_ = madeJson_;
+    } else {
+        sharedJson_ = json_->of(kind, message.content.bytes());
+        notification_ = sharedJson_.view();
+    }
 }
 
 /// Only the leaves asked for. When none is left of an entry that the client may hold, a delete.
@@ -199,7 +232,7 @@ void SubscribeCall::writePending(std::byte* out) {
         return;
     }
     std::array<char, 16> head{};
-    head[0] = lengthTag(kUpdate);
+    head[0] = lengthTag(Fields::SubscribeResponse::update);
     const int varint =
         protozero::write_varint(head.data() + 1, notification_.size() + suffix_.size());
     put({head.data(), 1 + static_cast<std::size_t>(varint)});
@@ -210,7 +243,7 @@ void SubscribeCall::writePending(std::byte* out) {
 }
 
 SubscriberStatus SubscribeCall::status() const {
-    const CursorStatistics cursor = cursor_ ? cursor_->statistics() : CursorStatistics{};
+    const CursorStatistics cursor = reader_->statistics();
     return {.peer = std::string{call_.peer()},
             .target = plan_->target,
             .messages = messages_,

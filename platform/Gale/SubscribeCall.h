@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Gale/Cursor.h"
-#include "platform/Gale/Demand.h"
+#include "platform/Gale/CallContext.h"
+#include "platform/Gale/ChannelReader.h"
 #include "platform/Gale/LeafFilter.h"
 #include "platform/Gale/SubscribePlan.h"
 #include "platform/Gale/Subscribers.h"
@@ -19,46 +19,44 @@
 
 namespace Gale {
 
-class Channel;
-
 /// One Subscribe RPC: checks the request, then is a cursor in the journal whose messages are
-/// written to the wire when there is room. I/O thread.
-class SubscribeCall final : public Wire::CallHandler, private Wire::MessageSource {
+/// written to the wire when there is room. For each poll it is a new cursor. I/O thread.
+class SubscribeCall final : public Wire::CallHandler,
+                            public ReadingCall,
+                            private Wire::MessageSource {
 public:
-    /// All outlive the call.
-    SubscribeCall(Wire::Call& call,
-                  std::span<const std::unique_ptr<Channel>> channels,
-                  Subscribers& subscribers,
-                  const Limits& limits);
+    /// Both outlive the call.
+    SubscribeCall(Wire::Call& call, CallContext& context) : call_(call), context_(context) {}
     ~SubscribeCall() override;
 
     void onMessage(std::span<const std::byte> message) override;
     void onHalfClose() override;
     void onCancelled(const Wire::Status& why) override;
 
-    void resume() { call_.resume(); }
-    SubscriberStatus status() const;
+    void resume() override { call_.resume(); }
+    SubscriberStatus status() const override;
 
 private:
     void begin(SubscribePlan plan);
-    void attach();
+    void beginRound();
+    void poll();
+    bool nextRound();
     Wire::Fill fill(std::span<std::byte> out) override;
     bool refill();
     bool prepare(const CursorMessage& message);
+    void prepareJson(const CursorMessage& message);
     std::string_view cut(std::string_view notification, const CursorMessage& message);
     std::size_t pendingSize() const;
     void writePending(std::byte* out);
 
     Wire::Call& call_;
-    const std::span<const std::unique_ptr<Channel>> channels_;
-    Subscribers& subscribers_;
-    const Limits& limits_;
+    CallContext& context_;
 
     std::optional<SubscribePlan> plan_;
-    std::string suffix_;  // what is appended to each Notification: the target
+    std::shared_ptr<JsonForms> json_;  // null: PROTO
+    std::string suffix_;               // what is appended to each Notification: the target
     std::optional<LeafFilter> leafFilter_;
-    std::optional<Demand::Token> demand_;
-    std::optional<Cursor> cursor_;  // null: the entries are not there yet
+    std::optional<ChannelReader> reader_;
     Cursor::State state_ = Cursor::State::more;
     std::array<CursorMessage, 64> batch_;
     std::size_t next_ = 0;
@@ -67,14 +65,17 @@ private:
     // The message that is to be written next.
     bool pending_ = false;
     bool pendingSync_ = false;
-    SharedBytes held_;               // keeps notification_ alive, or
-    std::string made_;               // encoded here
-    std::string cutDown_;            // scratch of the leaf filter
-    std::string_view notification_;  // without suffix_
+    std::string_view notification_;  // without suffix_; stands in batch_ or in one of these:
+    SharedBytes sharedJson_;
+    std::string made_;
+    std::string madeJson_;
+    std::string cutDown_;
 
     // Entries that went out in part before the sync; afterwards a change tells by itself.
     absl::flat_hash_set<Reference> partsSent_;
     bool synced_ = false;
+    std::size_t waitingPolls_ = 0;
+    bool halfClosed_ = false;
     std::uint64_t messages_ = 0;
     std::uint64_t bytes_ = 0;
 };

@@ -3,6 +3,7 @@
 #include "platform/Gale/Cursor.h"
 #include "platform/Gale/EntryFilter.h"
 #include "platform/Gale/Server.h"
+#include "platform/Gale/ValueEncoding.h"
 #include "platform/Gale/Wire/Status.h"
 
 #include <memory>
@@ -22,6 +23,8 @@ class Channel;
 struct SubscribePlan {
     Channel* channel = nullptr;
     Cursor::Mode mode = Cursor::Mode::stream;
+    bool poll = false;  ///< mode is once, for each poll anew
+    ValueEncoding encoding = ValueEncoding::proto;
     std::string target;  ///< echoed in every response; empty: none
     std::shared_ptr<const EntryFilter> filter;
 };

@@ -1,7 +1,5 @@
 #include "platform/Gale/Subscribers.h"
 
-#include "platform/Gale/SubscribeCall.h"
-
 #include <algorithm>
 
 namespace Gale {
@@ -15,21 +13,28 @@ void Subscribers::wake() {
     });
 }
 
-void Subscribers::resumeAll() {
-    for (SubscribeCall* const call : calls_) { call->resume(); }
+void Subscribers::resumeLater(ReadingCall& call) {
+    post_([this, later = &call] {
+        // It may be gone; another at its address takes it for news, which does no harm.
+        if (std::find(calls_.begin(), calls_.end(), later) != calls_.end()) { later->resume(); }
+    });
 }
 
-void Subscribers::add(SubscribeCall& call) {
+void Subscribers::resumeAll() {
+    for (ReadingCall* const call : calls_) { call->resume(); }
+}
+
+void Subscribers::add(ReadingCall& call) {
     calls_.push_back(&call);
 }
 
-void Subscribers::remove(SubscribeCall& call) {
+void Subscribers::remove(ReadingCall& call) {
     std::erase(calls_, &call);
 }
 
 std::vector<SubscriberStatus> Subscribers::status() const {
     std::vector<SubscriberStatus> all;
-    for (const SubscribeCall* const call : calls_) { all.push_back(call->status()); }
+    for (const ReadingCall* const call : calls_) { all.push_back(call->status()); }
     return all;
 }
 

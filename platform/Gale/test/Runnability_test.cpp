@@ -45,7 +45,7 @@ protected:
     std::unique_ptr<gnmi::gNMI::Stub> stub;
 };
 
-TEST_F(Runnability, StockClientGetsCapabilitiesAndRefusals) {
+TEST_F(Runnability, StockClientGetsCapabilitiesDataAndRefusals) {
     start();
     ASSERT_TRUE(machine->running()) << machine->error();
     EXPECT_TRUE(runnabilityDir->has("server"));
@@ -59,10 +59,55 @@ TEST_F(Runnability, StockClientGetsCapabilitiesAndRefusals) {
         EXPECT_EQ(response.gnmi_version(), "0.10.0");
         EXPECT_EQ(response.supported_models_size(), 1);
     }
+    view->beasts.set(1, "red");
+    scheduler->runUntilIdle();
+    gnmi::GetRequest request;
+    gnmi::Path& path = *request.add_path();
+    for (const char* const name : {"zoo", "beasts"}) { path.add_elem()->set_name(name); }
+    {
+        grpc::ClientContext context;
+        limit(context);
+        gnmi::GetResponse response;
+        const auto status = stub->Get(&context, request, &response);
+        ASSERT_TRUE(status.ok()) << status.error_message();
+        ASSERT_EQ(response.notification_size(), 1);
+        EXPECT_EQ(response.notification(0).update(0).val().json_val(),
+                  R"({"beast":[{"index":1,"state":{"index":1,"colour":"red"}}]})");
+    }
+    path.add_elem()->set_name("fish");
     grpc::ClientContext context;
     limit(context);
     gnmi::GetResponse response;
-    EXPECT_EQ(stub->Get(&context, {}, &response).error_code(), grpc::StatusCode::UNIMPLEMENTED);
+    const auto status = stub->Get(&context, request, &response);
+    EXPECT_EQ(status.error_code(), grpc::StatusCode::UNIMPLEMENTED);
+    EXPECT_THAT(status.error_message(), HasSubstr("/zoo/beasts/fish"));
+}
+
+TEST_F(Runnability, StockClientPolls) {
+    start();
+    view->beasts.set(1, "red");
+    scheduler->runUntilIdle();
+    connect();
+    grpc::ClientContext context;
+    limit(context);
+    const auto stream = stub->Subscribe(&context);
+    gnmi::SubscribeRequest subscribe = request(gnmi::SubscriptionList::POLL);
+    subscribe.mutable_subscribe()->set_encoding(gnmi::JSON_IETF);
+    ASSERT_TRUE(stream->Write(subscribe));
+    gnmi::SubscribeRequest poll;
+    poll.mutable_poll();
+    for (int round = 0; round < 3; ++round) {
+        gnmi::SubscribeResponse response;
+        ASSERT_TRUE(stream->Read(&response));
+        EXPECT_EQ(response.update().update(2).val().json_ietf_val(), "\"paint:red\"");
+        ASSERT_TRUE(stream->Read(&response));
+        EXPECT_EQ(response.update().update(0).val().json_ietf_val(), "\"main\"");
+        ASSERT_TRUE(stream->Read(&response));
+        EXPECT_TRUE(response.sync_response());
+        if (round < 2) { ASSERT_TRUE(stream->Write(poll)); }
+    }
+    stream->WritesDone();
+    EXPECT_TRUE(stream->Finish().ok());
 }
 
 TEST_F(Runnability, StockClientStreamsWithTargetUntilTheServerStops) {

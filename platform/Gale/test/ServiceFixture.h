@@ -64,6 +64,14 @@ protected:
     }
 
     Channel& channel() { return *channels[0]; }
+    /// The usual animals.
+    void populate() {
+        view->beasts.set(2, "blue");
+        view->beasts.set(1, "red");
+        view->herds.set(7, {{1}});
+        view->fields.set(5, 7);
+        settle();
+    }
 
     void settle() {
         for (int i = 0; i < 20; ++i) {
@@ -102,6 +110,10 @@ protected:
         settle();
         return {&client, stream};
     }
+    /// What takes many turns.
+    void finish(const Rpc& rpc) {
+        for (int i = 0; i < 1000 && rpc.status().empty(); ++i) { settle(); }
+    }
     template <class Request>
     static std::string bytes(const std::string& text) {
         Request request;
@@ -115,6 +127,39 @@ protected:
                     bytes<gnmi::SubscribeRequest>("subscribe { " + text +
                                                   (encoding ? "" : " encoding: PROTO") + " }"),
                     end);
+    }
+
+    /// `text`: fields of the GetRequest; PROTO unless it says otherwise.
+    Rpc get(const std::string& text) {
+        const bool encoding = text.find("encoding") != std::string::npos;
+        return call("Get", bytes<gnmi::GetRequest>(text + (encoding ? "" : " encoding: PROTO")));
+    }
+    static gnmi::GetResponse answer(const Rpc& rpc) {
+        gnmi::GetResponse response;
+        EXPECT_EQ(rpc.status(), "0") << rpc.text();
+        const auto messages = rpc.reply().messages();
+        EXPECT_EQ(messages.size(), 1U);
+        if (messages.size() == 1) { EXPECT_TRUE(response.ParseFromString(messages[0])); }
+        return response;
+    }
+
+    /// A path of a request as text: "zoo[name=main]/beasts"; no escapes.
+    static std::string path(std::string_view text) {
+        std::string fields;
+        while (!text.empty()) {
+            std::string_view word = text.substr(0, text.find('/'));
+            text.remove_prefix(word.size() < text.size() ? word.size() + 1 : text.size());
+            fields += " elem { name: '" + std::string{word.substr(0, word.find('['))} + "'";
+            while (word.find('[') != std::string_view::npos) {
+                word.remove_prefix(word.find('[') + 1);
+                const std::string_view key = word.substr(0, word.find(']'));
+                const auto equals = key.find('=');
+                fields += " key { key: '" + std::string{key.substr(0, equals)} + "' value: '" +
+                          std::string{key.substr(equals + 1)} + "' }";
+            }
+            fields += " }";
+        }
+        return " path {" + fields + " } ";
     }
 
     /// "/zoo[name=main]/..." of prefix and path together.
@@ -140,10 +185,23 @@ protected:
         std::string text = pathText(update.prefix(), {}) + ":";
         for (const gnmi::Update& leaf : update.update()) {
             text += " " + pathText({}, leaf.path()).substr(1) + "=";
-            text += leaf.val().has_uint_val() ? std::to_string(leaf.val().uint_val())
-                                              : leaf.val().string_val();
+            text += valueText(leaf.val());
         }
         return text;
+    }
+    static std::string valueText(const gnmi::TypedValue& value) {
+        switch (value.value_case()) {
+            case gnmi::TypedValue::kUintVal:
+                return std::to_string(value.uint_val());
+            case gnmi::TypedValue::kStringVal:
+                return value.string_val();
+            case gnmi::TypedValue::kJsonVal:
+                return "json " + value.json_val();
+            case gnmi::TypedValue::kJsonIetfVal:
+                return "ietf " + value.json_ietf_val();
+            default:
+                return "?";
+        }
     }
     static std::vector<std::string> brief(const Rpc& rpc) {
         std::vector<std::string> all;
@@ -155,7 +213,14 @@ protected:
     Vel::Ref<Kiln::TaskScheduler> scheduler =
         Vel::make<Kiln::TaskScheduler>(clock, std::make_unique<Kiln::NeverYield>());
     StampClock stamps{clock, {}};
-    Limits limits{.subscriptionsPerCall = 4, .pathElements = 8, .pathBytes = 100, .subscribers = 3};
+    Limits limits{.subscriptionsPerCall = 4,
+                  .pathElements = 8,
+                  .pathBytes = 100,
+                  .subscribers = 3,
+                  .waitingPolls = 2,
+                  .gets = 2,
+                  .getBytes = 400'000,
+                  .jsonBytes = 10'000};
     TestView* view = nullptr;
     std::vector<std::unique_ptr<Channel>> channels;
     std::unique_ptr<GnmiService> service;

@@ -16,16 +16,7 @@ constexpr const char* kHerd =
     "/zoo[name=main]/herds/herd[id=7]: id=7 members/member[index=1]/index=1";
 constexpr const char* kField = "/zoo[name=main]/fields/field[id=5]: id=5 state/herd=7";
 
-class Subscribe : public ServiceFixture {
-protected:
-    void populate() {
-        view->beasts.set(2, "blue");
-        view->beasts.set(1, "red");
-        view->herds.set(7, {{1}});
-        view->fields.set(5, 7);
-        settle();
-    }
-};
+using Subscribe = ServiceFixture;
 
 TEST_F(Subscribe, OnceGivesAllInOrderThenOneSyncThenEndsWithOk) {
     populate();

@@ -1,5 +1,6 @@
 """The gNMI service as a stock Python client sees it: another parser, another HTTP/2."""
 
+import json
 import subprocess
 import sys
 import unittest
@@ -74,17 +75,37 @@ class StockClient(unittest.TestCase):
         self.assertGreater(delete.timestamp, update.timestamp)
         stream.cancel()
 
-    def test_json_is_refused_by_name(self):
-        request = gnmi_pb2.SubscribeRequest()
-        request.subscribe.subscription.add()
-        call = self.channel.stream_stream(
-            "/gnmi.gNMI/Subscribe",
-            request_serializer=gnmi_pb2.SubscribeRequest.SerializeToString,
-            response_deserializer=gnmi_pb2.SubscribeResponse.FromString)
-        with self.assertRaises(grpc.RpcError) as raised:
-            next(call(iter([request]), timeout=DEADLINE))
-        self.assertEqual(raised.exception.code(), grpc.StatusCode.UNIMPLEMENTED)
-        self.assertIn("JSON", raised.exception.details())
+    def get(self, *paths, **fields):
+        request = gnmi_pb2.GetRequest(**fields)
+        for names in paths:
+            path = request.path.add()
+            for name in names:
+                path.elem.add(name=name)
+        call = self.channel.unary_unary(
+            "/gnmi.gNMI/Get",
+            request_serializer=gnmi_pb2.GetRequest.SerializeToString,
+            response_deserializer=gnmi_pb2.GetResponse.FromString)
+        return call(request, timeout=DEADLINE)
+
+    def test_get_answers_each_path_in_json_that_another_parser_takes(self):
+        self.order("set 1 red\\")
+        beast = {"index": "1", "state": {"index": "1", "zoo-colours:colour": "paint:red\\"}}
+        got = self.get([], ["zoo", "beasts"], encoding=gnmi_pb2.JSON_IETF)
+        trees = [json.loads(n.update[0].val.json_ietf_val) for n in got.notification]
+        self.assertEqual(trees, [{"zoo-main:zoo": [{"name": "main", "beasts": {"beast": [beast]}}]},
+                                 {"zoo-main:beast": [beast]}])
+        self.assertEqual([text(n.update[0].path) for n in got.notification], ["", "/zoo[name=main]/beasts"])
+
+    def test_get_names_what_it_does_not_find_or_serve(self):
+        for paths, encoding, code, part in (
+                ([["zoo", "visitors"]], gnmi_pb2.PROTO, grpc.StatusCode.NOT_FOUND, "/zoo/visitors"),
+                ([["garden"]], gnmi_pb2.PROTO, grpc.StatusCode.UNIMPLEMENTED, "/garden"),
+                ([[""]], gnmi_pb2.PROTO, grpc.StatusCode.INVALID_ARGUMENT, "without a name"),
+                ([[]], gnmi_pb2.BYTES, grpc.StatusCode.UNIMPLEMENTED, "encoding BYTES")):
+            with self.assertRaises(grpc.RpcError) as raised:
+                self.get(*paths, encoding=encoding)
+            self.assertEqual(raised.exception.code(), code)
+            self.assertIn(part, raised.exception.details())
 
 
 if __name__ == "__main__":

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "platform/Gale/Cursor.h"
+#include "platform/Gale/Demand.h"
+#include "platform/Gale/EntryFilter.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace Gale {
+
+class Channel;
+
+/// A call's cursor in the journal of a channel. The one place where a call gets at a channel's
+/// entries, and so where it demands them and waits until they are there. I/O thread.
+class ChannelReader final {
+public:
+    /// The channel outlives the reader. `onFilled`: the entries, which were not there yet, are; not
+    /// called from the constructor.
+    ChannelReader(Channel& channel,
+                  std::shared_ptr<const EntryFilter> filter,
+                  Cursor::Mode mode,
+                  std::function<void()> onFilled);
+
+    /// As Cursor::next; idle until the entries are there.
+    Cursor::Result next(std::span<CursorMessage> out);
+    /// From the beginning once more.
+    void restart() { cursor_.reset(); }
+    /// The PROTO form of what an entry of the channel holds; what has to be made goes to `made`.
+    /// Valid as long as both are.
+    static std::string_view notification(const Channel& channel,
+                                         const Reference& entry,
+                                         const Content& content,
+                                         std::string& made);
+
+    CursorStatistics statistics() const;
+
+private:
+    Channel& channel_;
+    const std::shared_ptr<const EntryFilter> filter_;
+    const Cursor::Mode mode_;
+    Demand::Token demand_;  // before the cursor, which goes first
+    std::optional<Cursor> cursor_;
+};
+
+}  // namespace Gale
