@@ -147,7 +147,8 @@ void GetAnswer::take(const Reference& entry, const Content& content) {
     while (elems.next(Fields::Path::elem)) {
         elems_.push_back(viewOf(elems.get_view()));
         if (nodeDepth_) { continue; }
-        atEntry_ = WirePath::step(pattern, atEntry_, elems_.back());
+        // The filter has compared the keys, and knows more than one way to write a prefix.
+        atEntry_ = pattern.step(atEntry_, WirePath::name(elems_.back()));
         if (pattern.covered(atEntry_)) { nodeDepth_ = elems_.size(); }
     }
     entryDepth_ = elems_.size();

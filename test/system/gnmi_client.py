@@ -1,5 +1,6 @@
 """A gNMI client for tests. It shares no code with the server: Debian's grpcio and protobuf over the
 project's .proto, and a state that is rebuilt from the messages alone."""
+import json
 import queue
 import threading
 import time
@@ -47,7 +48,60 @@ def value(typed):
     kind = typed.WhichOneof("value")
     if kind == "leaflist_val":
         return [value(element) for element in typed.leaflist_val.element]
+    if kind in ("json_val", "json_ietf_val"):
+        return json.loads(getattr(typed, kind))
     return getattr(typed, kind)
+
+
+def get(address, paths=("/",), **fields):
+    """The GetResponse to these paths; raises grpc.RpcError."""
+    request = gnmi_pb2.GetRequest(path=[parse_path(path) for path in paths], **fields)
+    with grpc.insecure_channel(address, options=[("grpc.max_receive_message_length", -1)]) as channel:
+        call = channel.unary_unary(
+            "/gnmi.gNMI/Get",
+            request_serializer=gnmi_pb2.GetRequest.SerializeToString,
+            response_deserializer=gnmi_pb2.GetResponse.FromString)
+        return call(request, timeout=120)
+
+
+def got_tree(notification):
+    """Leaf path -> value, of a Get in PROTO."""
+    leaves = {path_text(u.path, notification.prefix): value(u.val) for u in notification.update}
+    assert len(leaves) == len(notification.update), "full paths inside a notification are unique"
+    return leaves
+
+
+KEYS = {"network-instance": "name", "next-hop": "index", "next-hop-group": "id", "ipv4-entry": "prefix",
+        "ipv6-entry": "prefix", "encap-header": "index"}
+
+
+def flattened(node, path=""):
+    """Leaf path -> value, of a JSON tree. Module names are gone from paths, list keys are in them."""
+    if not isinstance(node, dict):
+        return {path: node}
+    leaves = {}
+    for name, child in node.items():
+        name = name.rpartition(":")[2]
+        if name in KEYS and isinstance(child, list):
+            for entry in child:
+                bare = {member.rpartition(":")[2]: leaf for member, leaf in entry.items()}
+                leaves.update(flattened(entry, f"{path}/{name}[{KEYS[name]}={bare[KEYS[name]]}]"))
+        else:
+            leaves.update(flattened(child, f"{path}/{name}"))
+    return leaves
+
+
+def as_ietf(leaf, proto):
+    """What JSON_IETF makes of a PROTO value, by what OpenConfig says about the leaf's name."""
+    name = leaf.rpartition("/")[2]
+    if isinstance(proto, bool) or isinstance(proto, list):
+        return proto
+    if name == "type" and "/encap-header[" not in leaf:
+        return "openconfig-network-instance-types:" + proto
+    if name == "origin-protocol":
+        return "openconfig-policy-types:" + proto
+    small = name in ("subinterface", "vni-label", "ip-ttl") or "/encap-header[" in leaf
+    return str(proto) if isinstance(proto, int) and not small else proto
 
 
 class Stream:
@@ -55,7 +109,8 @@ class Stream:
     the moment it is asked for; `log` keeps every message in order as ("update", entry path, leaves, stamp), ("leaf", path, value,
     stamp), ("delete", path, stamp) or ("sync",)."""
 
-    def __init__(self, address, paths=("/",), once=False, target="", updates_only=False, origin="openconfig"):
+    def __init__(self, address, paths=("/",), once=False, target="", updates_only=False, origin="openconfig",
+                 encoding=gnmi_pb2.PROTO, poll=False):
         self._tree = {}
         self.log = []
         self.synced = False
@@ -70,8 +125,9 @@ class Stream:
             response_deserializer=gnmi_pb2.SubscribeResponse.FromString)
         request = gnmi_pb2.SubscribeRequest()
         request.subscribe.mode = (gnmi_pb2.SubscriptionList.ONCE if once
+                                  else gnmi_pb2.SubscriptionList.POLL if poll
                                   else gnmi_pb2.SubscriptionList.STREAM)
-        request.subscribe.encoding = gnmi_pb2.PROTO
+        request.subscribe.encoding = encoding
         request.subscribe.updates_only = updates_only
         request.subscribe.prefix.origin = origin
         request.subscribe.prefix.target = target
@@ -147,6 +203,16 @@ class Stream:
                     raise AssertionError(f"never saw {what}; ended={self.ended} {self.error}; last:\n{tail}")
                 self._changed.wait(min(left, 0.2))
         return self
+
+    def poll(self):
+        """Asks for all of it again; the tree is what the answer says."""
+        with self._changed:
+            self._tree, self.synced = {}, False
+        self._requests.put(gnmi_pb2.SubscribeRequest(poll=gnmi_pb2.Poll()))
+        return self.wait_sync()
+
+    def half_close(self):
+        self._requests.put(None)
 
     def wait_sync(self, seconds=120.0):
         return self.wait(lambda s: s.synced, "sync_response", seconds)
