@@ -36,6 +36,8 @@ void JsonTree::add(std::span<const Step> path, std::string_view value) {
 }
 
 void JsonTree::close(std::span<const Step> path) {
+    // An entry that no list holds is the only one of its kind, and takes no more room than this.
+    if (path.empty() || path.back().element->keys.empty()) { return; }
     Node* node = &root_;
     Node* list = nullptr;
     for (const Step& step : path) {

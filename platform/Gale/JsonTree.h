@@ -26,8 +26,8 @@ public:
 
     /// The leaf at the end of `path` has this value; an empty path: the node itself is the leaf.
     void add(std::span<const Step> path, std::string_view value);
-    /// Nothing more will be added below the list entry that `path` leads to, and it was the last to
-    /// which something was added: writes it down, which takes less room.
+    /// Nothing more will be added below the entry that `path` leads to, and it was the last to which
+    /// something was added: writes a list's entry down, which takes less room.
     void close(std::span<const Step> path);
     void print(std::string& to) const;
 

@@ -2,6 +2,8 @@
 
 #include "model/View/test/NativeServerFixture.h"
 
+#include <future>
+
 namespace Pel::OcApi {
 namespace {
 
@@ -332,6 +334,33 @@ TEST_F(NativeViewTest, TablesThatAppearLater) {
     const std::string route = "/FibRoute/routing/vrf/status[name=red]/route[prefix=10.0.0.0/8]";
     until(
         client, [&] { return client.tree().contains(route); }, "the route");
+}
+
+TEST_F(NativeViewTest, GetInJsonShowsEntriesWithKeysAndWithout) {
+    nextHop(7);
+    aft->fibReady()->fecReadyIs(true);
+    serve();
+    const auto stub =
+        gnmi::gNMI::NewStub(grpc::CreateChannel(address(), grpc::InsecureChannelCredentials()));
+    for (const std::string text : {"/", "/AftExport", "/AftExport/OpenConfig/afts/aftContainer"}) {
+        gnmi::GetRequest request;
+        request.mutable_prefix()->set_origin("pel");
+        *request.add_path() = path(text);
+        request.set_encoding(gnmi::JSON_IETF);
+        grpc::ClientContext context;
+        context.set_deadline(std::chrono::system_clock::now() + std::chrono::minutes{1});
+        gnmi::GetResponse response;
+        auto call =
+            std::async(std::launch::async, [&] { return stub->Get(&context, request, &response); });
+        while (call.wait_for(std::chrono::milliseconds{2}) != std::future_status::ready) {
+            scheduler->runUntilIdle();
+        }
+        const grpc::Status status = call.get();
+        ASSERT_TRUE(status.ok()) << status.error_message();
+        const std::string json = response.notification(0).update(0).val().json_ietf_val();
+        EXPECT_THAT(json, HasSubstr(R"("fibReady":{"fecReady":true})"));
+        EXPECT_THAT(json, HasSubstr(R"("nextHops":[{"index":"7","interface":"Ethernet1")"));
+    }
 }
 
 TEST_F(NativeViewTest, WithTheToggleOffThereIsNoFibRoute) {
