@@ -14,7 +14,8 @@ Vel::Ref<const FlattenFec> RecordCodec<FlattenFec>::decode(std::string_view byte
             fec->nextHopIs({OcNextHopIndex{member->index()}, member->weight()});
         }
     }
-    if (const auto* const name = table->name()) {
+    // The attribute accompanies a name; without one it says nothing.
+    if (const auto* const name = table->name(); name != nullptr && name->size() > 0) {
         fec->nexthopGroupNameIs(name->str(), table->group_attribute());
     }
     return fec;
