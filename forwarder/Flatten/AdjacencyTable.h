@@ -20,7 +20,7 @@ inline constexpr AdjacencyId kNoAdjacency = 0xFFFF'FFFFU;
 /// link or of a neighbour stand together.
 struct AdjacencyKey {
     std::uint32_t ifindex = 0;
-    IpAddress gateway;
+    Nexo::IpGenAddr gateway;
     EncapPtr encap;  // compared by content
 
     std::strong_ordering operator<=>(const AdjacencyKey& other) const;
@@ -29,7 +29,7 @@ struct AdjacencyKey {
 
 /// What links and neighbours make of an adjacency.
 struct AdjacencyState {
-    std::optional<EthAddress> mac;
+    std::optional<Nexo::EthAddr> mac;
     bool up = false;       ///< the interface is set up
     bool running = false;  ///< the interface has carrier
     bool operator==(const AdjacencyState&) const = default;

@@ -8,7 +8,7 @@
 #include <deque>
 #include <utility>
 
-#include "forwarder/Flatten/FecIds.h"
+#include "model/Fec/FecId.h"
 
 namespace Pel::Forwarder {
 
@@ -33,7 +33,7 @@ public:
             const auto edge = edges_.upper_bound({key, bookmark_});
             if (edge == edges_.end() || edge->first != key) {
                 queue_.pop_front();
-                bookmark_ = kNoFec;
+                bookmark_ = {};
                 continue;
             }
             bookmark_ = edge->second;
@@ -44,7 +44,7 @@ public:
 private:
     absl::btree_set<std::pair<Key, FecId>> edges_;
     std::deque<Key> queue_;
-    FecId bookmark_ = kNoFec;  // last FEC visited for the front of the queue
+    FecId bookmark_;  // last FEC visited for the front of the queue
 };
 
 }  // namespace Pel::Forwarder

@@ -8,27 +8,36 @@ BLINK_TRACE_HANDLE("ForwarderFib");
 
 namespace Pel::Forwarder {
 
+using Nexo::AddressFamily;
+
 namespace {
 
 constexpr std::uint32_t kLocalTable = 255;
 
-FibPart routesPart(IpFamily family) {
-    return family == IpFamily::V6 ? FibPart::RoutesV6 : FibPart::RoutesV4;
+FibPart routesPart(AddressFamily family) {
+    return family == AddressFamily::ipv6 ? FibPart::RoutesV6 : FibPart::RoutesV4;
+}
+
+/// fe80::/10 and longer.
+bool isLinkLocal(const Nexo::IpPrefix& prefix) {
+    const auto bytes = prefix.address().bytes();
+    return bytes.size() == 16 && prefix.length() >= 10 && bytes[0] == 0xFE &&
+           (bytes[1] & 0xC0U) == 0x80U;
 }
 
 bool kept(const Route& route) {
-    const bool known = route.prefix.address.family != IpFamily::None;
+    const bool known = route.prefix.address().family() != AddressFamily::none;
     return known && !route.cloned && !route.sourceOrTos && route.type != RouteType::Other &&
-           route.table != 0 && route.table != kLocalTable && !route.prefix.isLinkLocal();
+           route.table != 0 && route.table != kLocalTable && !isLinkLocal(route.prefix);
 }
 
 RouteRef refOf(const Route& route) {
-    return {{route.prefix.address.family, route.table}, route.prefix};
+    return {{route.prefix.address().family(), route.table}, route.prefix};
 }
 
 bool allHaveGateways(const Route& route) {
     return std::all_of(route.paths.begin(), route.paths.end(), [](const Path& path) {
-        return !path.gateway.isNone();
+        return !isNone(path.gateway);
     });
 }
 
@@ -122,7 +131,7 @@ void Fib::apply(const Neighbour& neighbour) {
     if (!changes_.everything) { changes_.neighbours.push_back(at->first); }
 }
 
-void Fib::neighbourDel(std::uint32_t ifindex, const IpAddress& address) {
+void Fib::neighbourDel(std::uint32_t ifindex, const Nexo::IpGenAddr& address) {
     if (neighbours_.erase({ifindex, address}) == 0) { return; }
     if (!changes_.everything) { changes_.neighbours.emplace_back(ifindex, address); }
 }
@@ -138,7 +147,7 @@ AdjacencyState Fib::adjacencyState(const AdjacencyKey& key) const {
         state.running = at->running;
     }
     const auto neighbour = neighbours_.find({key.ifindex, key.gateway});
-    if (!key.gateway.isNone() && neighbour != neighbours_.end()) {
+    if (!isNone(key.gateway) && neighbour != neighbours_.end()) {
         state.mac = neighbour->second.mac;
     }
     return state;
@@ -152,14 +161,14 @@ void Fib::fecChanged(FecId id) {
 
 void Fib::nexthopChanged(std::uint32_t id) {
     if (changes_.everything) { return; }
-    changes_.fecs.push_back(makeFecId(FecKind::Kernel, id));
+    changes_.fecs.push_back(makeFecId(FecKind::kernel, id));
     groupsOf_.changed(id);
 }
 
 void Fib::forget(StoredNexthop& nexthop, std::uint32_t id) {
     if (nexthop.adjacency != kNoAdjacency) { adjacencies_.release(nexthop.adjacency); }
     for (const auto& member : nexthop.group) {
-        groupsOf_.remove(member.first, makeFecId(FecKind::Kernel, id));
+        groupsOf_.remove(member.first, makeFecId(FecKind::kernel, id));
     }
 }
 
@@ -185,7 +194,7 @@ void Fib::apply(const Nexthop& nexthop) {
     // The edges of the old group go before those of the new one come: they share members.
     forget(stored, nexthop.id);
     for (const auto& member : now.group) {
-        groupsOf_.add(member.first, makeFecId(FecKind::Kernel, nexthop.id));
+        groupsOf_.add(member.first, makeFecId(FecKind::kernel, nexthop.id));
     }
     stored = std::move(now);
     if (!same) { nexthopChanged(nexthop.id); }
@@ -201,13 +210,13 @@ void Fib::nexthopDel(std::uint32_t id) {
 
 bool Fib::members(FecId id, std::vector<FecMember>& out) const {
     out.clear();
-    if (fecKind(id) == FecKind::MemberSet) {
+    if (fecKind(id) == FecKind::memberSet) {
         const auto* const set = pathSets_.find(id);
         if (set == nullptr) { return false; }
         for (const PathMember& m : *set) { out.push_back({m.adjacency, m.weight, m.dead, false}); }
         return true;
     }
-    if (fecKind(id) != FecKind::Kernel) { return false; }
+    if (fecKind(id) != FecKind::kernel) { return false; }
     const auto at = nexthops_.find(static_cast<std::uint32_t>(fecNumber(id)));
     if (at == nexthops_.end() || at->second.fdb) { return false; }
     if (!at->second.isGroup) {
@@ -233,7 +242,7 @@ void Fib::routeChanged(const RouteRef& ref) {
 }
 
 FecId Fib::acquireTarget(const Route& route) {
-    if (route.nexthopId != 0) { return makeFecId(FecKind::Kernel, route.nexthopId); }
+    if (route.nexthopId != 0) { return makeFecId(FecKind::kernel, route.nexthopId); }
     const bool drops = route.type != RouteType::Unicast;
     const auto acquired = drops ? pathSets_.acquire(std::span<const Path>{})
                                 : pathSets_.acquire(std::span<const Path>{route.paths});
@@ -242,13 +251,13 @@ FecId Fib::acquireTarget(const Route& route) {
 }
 
 void Fib::releaseTarget(FecId target) {
-    if (fecKind(target) == FecKind::MemberSet) { pathSets_.release(target); }
+    if (fecKind(target) == FecKind::memberSet) { pathSets_.release(target); }
 }
 
 /// The route to store when one of the same metric is already there, or none when the stored one
 /// stays.
 std::optional<Route> Fib::merged(const Route& route, const RouteVariant& old, RouteMode mode) {
-    const FibPart part = routesPart(route.prefix.address.family);
+    const FibPart part = routesPart(route.prefix.address().family());
     const bool firstOfDump = mode == RouteMode::Dump && old.generation != generation(part);
     if (mode == RouteMode::Replace || firstOfDump) { return route; }
     const FecId target = acquireTarget(route);
@@ -284,7 +293,7 @@ void Fib::variantIs(const RouteRef& ref, const Route& route, const RouteVariant&
     const RouteVariant variant{
         target, route.metric, route.protocol, generation(routesPart(ref.table.family))};
     const bool changed = routes_.variantIs(ref, variant);
-    if (old.target != kNoFec) { releaseTarget(old.target); }
+    if (old.target) { releaseTarget(old.target); }
     if (changed) { routeChanged(ref); }
 }
 
@@ -294,7 +303,7 @@ void Fib::apply(const Route& route, RouteMode mode) {
     if (!kept(route) || route.type == RouteType::Unspecified || leadsNowhere) { return; }
     const RouteRef ref = refOf(route);
     const RouteVariant old = routes_.variant(ref, route.metric);
-    if (old.target == kNoFec) {
+    if (!old.target) {
         variantIs(ref, route, old);
         return;
     }
@@ -305,8 +314,8 @@ void Fib::routeDel(const Route& route) {
     if (!kept(route)) { return; }
     const RouteRef ref = refOf(route);
     const RouteVariant old = routes_.variant(ref, route.metric);
-    if (old.target == kNoFec) { return; }
-    const bool v6 = ref.table.family == IpFamily::V6;
+    if (!old.target) { return; }
+    const bool v6 = ref.table.family == AddressFamily::ipv6;
     routesUncertain_ = routesUncertain_ || hiddenDuplicates_[v6 ? 1 : 0];
     const auto* const members = pathSets_.find(old.target);
     const bool partial = v6 && route.nexthopId == 0 && !route.paths.empty() && members != nullptr &&
@@ -341,11 +350,11 @@ void Fib::beginDump(FibPart part) {
             nexthopBookmark_ = 0;
             break;
         case FibPart::RoutesV4:
-            routeBookmarks_[0] = {{IpFamily::V4, 0}, {}};
+            routeBookmarks_[0] = {{AddressFamily::ipv4, 0}, {}};
             hiddenDuplicates_[0] = false;
             break;
         case FibPart::RoutesV6:
-            routeBookmarks_[1] = {{IpFamily::V6, 0}, {}};
+            routeBookmarks_[1] = {{AddressFamily::ipv6, 0}, {}};
             hiddenDuplicates_[1] = false;
             break;
     }
@@ -360,9 +369,9 @@ bool Fib::sweep(FibPart part, std::size_t& budget) {
         case FibPart::Nexthops:
             return sweepNexthops(budget);
         case FibPart::RoutesV4:
-            return sweepRoutes(IpFamily::V4, generation(part), budget);
+            return sweepRoutes(AddressFamily::ipv4, generation(part), budget);
         case FibPart::RoutesV6:
-            return sweepRoutes(IpFamily::V6, generation(part), budget);
+            return sweepRoutes(AddressFamily::ipv6, generation(part), budget);
     }
     return false;
 }
@@ -400,12 +409,12 @@ bool Fib::sweepNexthops(std::size_t& budget) {
     return true;
 }
 
-bool Fib::sweepRoutes(IpFamily family, std::uint8_t current, std::size_t& budget) {
-    RouteRef& bookmark = routeBookmarks_[family == IpFamily::V6 ? 1 : 0];
+bool Fib::sweepRoutes(AddressFamily family, std::uint8_t current, std::size_t& budget) {
+    RouteRef& bookmark = routeBookmarks_[family == AddressFamily::ipv6 ? 1 : 0];
     staleRoutes_.clear();
     const bool more =
         routes_.walk(bookmark, true, budget, [&](const RouteRef& ref, const RouteEntry& entry) {
-            const bool old = entry.target != kNoFec && entry.generation != current;
+            const bool old = entry.target && entry.generation != current;
             if (old || entry.shadowed) { staleRoutes_.push_back(ref); }
         });
     for (const RouteRef& ref : staleRoutes_) {

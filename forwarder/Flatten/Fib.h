@@ -48,7 +48,7 @@ struct LinkChange {
 struct FibChanges {
     bool everything = true;  ///< first download: nothing is listed below, all is new
     std::vector<LinkChange> links;
-    std::vector<std::pair<std::uint32_t, IpAddress>> neighbours;
+    std::vector<std::pair<std::uint32_t, Nexo::IpGenAddr>> neighbours;
     std::vector<FecId> fecs;
     std::vector<RouteRef> routes;
     std::vector<std::uint32_t> vrfTables;
@@ -78,7 +78,7 @@ public:
     bool apply(const Link& link);
     void linkDel(std::uint32_t ifindex);
     void apply(const Neighbour& neighbour);
-    void neighbourDel(std::uint32_t ifindex, const IpAddress& address);
+    void neighbourDel(std::uint32_t ifindex, const Nexo::IpGenAddr& address);
     void apply(const Nexthop& nexthop);
     void nexthopDel(std::uint32_t id);
     void apply(const Route& route, RouteMode mode);
@@ -115,7 +115,7 @@ private:
         std::uint8_t generation = 0;
     };
     struct StoredNeighbour {
-        EthAddress mac{};
+        Nexo::EthAddr mac{};
         std::uint8_t generation = 0;
     };
     struct StoredNexthop {
@@ -126,7 +126,7 @@ private:
         bool isGroup = false;
         std::vector<std::pair<std::uint32_t, std::uint32_t>> group;  // id, weight
     };
-    using NeighbourKey = std::pair<std::uint32_t, IpAddress>;
+    using NeighbourKey = std::pair<std::uint32_t, Nexo::IpGenAddr>;
 
     std::uint8_t generation(FibPart part) const {
         return generations_[static_cast<std::size_t>(part)];
@@ -144,7 +144,7 @@ private:
     bool sweepLinks();
     bool sweepNeighbours(std::size_t& budget);
     bool sweepNexthops(std::size_t& budget);
-    bool sweepRoutes(IpFamily family, std::uint8_t current, std::size_t& budget);
+    bool sweepRoutes(Nexo::AddressFamily family, std::uint8_t current, std::size_t& budget);
 
     AdjacencyTable adjacencies_;
     PathSetTable pathSets_{adjacencies_};

@@ -7,10 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "forwarder/Flatten/IpAddress.h"
+#include "model/Net/EthAddr.h"
+#include "model/Net/IpGenAddr.h"
+#include "model/Net/IpPrefix.h"
 
 /// What the sources (kernel, FPM) say about the forwarding state, decoded and free of wire detail.
 namespace Pel::Forwarder {
+
+inline bool isNone(const Nexo::IpGenAddr& address) {
+    return address.family() == Nexo::AddressFamily::none;
+}
 
 enum class LinkKind : std::uint8_t { Other, Vlan, Vrf, Vxlan, Bridge };
 
@@ -22,7 +28,7 @@ struct Link {
     std::uint16_t vlanId = 0;    ///< kind Vlan
     std::uint32_t vrfTable = 0;  ///< kind Vrf
     std::uint32_t vni = 0;       ///< kind Vxlan; 0 when the device serves many
-    IpAddress vxlanLocal;        ///< kind Vxlan, when set
+    Nexo::IpGenAddr vxlanLocal;  ///< kind Vxlan, when set
     std::uint32_t master = 0;    ///< ifindex of the VRF device or bridge above; 0 none
     bool up = false;             ///< set up by the administrator
     bool running = false;        ///< has carrier
@@ -31,8 +37,8 @@ struct Link {
 
 struct Neighbour {
     std::uint32_t ifindex = 0;
-    IpAddress address;
-    std::optional<EthAddress> mac;  ///< none while the entry is unresolved or failed
+    Nexo::IpGenAddr address;
+    std::optional<Nexo::EthAddr> mac;  ///< none while the entry is unresolved or failed
 };
 
 enum class EncapKind : std::uint8_t { Mpls, Ip, Other };
@@ -44,8 +50,8 @@ struct Encap {
     std::uint8_t ttl = 0;        ///< 0 = not set
     std::uint8_t tos = 0;
     std::uint64_t tunnelId = 0;         ///< kind Ip: key, or VNI on a VXLAN device
-    IpAddress local;                    ///< kind Ip
-    IpAddress remote;                   ///< kind Ip
+    Nexo::IpGenAddr local;              ///< kind Ip
+    Nexo::IpGenAddr remote;             ///< kind Ip
     std::vector<std::uint32_t> labels;  ///< kind Mpls: 20-bit labels, top of stack first
     std::vector<std::byte> opaque;      ///< kind Other: the nested attribute as it came
     auto operator<=>(const Encap&) const = default;
@@ -55,7 +61,7 @@ using EncapPtr = std::shared_ptr<const Encap>;
 
 /// One way out: a gateway on an interface.
 struct Path {
-    IpAddress gateway;  ///< none: the destination is on the link
+    Nexo::IpGenAddr gateway;  ///< none: the destination is on the link
     std::uint32_t ifindex = 0;
     std::uint32_t weight = 1;  ///< 1..65536
     bool dead = false;         ///< the kernel lists the path and does not use it
@@ -91,7 +97,7 @@ enum class RouteType : std::uint8_t {
 
 struct Route {
     std::uint32_t table = 0;
-    IpPrefix prefix;
+    Nexo::IpPrefix prefix;
     std::uint32_t metric = 0;
     std::uint8_t protocol = 0;  ///< the kernel's number
     RouteType type = RouteType::Unspecified;

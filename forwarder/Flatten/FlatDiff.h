@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "forwarder/Flatten/FecIds.h"
 #include "forwarder/Flatten/FibMessages.h"
 #include "forwarder/Flatten/OriginProtocol.h"
+#include "model/Fec/FecId.h"
 
 namespace Pel::Forwarder {
 
@@ -19,13 +19,13 @@ using OcNextHopNumber = std::uint64_t;
 
 struct FlatNextHop {
     OcNextHopNumber index = 0;
-    FecId fecId = kNoFec;
+    FecId fecId;
     std::uint32_t slot = 0;  ///< position in the FEC, also the group entry index
     std::string interfaceName;
     std::string parentName;          ///< of a VLAN interface: the interface below, else ""
     std::uint32_t subinterface = 0;  ///< of a VLAN interface: the VLAN id, else 0
-    IpAddress address;               ///< none for a connected next hop
-    std::optional<EthAddress> mac;
+    Nexo::IpGenAddr address;         ///< none for a connected next hop
+    std::optional<Nexo::EthAddr> mac;
     EncapPtr encap;
 };
 
@@ -39,7 +39,7 @@ struct FlatMember {
 };
 
 struct FlatFec {
-    FecId id = kNoFec;
+    FecId id;
     bool top = true;
     std::uint64_t programmedId = 0;  ///< the kernel's object number; 0 when it has none
     std::string name;
@@ -49,13 +49,13 @@ struct FlatFec {
 
 struct FlatRouteKey {
     std::string vrf;
-    IpPrefix prefix;
+    Nexo::IpPrefix prefix;
     auto operator<=>(const FlatRouteKey&) const = default;
 };
 
 struct FlatRoute {
     FlatRouteKey key;
-    FecId fecId = kNoFec;
+    FecId fecId;
     OriginProtocol origin = OriginProtocol::unset;
     bool operator==(const FlatRoute&) const = default;
 };

@@ -9,6 +9,8 @@ BLINK_TRACE_HANDLE("ForwarderFlatten");
 
 namespace Pel::Forwarder {
 
+using Nexo::AddressFamily;
+
 namespace {
 
 constexpr std::uint32_t kMaxSlot = 0xFFFF;  // of restored records; more than any source can name
@@ -46,9 +48,9 @@ void Flatten::restore(const FlatFec& fec) {
 
 void Flatten::restore(const FlatRoute& route) {
     for (const auto& [table, vrf] : vrfs_) {
-        if (vrf.published != route.key.vrf || route.fecId == kNoFec) { continue; }
+        if (vrf.published != route.key.vrf || !route.fecId) { continue; }
         RouteEntry& entry =
-            fib_.routes().entry({{route.key.prefix.address.family, table}, route.key.prefix});
+            fib_.routes().entry({{route.key.prefix.address().family(), table}, route.key.prefix});
         entry.published = route.fecId;
         entry.publishedOrigin = route.origin;
         ++fecs_[route.fecId].routes;
@@ -206,8 +208,8 @@ void Flatten::processVrf(FlatDiff& diff, std::uint32_t table) {
     if (vrf.leaving || wanted == vrf.published) { return; }
     if (!vrf.published.empty()) {  // its routes leave under the name they came with
         vrf.leaving = true;
-        tableWalks_.push_back({{{IpFamily::V4, table}, {}}, WalkKind::Withdraw});
-        tableWalks_.push_back({{{IpFamily::V6, table}, {}}, WalkKind::WithdrawLast});
+        tableWalks_.push_back({{{AddressFamily::ipv4, table}, {}}, WalkKind::Withdraw});
+        tableWalks_.push_back({{{AddressFamily::ipv6, table}, {}}, WalkKind::WithdrawLast});
         return;
     }
     for (const auto& [other, state] : vrfs_) {
@@ -219,8 +221,8 @@ void Flatten::processVrf(FlatDiff& diff, std::uint32_t table) {
 }
 
 void Flatten::refreshTable(std::uint32_t table) {
-    tableWalks_.push_back({{{IpFamily::V4, table}, {}}, WalkKind::Refresh});
-    tableWalks_.push_back({{{IpFamily::V6, table}, {}}, WalkKind::Refresh});
+    tableWalks_.push_back({{{AddressFamily::ipv4, table}, {}}, WalkKind::Refresh});
+    tableWalks_.push_back({{{AddressFamily::ipv6, table}, {}}, WalkKind::Refresh});
 }
 
 void Flatten::endWithdrawal(FlatDiff& diff, std::uint32_t table) {
@@ -274,9 +276,9 @@ void Flatten::processRoute(FlatDiff& diff, const RouteRef& ref, std::size_t& bud
     const auto vrf = vrfs_.find(ref.table.table);
     const bool named = vrf != vrfs_.end() && !vrf->second.published.empty();
     if (named && vrf->second.leaving) { return; }  // looked at again when its table has left
-    if (!named || entry->target == kNoFec) {
+    if (!named || !entry->target) {
         if (named) { withdraw(diff, ref, *entry, vrf->second.published); }
-        if (entry->target == kNoFec) { fib_.routes().erase(ref); }
+        if (!entry->target) { fib_.routes().erase(ref); }
         return;
     }
     const FecId target = entry->target;
@@ -290,7 +292,7 @@ void Flatten::processRoute(FlatDiff& diff, const RouteRef& ref, std::size_t& bud
     if (entry->published == target && entry->publishedOrigin == from) { return; }
     if (entry->published != target) {
         ++fec.routes;
-        routeCount_ += entry->published == kNoFec ? 1 : 0;
+        routeCount_ += entry->published ? 0 : 1;
         routeLeft(entry->published);
     }
     entry->published = target;
@@ -316,10 +318,10 @@ void Flatten::withdraw(FlatDiff& diff,
                        const RouteRef& ref,
                        RouteEntry& entry,
                        const std::string& vrf) {
-    if (entry.published == kNoFec) { return; }
+    if (!entry.published) { return; }
     diff.routeDeletes.push_back({vrf, ref.prefix});
     routeLeft(entry.published);
-    entry.published = kNoFec;
+    entry.published = {};
     entry.publishedOrigin = OriginProtocol::unset;
     --routeCount_;
 }
@@ -337,9 +339,10 @@ OriginProtocol Flatten::origin(const RouteRef& ref, const RouteEntry& entry, con
     for (const Slot& slot : fec.slots) {
         if (slot.index == 0) { continue; }
         paths = true;
-        gateways = gateways || !adjacencies_[slot.adjacency].key.gateway.isNone();
+        gateways = gateways || !isNone(adjacencies_[slot.adjacency].key.gateway);
     }
-    return originFromKernel(entry.protocol, paths && !gateways, ref.table.family == IpFamily::V6);
+    return originFromKernel(
+        entry.protocol, paths && !gateways, ref.table.family == AddressFamily::ipv6);
 }
 
 // FECs
@@ -507,7 +510,7 @@ bool Flatten::emitNextHops(FlatDiff& diff, FecId id, Fec& fec) {
 void Flatten::emitFec(FlatDiff& diff, FecId id, Fec& fec, bool first) {
     FlatFec record;
     record.id = id;
-    record.programmedId = fecKind(id) == FecKind::Kernel ? fecNumber(id) : 0;
+    record.programmedId = fecKind(id) == FecKind::kernel ? fecNumber(id) : 0;
     for (const Slot& slot : fec.slots) {
         if (slot.published) { record.members.push_back({slot.index, slot.weight}); }
     }

@@ -146,7 +146,7 @@ private:
     // Worklists, in the order in which they are worked off.
     std::deque<LinkChange> links_;
     std::optional<AdjacencyKey> linkBookmark_;  // how far the front of links_ has been walked
-    std::deque<std::pair<std::uint32_t, IpAddress>> neighbours_;
+    std::deque<std::pair<std::uint32_t, Nexo::IpGenAddr>> neighbours_;
     std::deque<FecId> dirtyFecs_;
     std::deque<std::uint32_t> dirtyVrfs_;
     std::deque<RouteRef> dirtyRoutes_;

@@ -23,9 +23,9 @@ public:
             state_ = (state_ ^ (number >> shift & 0xFFU)) * 0x100000001B3U;
         }
     }
-    void add(const IpAddress& address) {
-        add(static_cast<std::uint64_t>(address.family));
-        add(std::as_bytes(std::span{address.bytes}));
+    void add(const Nexo::IpGenAddr& address) {
+        add(static_cast<std::uint64_t>(address.family()));
+        add(std::as_bytes(address.bytes()));
     }
     /// Folded, so that all bits of the state reach the 56 that are used.
     std::uint64_t number() const { return (state_ ^ state_ >> 56) & kFecNumberMask; }
@@ -69,7 +69,7 @@ FecId PathSetTable::contentNumber() const {
         hash.add(member.weight);
         if (key.encap != nullptr) { addEncap(hash, *key.encap); }
     }
-    return makeFecId(FecKind::MemberSet, hash.number());
+    return makeFecId(FecKind::memberSet, hash.number());
 }
 
 bool PathSetTable::sameMembers(const PathSet& set) const {
@@ -93,7 +93,7 @@ bool PathSetTable::updateDead(PathSet& set) const {
 
 PathSetTable::Acquired PathSetTable::acquire(std::span<const Path> paths) {
     sortedMembers(paths);
-    for (FecId id = contentNumber();; id = makeFecId(FecKind::MemberSet, fecNumber(id) + 1)) {
+    for (FecId id = contentNumber();; id = makeFecId(FecKind::memberSet, fecNumber(id) + 1)) {
         const auto [entry, isNew] = sets_.try_emplace(id);
         PathSet& set = entry->second;
         if (isNew) {

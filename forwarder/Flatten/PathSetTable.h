@@ -8,7 +8,7 @@
 #include <span>
 
 #include "forwarder/Flatten/AdjacencyTable.h"
-#include "forwarder/Flatten/FecIds.h"
+#include "model/Fec/FecId.h"
 
 namespace Pel::Forwarder {
 

@@ -5,6 +5,8 @@
 
 namespace Pel::Forwarder {
 
+using Nexo::AddressFamily;
+
 RouteStore::Table* RouteStore::table(const TableKey& key) {
     const auto found = tables_.find(key);
     return found == tables_.end() ? nullptr : found->second.get();
@@ -33,7 +35,7 @@ void RouteStore::erase(const RouteRef& ref) {
 absl::InlinedVector<RouteVariant, 2> RouteStore::variants(const RouteRef& ref) {
     absl::InlinedVector<RouteVariant, 2> result;
     const RouteEntry* const entry = find(ref);
-    if (entry == nullptr || entry->target == kNoFec) { return result; }
+    if (entry == nullptr || !entry->target) { return result; }
     result.push_back(entry->variant());
     if (!entry->shadowed) { return result; }
     const auto& shadows = table(ref.table)->shadows[ref.prefix];
@@ -50,7 +52,7 @@ RouteVariant RouteStore::variant(const RouteRef& ref, std::uint32_t metric) {
 
 bool RouteStore::variantIs(const RouteRef& ref, const RouteVariant& variant) {
     RouteEntry& route = entry(ref);
-    if (route.target == kNoFec || route.metric == variant.metric) {
+    if (!route.target || route.metric == variant.metric) {
         const bool changed = route.target != variant.target || route.protocol != variant.protocol;
         route.variantIs(variant);
         return changed;
@@ -75,7 +77,7 @@ bool RouteStore::variantIs(const RouteRef& ref, const RouteVariant& variant) {
 
 bool RouteStore::variantDel(const RouteRef& ref, std::uint32_t metric) {
     RouteEntry* const route = find(ref);
-    if (route == nullptr || route->target == kNoFec) { return false; }
+    if (route == nullptr || !route->target) { return false; }
     const bool forwards = route->metric == metric;
     if (!route->shadowed) {
         if (forwards) { route->variantIs({}); }
@@ -103,7 +105,7 @@ bool RouteStore::walk(RouteRef& bookmark,
                       bool wholeFamily,
                       std::size_t& budget,
                       absl::FunctionRef<void(const RouteRef&, RouteEntry&)> visitor) {
-    const IpFamily family = bookmark.table.family;
+    const AddressFamily family = bookmark.table.family;
     for (auto in = tables_.lower_bound(bookmark.table); in != tables_.end(); ++in) {
         const bool wanted = wholeFamily ? in->first.family == family : in->first == bookmark.table;
         if (!wanted) { break; }

@@ -9,27 +9,27 @@
 #include <cstdint>
 #include <memory>
 
-#include "forwarder/Flatten/FecIds.h"
-#include "forwarder/Flatten/IpAddress.h"
 #include "forwarder/Flatten/OriginProtocol.h"
+#include "model/Fec/FecId.h"
+#include "model/Net/IpPrefix.h"
 
 namespace Pel::Forwarder {
 
 struct TableKey {
-    IpFamily family = IpFamily::None;
+    Nexo::AddressFamily family = Nexo::AddressFamily::none;
     std::uint32_t table = 0;
     auto operator<=>(const TableKey&) const = default;
 };
 
 struct RouteRef {
     TableKey table;
-    IpPrefix prefix;
+    Nexo::IpPrefix prefix;
     auto operator<=>(const RouteRef&) const = default;
 };
 
 /// What a source says about one prefix at one metric.
 struct RouteVariant {
-    FecId target = kNoFec;
+    FecId target;
     std::uint32_t metric = 0;
     std::uint8_t protocol = 0;    ///< the kernel's number
     std::uint8_t generation = 0;  ///< of the dump that saw it last
@@ -38,9 +38,8 @@ struct RouteVariant {
 /// One prefix: the variant that forwards (lowest metric), and what has been published of it.
 /// Millions of these.
 struct RouteEntry {
-    FecId target =
-        kNoFec;  ///< of the variant that forwards; none: no source has the prefix any more
-    FecId published = kNoFec;
+    FecId target;  ///< of the variant that forwards; none: no source has the prefix any more
+    FecId published;
     std::uint32_t metric = 0;
     std::uint8_t protocol = 0;
     std::uint8_t generation = 0;
@@ -93,8 +92,8 @@ public:
 
 private:
     struct Table {
-        absl::btree_map<IpPrefix, RouteEntry> routes;
-        absl::btree_map<IpPrefix, absl::InlinedVector<RouteVariant, 2>> shadows;
+        absl::btree_map<Nexo::IpPrefix, RouteEntry> routes;
+        absl::btree_map<Nexo::IpPrefix, absl::InlinedVector<RouteVariant, 2>> shadows;
     };
     Table* table(const TableKey& key);
 

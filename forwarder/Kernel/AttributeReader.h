@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-#include "forwarder/Flatten/IpAddress.h"
+#include "model/Net/IpGenAddr.h"
 
 namespace Pel::Forwarder {
 
@@ -20,6 +20,11 @@ std::optional<T> readValue(Bytes bytes, std::size_t offset = 0) {
     T value;
     std::memcpy(&value, bytes.data() + offset, sizeof value);
     return value;
+}
+
+/// None unless the bytes are as many as an address has.
+inline Nexo::IpGenAddr addressOf(Bytes bytes) {
+    return Nexo::IpGenAddr{{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}};
 }
 
 /// One netlink attribute: its type without the nesting bits, and its payload.
@@ -64,7 +69,7 @@ public:
     /// A number of whatever width it came in: 1, 2, 4 or 8 bytes; 0 when absent.
     std::uint64_t number(std::uint16_t type) const;
     /// None when absent or of another length than an address has.
-    IpAddress address(std::uint16_t type) const { return IpAddress::fromBytes((*this)[type]); }
+    Nexo::IpGenAddr address(std::uint16_t type) const { return addressOf((*this)[type]); }
 
 private:
     std::array<Bytes, kTypes> payloads_;

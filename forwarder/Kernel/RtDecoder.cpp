@@ -8,12 +8,15 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <utility>
 
 #include "forwarder/Kernel/AttributeReader.h"
 
 namespace Pel::Forwarder {
+
+using Nexo::AddressFamily;
 
 namespace {
 
@@ -31,9 +34,9 @@ constexpr std::uint16_t kEncapMpls = 1;
 constexpr std::uint16_t kEncapIp = 2;
 constexpr std::uint16_t kEncapIp6 = 4;
 
-IpFamily familyOf(std::uint8_t addressFamily) {
-    if (addressFamily == AF_INET) { return IpFamily::V4; }
-    return addressFamily == AF_INET6 ? IpFamily::V6 : IpFamily::None;
+AddressFamily familyOf(std::uint8_t addressFamily) {
+    if (addressFamily == AF_INET) { return AddressFamily::ipv4; }
+    return addressFamily == AF_INET6 ? AddressFamily::ipv6 : AddressFamily::none;
 }
 
 std::uint64_t fromBigEndian(Bytes bytes) {
@@ -115,15 +118,19 @@ std::optional<Link> decodeLink(Bytes payload, bool removed) {
 
 std::optional<Neighbour> decodeNeighbour(Bytes payload) {
     const auto parsed = parse<ndmsg>(payload);
-    if (!parsed || familyOf(parsed->header.ndm_family) == IpFamily::None) { return std::nullopt; }
+    if (!parsed || familyOf(parsed->header.ndm_family) == AddressFamily::none) {
+        return std::nullopt;
+    }
     Neighbour neighbour;
     neighbour.ifindex = static_cast<std::uint32_t>(parsed->header.ndm_ifindex);
     neighbour.address = parsed->attributes.address(NDA_DST);
-    if (neighbour.address.family != familyOf(parsed->header.ndm_family)) { return std::nullopt; }
+    if (neighbour.address.family() != familyOf(parsed->header.ndm_family)) { return std::nullopt; }
     const Bytes mac = parsed->attributes[NDA_LLADDR];
     const bool usable = (parsed->header.ndm_state & (NUD_INCOMPLETE | NUD_FAILED)) == 0 &&
                         parsed->header.ndm_state != NUD_NONE;
-    if (usable && mac.size() == sizeof(EthAddress)) { neighbour.mac = readValue<EthAddress>(mac); }
+    if (usable && mac.size() == sizeof(Nexo::EthAddr)) {
+        neighbour.mac = readValue<Nexo::EthAddr>(mac);
+    }
     return neighbour;
 }
 
@@ -222,13 +229,15 @@ std::optional<Nexthop> decodeNexthop(Bytes payload, bool removed) {
 // Routes
 
 /// RTA_VIA: an address of another family than the route's.
-IpAddress viaAddress(Bytes via) {
+Nexo::IpGenAddr viaAddress(Bytes via) {
     const auto family = readValue<std::uint16_t>(via);
     if (!family) { return {}; }
-    const IpFamily wanted = familyOf(static_cast<std::uint8_t>(*family & 0xFF));
-    const std::size_t width = wanted == IpFamily::V6 ? 16 : wanted == IpFamily::V4 ? 4 : 0;
+    const AddressFamily wanted = familyOf(static_cast<std::uint8_t>(*family & 0xFF));
+    const std::size_t width = wanted == AddressFamily::ipv6   ? 16
+                              : wanted == AddressFamily::ipv4 ? 4
+                                                              : 0;
     if (*family > 0xFF || via.size() < 2 + width) { return {}; }
-    return IpAddress::fromBytes(via.subspan(2, width));  // FRR pads the rest with anything
+    return addressOf(via.subspan(2, width));  // FRR pads the rest with anything
 }
 
 Path decodePath(const AttributeTable& attributes, std::uint32_t ifindex, std::uint32_t flags) {
@@ -278,18 +287,21 @@ RouteType routeType(std::uint8_t type) {
 
 /// The destination, or none when its length is impossible. A default route has no address
 /// attribute.
-std::optional<IpPrefix> destination(const rtmsg& header, Bytes address) {
-    const IpFamily family = familyOf(header.rtm_family);
-    const std::size_t width = family == IpFamily::V6 ? 16 : 4;
+std::optional<Nexo::IpPrefix> destination(const rtmsg& header, Bytes address) {
+    const AddressFamily family = familyOf(header.rtm_family);
+    const std::size_t width = family == AddressFamily::ipv6 ? 16 : 4;
     if (header.rtm_dst_len > width * 8) { return std::nullopt; }
-    if (address.empty() && header.rtm_dst_len == 0) { return IpPrefix{IpAddress{family, {}}, 0}; }
+    const std::array<std::byte, 16> zero{};
+    if (address.empty() && header.rtm_dst_len == 0) { address = Bytes{zero}.first(width); }
     if (address.size() != width) { return std::nullopt; }
-    return IpPrefix::make(IpAddress::fromBytes(address), header.rtm_dst_len);
+    return Nexo::IpPrefix{addressOf(address), header.rtm_dst_len};
 }
 
 std::optional<Route> decodeRoute(Bytes payload) {
     const auto parsed = parse<rtmsg>(payload);
-    if (!parsed || familyOf(parsed->header.rtm_family) == IpFamily::None) { return std::nullopt; }
+    if (!parsed || familyOf(parsed->header.rtm_family) == AddressFamily::none) {
+        return std::nullopt;
+    }
     const rtmsg& header = parsed->header;
     const AttributeTable& attributes = parsed->attributes;
     const auto prefix = destination(header, attributes[RTA_DST]);

@@ -19,6 +19,8 @@ BLINK_TRACE_HANDLE("ForwarderPublish");
 
 namespace Pel::Forwarder {
 
+using Nexo::AddressFamily;
+
 namespace {
 
 using CounterKeyEntry = Routing::NexthopGroup::CounterKeyEntry;
@@ -48,13 +50,13 @@ void forEachKey(Store::Writer& writer, Store::TableId table, Visit visit) {
     });
 }
 
-std::string routePath(const std::string& vrf, IpFamily family) {
-    return Mesa::fibTableMountPath(
-        family == IpFamily::V6 ? Nexo::AddressFamily::ipv6 : Nexo::AddressFamily::ipv4, vrf, "rib");
+std::string routePath(const std::string& vrf, AddressFamily family) {
+    return Mesa::fibTableMountPath(family, vrf, "rib");
 }
 
-const char* routeType(IpFamily family) {
-    return family == IpFamily::V6 ? Mesa::Fib6::RouteStatus::kType : Mesa::Fib::RouteStatus::kType;
+const char* routeType(AddressFamily family) {
+    return family == AddressFamily::ipv6 ? Mesa::Fib6::RouteStatus::kType
+                                         : Mesa::Fib::RouteStatus::kType;
 }
 
 }  // namespace
@@ -106,8 +108,8 @@ void FlatStore::readBack(Flatten& flatten) {
     readBackNextHops(flatten);
     readBackFecs(flatten);
     for (const auto& [table, name] : vrfNames()) {
-        readBackRoutes(flatten, name, IpFamily::V4);
-        readBackRoutes(flatten, name, IpFamily::V6);
+        readBackRoutes(flatten, name, AddressFamily::ipv4);
+        readBackRoutes(flatten, name, AddressFamily::ipv6);
     }
 }
 
@@ -153,7 +155,7 @@ void FlatStore::readBackNextHops(Flatten& flatten) {
             Stash::RecordCodec<Stash::FlattenFecNextHop>::decode(content(entry.handle));
         if (record) { nextHop = fromRecord(*record); }
         nextHop.index = entry.index.value();
-        nextHop.fecId = entry.nhgId.value();
+        nextHop.fecId = FecId{entry.nhgId.value()};
         nextHop.slot = entry.nhgEntryId.value();
         flatten.restore(nextHop);
     }
@@ -161,16 +163,16 @@ void FlatStore::readBackNextHops(Flatten& flatten) {
 }
 
 void FlatStore::readBackFecs(Flatten& flatten) {
-    std::vector<std::pair<Pel::FecId, FlattenFecEntry>> entries;
+    std::vector<std::pair<FecId, FlattenFecEntry>> entries;
     writer_.forEach(fecs_.table(), [&](std::string_view key, std::string_view value) {
-        const auto id = Store::KeyCodec<Pel::FecId>::decode(key);
+        const auto id = Store::KeyCodec<FecId>::decode(key);
         const auto entry = Mesa::RecordCodec<FlattenFecEntry>::decode(value);
         if (id) { entries.emplace_back(*id, entry.value_or(FlattenFecEntry{})); }
         return true;
     });
     for (const auto& [id, entry] : entries) {
         FlatFec fec;
-        fec.id = id.value();
+        fec.id = id;
         fec.top = entry.topFec;
         fec.programmedId = entry.programmedId;
         const auto record = Stash::RecordCodec<Stash::FlattenFec>::decode(content(entry.handle));
@@ -185,15 +187,14 @@ void FlatStore::readBackFecs(Flatten& flatten) {
     TRACE7("{} FECs read back", entries.size());
 }
 
-void FlatStore::readBackRoutes(Flatten& flatten, const std::string& vrf, IpFamily family) {
+void FlatStore::readBackRoutes(Flatten& flatten, const std::string& vrf, AddressFamily family) {
     const Store::TableId table = routeTable(vrf, family).table();
     writer_.forEach(table, [&](std::string_view key, std::string_view value) {
         const auto prefix = Store::KeyCodec<Nexo::IpPrefix>::decode(key);
         const auto route = Mesa::RecordCodec<Mesa::FibRoute>::decode(value);
         if (prefix) {
             const Mesa::FibRoute present = route.value_or(Mesa::FibRoute{});
-            flatten.restore(FlatRoute{
-                {vrf, fromRecord(*prefix)}, present.fecId.value(), present.originProtocol});
+            flatten.restore(FlatRoute{{vrf, *prefix}, present.fecId, present.originProtocol});
         }
         return true;
     });
@@ -205,7 +206,7 @@ void FlatStore::firstFreeIndexIs(OcNextHopNumber index) {
     writer_.put(identity_, kFirstFreeIndex, NumberCodec::encode(index));
 }
 
-FlatStore::RouteTable& FlatStore::routeTable(const std::string& vrf, IpFamily family) {
+FlatStore::RouteTable& FlatStore::routeTable(const std::string& vrf, AddressFamily family) {
     const auto found = routes_.find({vrf, family});
     if (found != routes_.end() && found->second.valid()) { return found->second; }
     return routes_
@@ -215,8 +216,7 @@ FlatStore::RouteTable& FlatStore::routeTable(const std::string& vrf, IpFamily fa
 }
 
 FlatStore::RouteTable& FlatStore::routeTable(const std::string& vrf, const Nexo::IpPrefix& prefix) {
-    const bool v6 = prefix.address().family() == Nexo::AddressFamily::ipv6;
-    return routeTable(vrf, v6 ? IpFamily::V6 : IpFamily::V4);
+    return routeTable(vrf, prefix.address().family());
 }
 
 void FlatStore::vrfIs(const FlatVrf& vrf) {
@@ -225,8 +225,8 @@ void FlatStore::vrfIs(const FlatVrf& vrf) {
         return Wire::CreateVrfIdMapEntry(to, to.CreateString(vrf.name));
     });
     writer_.put(vrfMap_.table(), Store::KeyCodec<Vrf::VrfId>::encode(Vrf::VrfId{vrf.table}), row);
-    routeTable(vrf.name, IpFamily::V4);
-    routeTable(vrf.name, IpFamily::V6);
+    routeTable(vrf.name, AddressFamily::ipv4);
+    routeTable(vrf.name, AddressFamily::ipv6);
 }
 
 void FlatStore::nextHopIs(const FlatNextHop& nextHop) {
@@ -234,7 +234,7 @@ void FlatStore::nextHopIs(const FlatNextHop& nextHop) {
     toRecord(nextHop, record);
     FlattenNextHopEntry entry;
     entry.index = Stash::OcNextHopIndex{nextHop.index};
-    entry.nhgId = NexthopGroupId{nextHop.fecId};
+    entry.nhgId = NexthopGroupId{nextHop.fecId.value()};
     entry.nhgEntryId = NexthopGroupEntryIndex{nextHop.slot};
     nextHopIs(entry, Stash::RecordCodec<Stash::FlattenFecNextHop>::encode(record));
 }
@@ -259,11 +259,11 @@ void FlatStore::fecIs(const FlatFec& fec) {
     FlattenFecEntry entry;
     entry.programmedId = fec.programmedId;
     entry.topFec = fec.top;
-    fecIs(Pel::FecId{fec.id}, entry, Stash::RecordCodec<Stash::FlattenFec>::encode(record));
+    fecIs(fec.id, entry, Stash::RecordCodec<Stash::FlattenFec>::encode(record));
 }
 
-void FlatStore::fecIs(Pel::FecId id, FlattenFecEntry entry, std::string_view content) {
-    const auto bytes = writer_.get(fecs_.table(), Store::KeyCodec<Pel::FecId>::encode(id));
+void FlatStore::fecIs(FecId id, FlattenFecEntry entry, std::string_view content) {
+    const auto bytes = writer_.get(fecs_.table(), Store::KeyCodec<FecId>::encode(id));
     const auto present = bytes ? Mesa::RecordCodec<FlattenFecEntry>::decode(*bytes) : std::nullopt;
     if (present) {
         entry.handle = present->handle;
@@ -274,9 +274,9 @@ void FlatStore::fecIs(Pel::FecId id, FlattenFecEntry entry, std::string_view con
 
 void FlatStore::routeIs(const FlatRoute& route) {
     Mesa::FibRoute record;
-    record.fecId = Pel::FecId{route.fecId};
+    record.fecId = route.fecId;
     record.originProtocol = route.origin;
-    routeIs(route.key.vrf, toRecord(route.key.prefix), record);
+    routeIs(route.key.vrf, route.key.prefix, record);
 }
 
 void FlatStore::routeIs(const std::string& vrf,
@@ -287,12 +287,12 @@ void FlatStore::routeIs(const std::string& vrf,
 
 void FlatStore::routeDel(const FlatRouteKey& key) {
     // Without its VRF's table there is nothing to delete, and none is to be made for it.
-    const IpFamily family = key.prefix.address.family;
+    const AddressFamily family = key.prefix.address().family();
     if (!routes_.contains({key.vrf, family}) &&
         !writer_.get(kRegistryTable, routePath(key.vrf, family))) {
         return;
     }
-    routeDel(key.vrf, toRecord(key.prefix));
+    routeDel(key.vrf, key.prefix);
 }
 
 void FlatStore::routeDel(const std::string& vrf, const Nexo::IpPrefix& prefix) {
@@ -300,7 +300,7 @@ void FlatStore::routeDel(const std::string& vrf, const Nexo::IpPrefix& prefix) {
 }
 
 void FlatStore::fecDel(FecId id) {
-    fecs_.erase(Pel::FecId{id});
+    fecs_.erase(id);
 }
 
 std::optional<FlattenNextHopEntry> FlatStore::nextHop(Stash::OcNextHopIndex index) {
@@ -342,7 +342,7 @@ void FlatStore::vrfIdDel(Vrf::VrfId id) {
 
 void FlatStore::vrfTablesDel(const std::string& vrf) {
     state_.entityDel(readyPath(vrf));
-    for (const IpFamily family : {IpFamily::V4, IpFamily::V6}) {
+    for (const AddressFamily family : {AddressFamily::ipv4, AddressFamily::ipv6}) {
         writer_.tableDel(routePath(vrf, family));
         routes_.erase({vrf, family});
     }
@@ -366,8 +366,8 @@ void FlatStore::forEachNextHop(absl::FunctionRef<void(Stash::OcNextHopIndex)> vi
     forEachKey<Stash::OcNextHopIndex>(writer_, nextHops_.table(), visit);
 }
 
-void FlatStore::forEachFec(absl::FunctionRef<void(Pel::FecId)> visit) {
-    forEachKey<Pel::FecId>(writer_, fecs_.table(), visit);
+void FlatStore::forEachFec(absl::FunctionRef<void(FecId)> visit) {
+    forEachKey<FecId>(writer_, fecs_.table(), visit);
 }
 
 void FlatStore::forEachVrfId(absl::FunctionRef<void(Vrf::VrfId)> visit) {
@@ -377,7 +377,7 @@ void FlatStore::forEachVrfId(absl::FunctionRef<void(Vrf::VrfId)> visit) {
 std::vector<std::string> FlatStore::routeVrfs() {
     absl::btree_set<std::string> names;
     writer_.forEach(kRegistryTable, [&](std::string_view path, std::string_view) {
-        for (const IpFamily family : {IpFamily::V4, IpFamily::V6}) {
+        for (const AddressFamily family : {AddressFamily::ipv4, AddressFamily::ipv6}) {
             if (path == routePath(Vrf::kDefaultVrfName, family)) {
                 names.emplace(Vrf::kDefaultVrfName);
             }
@@ -391,7 +391,7 @@ std::vector<std::string> FlatStore::routeVrfs() {
 
 void FlatStore::forEachRoute(const std::string& vrf,
                              absl::FunctionRef<void(const Nexo::IpPrefix&)> visit) {
-    for (const IpFamily family : {IpFamily::V4, IpFamily::V6}) {
+    for (const AddressFamily family : {AddressFamily::ipv4, AddressFamily::ipv6}) {
         forEachKey<Nexo::IpPrefix>(writer_, routeTable(vrf, family).table(), visit);
     }
 }

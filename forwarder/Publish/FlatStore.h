@@ -66,7 +66,7 @@ public:
 
     /// A next hop of no group has no counter.
     void nextHopIs(FlattenNextHopEntry entry, std::string_view content);
-    void fecIs(Pel::FecId id, FlattenFecEntry entry, std::string_view content);
+    void fecIs(FecId id, FlattenFecEntry entry, std::string_view content);
     void routeIs(const std::string& vrf, const Nexo::IpPrefix& prefix, const Mesa::FibRoute& route);
     void routeDel(const std::string& vrf, const Nexo::IpPrefix& prefix);
     /// The VRF's row of the id map only.
@@ -83,7 +83,7 @@ public:
 
     OcNextHopNumber firstFreeIndex();
     void forEachNextHop(absl::FunctionRef<void(Stash::OcNextHopIndex)> visit);
-    void forEachFec(absl::FunctionRef<void(Pel::FecId)> visit);
+    void forEachFec(absl::FunctionRef<void(FecId)> visit);
     void forEachVrfId(absl::FunctionRef<void(Vrf::VrfId)> visit);
     /// Names of the VRFs that have route tables.
     std::vector<std::string> routeVrfs();
@@ -91,7 +91,7 @@ public:
 
 private:
     using RouteTable = Mesa::TablePublisher<Nexo::IpPrefix, Mesa::FibRoute>;
-    RouteTable& routeTable(const std::string& vrf, IpFamily family);
+    RouteTable& routeTable(const std::string& vrf, Nexo::AddressFamily family);
     RouteTable& routeTable(const std::string& vrf, const Nexo::IpPrefix& prefix);
     std::optional<FlattenNextHopEntry> nextHop(Stash::OcNextHopIndex index);
     void counterKeyDel(const FlattenNextHopEntry& entry);
@@ -99,14 +99,14 @@ private:
     absl::btree_map<std::uint32_t, std::string> vrfNames();
     void readBackNextHops(Flatten& flatten);
     void readBackFecs(Flatten& flatten);
-    void readBackRoutes(Flatten& flatten, const std::string& vrf, IpFamily family);
+    void readBackRoutes(Flatten& flatten, const std::string& vrf, Nexo::AddressFamily family);
     std::string content(const Stash::Handle& handle);
     std::string readyPath(const std::string& vrf) const;
 
     Store::Writer& writer_;
     unsigned cellId_;
     Stash::ContentPublisher contents_;
-    Stash::CollectionPublisher<Pel::FecId, FlattenFecEntry> fecs_;
+    Stash::CollectionPublisher<FecId, FlattenFecEntry> fecs_;
     Stash::CollectionPublisher<Stash::OcNextHopIndex, FlattenNextHopEntry> nextHops_;
     Mesa::TablePublisher<NexthopGroupEntryCounterKey, Routing::NexthopGroup::CounterKeyEntry>
         counterKeys_;
@@ -114,7 +114,7 @@ private:
     Hubdb::Publisher state_;
     Store::TableId contentTable_;  // for reading back
     Store::TableId identity_;      // what only a forwarder reads
-    absl::btree_map<std::pair<std::string, IpFamily>, RouteTable> routes_;
+    absl::btree_map<std::pair<std::string, Nexo::AddressFamily>, RouteTable> routes_;
 };
 
 }  // namespace Pel::Forwarder

@@ -4,26 +4,6 @@
 
 namespace Pel::Forwarder {
 
-namespace {
-
-Nexo::IpGenAddr toRecord(const IpAddress& address) {
-    return Nexo::IpGenAddr{std::span{address.bytes.data(), address.size()}};
-}
-
-IpAddress fromRecord(const Nexo::IpGenAddr& address) {
-    return IpAddress::fromBytes(std::as_bytes(address.bytes()));
-}
-
-}  // namespace
-
-Nexo::IpPrefix toRecord(const IpPrefix& prefix) {
-    return Nexo::IpPrefix{toRecord(prefix.address), prefix.length};
-}
-
-IpPrefix fromRecord(const Nexo::IpPrefix& prefix) {
-    return IpPrefix{fromRecord(prefix.address()), static_cast<std::uint8_t>(prefix.length())};
-}
-
 void toRecord(const FlatNextHop& nextHop, Stash::FlattenFecNextHop& record) {
     if (nextHop.parentName.empty()) {
         record.interface = Nexo::IntfId{nextHop.interfaceName};
@@ -31,8 +11,8 @@ void toRecord(const FlatNextHop& nextHop, Stash::FlattenFecNextHop& record) {
         record.interface =
             Nexo::IntfId{nextHop.interfaceName, nextHop.parentName, nextHop.subinterface};
     }
-    record.address = toRecord(nextHop.address);
-    if (nextHop.mac) { record.mac = Nexo::EthAddr{*nextHop.mac}; }
+    record.address = nextHop.address;
+    if (nextHop.mac) { record.mac = *nextHop.mac; }
     if (nextHop.encap == nullptr || nextHop.encap->kind != EncapKind::Mpls) { return; }
     for (const std::uint32_t label : nextHop.encap->labels) {
         record.labels.push(Nexo::MplsLabel{label & Nexo::MplsLabel::kMax});
@@ -46,8 +26,8 @@ FlatNextHop fromRecord(const Stash::FlattenFecNextHop& record) {
         result.parentName = record.interface.parent().stringValue();
         result.subinterface = *record.interface.subinterface();
     }
-    result.address = fromRecord(record.address);
-    if (!record.mac.isZero()) { result.mac = record.mac.bytes(); }
+    result.address = record.address;
+    if (!record.mac.isZero()) { result.mac = record.mac; }
     if (record.labels.empty()) { return result; }
     auto encap = std::make_shared<Encap>();
     encap->kind = EncapKind::Mpls;

@@ -2,7 +2,6 @@
 
 #include "forwarder/Flatten/FlatDiff.h"
 #include "model/Fec/FlattenFecNextHop.h"
-#include "model/Net/IpPrefix.h"
 
 /// Between the forwarder's plain structs and the records of the store.
 namespace Pel::Forwarder {
@@ -12,8 +11,5 @@ namespace Pel::Forwarder {
 void toRecord(const FlatNextHop& nextHop, Stash::FlattenFecNextHop& record);
 /// What of a next hop's identity and content the record holds; index, FEC and slot stay unset.
 FlatNextHop fromRecord(const Stash::FlattenFecNextHop& record);
-
-Nexo::IpPrefix toRecord(const IpPrefix& prefix);
-IpPrefix fromRecord(const Nexo::IpPrefix& prefix);
 
 }  // namespace Pel::Forwarder

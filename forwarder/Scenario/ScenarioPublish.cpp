@@ -28,7 +28,7 @@ struct Put {
         store.routeIs(item.key.vrf, item.key.prefix, item.route);
     }
     void operator()(const RouteDel& item) { store.routeDel(item.key.vrf, item.key.prefix); }
-    void operator()(const FecDel& item) { store.fecDel(item.id.value()); }
+    void operator()(const FecDel& item) { store.fecDel(item.id); }
     void operator()(const NextHopDel& item) { store.nextHopDel(item.index.value()); }
     void operator()(const VrfIdDel& item) { store.vrfIdDel(item.id); }
     void operator()(const VrfTablesDel& item) { store.vrfTablesDel(item.name); }

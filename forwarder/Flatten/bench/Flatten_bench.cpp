@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -10,19 +11,18 @@
 #include "forwarder/Flatten/Flatten.h"
 
 namespace Pel::Forwarder {
+
 namespace {
 
 constexpr std::uint32_t kLinks = 64;
 constexpr std::uint32_t kMembers = 4;
 
-IpAddress address(std::uint32_t number) {
-    IpAddress result;
-    result.family = IpFamily::V4;
-    for (int i = 0; i < 4; ++i) {
-        result.bytes[static_cast<std::size_t>(i)] =
-            static_cast<std::uint8_t>(number >> (24 - 8 * i));
+Nexo::IpGenAddr address(std::uint32_t number) {
+    std::array<std::uint8_t, 4> bytes{};
+    for (unsigned i = 0; i < 4; ++i) {
+        bytes[i] = static_cast<std::uint8_t>(number >> (24 - 8 * i));
     }
-    return result;
+    return Nexo::IpGenAddr{bytes};
 }
 
 /// `groups` groups of four members each, and two routes a group.
@@ -53,7 +53,7 @@ std::unique_ptr<Fib> makeFib(std::uint32_t groups) {
         for (std::uint32_t r = 0; r < 2; ++r) {
             Route route;
             route.table = Fib::kMainTable;
-            route.prefix = IpPrefix::make(address((g * 2 + r) << 8), 24);
+            route.prefix = Nexo::IpPrefix(address((g * 2 + r) << 8), 24);
             route.type = RouteType::Unicast;
             route.nexthopId = group.id;
             fib->apply(route, RouteMode::Replace);

@@ -53,8 +53,8 @@ TEST_F(FibTest, SweepRemovesWhatADumpDidNotMention) {
     EXPECT_EQ(bed.fib.nexthopCount(), 1U);
     EXPECT_EQ(bed.fib.neighbourCount(), 1U);
     EXPECT_THAT(bed.routes, SizeIs(2));  // the other family was not dumped
-    EXPECT_EQ(bed.fecOf("192.0.1.0/24"), kNoFec);
-    EXPECT_EQ(bed.fecOf("2001:db8::/32"), 102U);
+    EXPECT_EQ(bed.fecOf("192.0.1.0/24"), FecId{});
+    EXPECT_EQ(bed.fecOf("2001:db8::/32"), FecId{102});
 }
 
 TEST_F(FibTest, SweepRemovesLinks) {
@@ -158,6 +158,9 @@ constexpr KeptCase kKept[] = {
     {"CacheEntry", "10.0.0.0/8", RouteType::Unicast, 254, true, false, false},
     {"BySourceOrTos", "10.0.0.0/8", RouteType::Unicast, 254, false, true, false},
     {"LinkLocal", "fe80::/64", RouteType::Unicast, 254, false, false, false},
+    {"EndOfLinkLocal", "febf::/16", RouteType::Unicast, 254, false, false, false},
+    {"BehindLinkLocal", "fec0::/16", RouteType::Unicast, 254, false, false, true},
+    {"WiderThanLinkLocal", "fe80::/9", RouteType::Unicast, 254, false, false, true},
     {"DefaultV6", "::/0", RouteType::Unicast, 254, false, false, true},
 };
 INSTANTIATE_TEST_SUITE_P(, KeptRoutes, testing::ValuesIn(kKept), [](const auto& row) {
@@ -166,7 +169,7 @@ INSTANTIATE_TEST_SUITE_P(, KeptRoutes, testing::ValuesIn(kKept), [](const auto& 
 
 TEST(AdjacencyTable, NumbersAreSharedCountedAndReused) {
     AdjacencyTable table;
-    const AdjacencyKey key{1, IpAddress::parse("10.0.0.1"), nullptr};
+    const AdjacencyKey key{1, *Nexo::IpGenAddr::parse("10.0.0.1"), nullptr};
     const AdjacencyId id = table.acquire(key);
     EXPECT_EQ(table.acquire(key), id);
     table.release(id);

@@ -39,11 +39,12 @@ void FlattenBed::vrf(std::uint32_t ifindex, const std::string& name, std::uint32
 }
 
 void FlattenBed::neighbour(std::uint32_t ifindex, const std::string& address, std::uint8_t last) {
-    fib.apply(Neighbour{ifindex, IpAddress::parse(address), EthAddress{2, 0, 0, 0, 0, last}});
+    fib.apply(
+        Neighbour{ifindex, *Nexo::IpGenAddr::parse(address), Nexo::EthAddr{{2, 0, 0, 0, 0, last}}});
 }
 
 void FlattenBed::neighbourFailed(std::uint32_t ifindex, const std::string& address) {
-    fib.apply(Neighbour{ifindex, IpAddress::parse(address), std::nullopt});
+    fib.apply(Neighbour{ifindex, *Nexo::IpGenAddr::parse(address), std::nullopt});
 }
 
 void FlattenBed::nexthop(std::uint32_t id, const std::string& gateway, std::uint32_t ifindex) {
@@ -71,7 +72,7 @@ void FlattenBed::group(std::uint32_t id,
 
 Path FlattenBed::path(const std::string& gateway, std::uint32_t ifindex, std::uint32_t weight) {
     Path path;
-    path.gateway = IpAddress::parse(gateway);
+    path.gateway = Nexo::IpGenAddr::parse(gateway).value_or(Nexo::IpGenAddr{});
     path.ifindex = ifindex;
     path.weight = weight;
     return path;
@@ -80,7 +81,7 @@ Path FlattenBed::path(const std::string& gateway, std::uint32_t ifindex, std::ui
 Route FlattenBed::route(const std::string& prefix, const std::vector<Path>& paths) {
     Route route;
     route.table = Fib::kMainTable;
-    route.prefix = IpPrefix::parse(prefix);
+    route.prefix = *Nexo::IpPrefix::parse(prefix);
     route.type = RouteType::Unicast;
     route.protocol = RTPROT_STATIC;
     route.paths.assign(paths.begin(), paths.end());
@@ -124,26 +125,27 @@ void FlattenBed::apply(const FlatDiff& diff) {
     for (const FlatFec& fec : diff.fecs) {
         for (const FlatMember& member : fec.members) {
             EXPECT_TRUE(nextHops.contains(member.index))
-                << "FEC " << fec.id << " before its next hop";
+                << "FEC " << fec.id.value() << " before its next hop";
         }
         fecs[fec.id] = fec;
     }
     for (const FlatRoute& route : diff.routes) {
-        EXPECT_TRUE(fecs.contains(route.fecId)) << toString(route.key.prefix) << " before its FEC";
+        EXPECT_TRUE(fecs.contains(route.fecId))
+            << route.key.prefix.stringValue() << " before its FEC";
         routes[route.key] = route;
     }
     for (const FlatRouteKey& key : diff.routeDeletes) { EXPECT_EQ(routes.erase(key), 1U); }
     for (const FecId id : diff.fecDeletes) {
         EXPECT_EQ(fecs.erase(id), 1U);
         for (const auto& [key, route] : routes) {
-            EXPECT_NE(route.fecId, id) << "FEC deleted under " << toString(key.prefix);
+            EXPECT_NE(route.fecId, id) << "FEC deleted under " << key.prefix.stringValue();
         }
     }
     for (const OcNextHopNumber index : diff.nextHopDeletes) {
         EXPECT_EQ(nextHops.erase(index), 1U);
         for (const auto& [id, fec] : fecs) {
             for (const FlatMember& member : fec.members) {
-                EXPECT_NE(member.index, index) << "next hop deleted under FEC " << id;
+                EXPECT_NE(member.index, index) << "next hop deleted under FEC " << id.value();
             }
         }
     }
@@ -158,8 +160,8 @@ void FlattenBed::restoreInto(Flatten& other) const {
 }
 
 FecId FlattenBed::fecOf(const std::string& prefix, const std::string& vrf) const {
-    const auto route = routes.find({vrf, IpPrefix::parse(prefix)});
-    return route == routes.end() ? kNoFec : route->second.fecId;
+    const auto route = routes.find({vrf, *Nexo::IpPrefix::parse(prefix)});
+    return route == routes.end() ? FecId{} : route->second.fecId;
 }
 
 std::vector<std::string> FlattenBed::members(const std::string& prefix) const {
@@ -168,7 +170,7 @@ std::vector<std::string> FlattenBed::members(const std::string& prefix) const {
     std::vector<std::string> result;
     for (const FlatMember& member : fec->second.members) {
         const FlatNextHop& nextHop = nextHops.at(member.index);
-        result.push_back(toString(nextHop.address) + "@" + nextHop.interfaceName + " w" +
+        result.push_back(nextHop.address.stringValue() + "@" + nextHop.interfaceName + " w" +
                          std::to_string(member.weight));
     }
     return result;
@@ -176,7 +178,7 @@ std::vector<std::string> FlattenBed::members(const std::string& prefix) const {
 
 OcNextHopNumber FlattenBed::index(const std::string& prefix, const std::string& gateway) const {
     for (const auto& [index, nextHop] : nextHops) {
-        if (nextHop.fecId == fecOf(prefix) && toString(nextHop.address) == gateway) {
+        if (nextHop.fecId == fecOf(prefix) && nextHop.address.stringValue() == gateway) {
             return index;
         }
     }

@@ -31,16 +31,16 @@ protected:
 };
 
 TEST_F(FlattenTest, FecIdIsTheKernelsGroupNumber) {
-    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), 200U);
-    EXPECT_EQ(bed.fecs.at(200).programmedId, 200U);
-    EXPECT_TRUE(bed.fecs.at(200).top);
+    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), FecId{200});
+    EXPECT_EQ(bed.fecs.at(FecId{200}).programmedId, 200U);
+    EXPECT_TRUE(bed.fecs.at(FecId{200}).top);
     EXPECT_THAT(bed.members("192.0.2.0/24"), ElementsAre("10.0.1.2@e1 w3", "10.0.2.2@e2 w1"));
 }
 
 TEST_F(FlattenTest, SingleNexthopIsAFecOfItsOwn) {
     bed.add(FlattenBed::nhidRoute("192.0.3.0/24", 101));
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.3.0/24"), 101U);
+    EXPECT_EQ(bed.fecOf("192.0.3.0/24"), FecId{101});
     EXPECT_THAT(bed.members("192.0.3.0/24"), ElementsAre("10.0.1.2@e1 w1"));
     EXPECT_NE(bed.index("192.0.3.0/24", "10.0.1.2"), bed.index("192.0.2.0/24", "10.0.1.2"));
 }
@@ -59,7 +59,7 @@ TEST_F(FlattenTest, LastRouteTakesTheFecWithIt) {
     bed.del(FlattenBed::nhidRoute("192.0.3.0/24", 200));
     const FlatDiff diff = bed.settle();
     EXPECT_THAT(diff.routeDeletes, SizeIs(1));
-    EXPECT_THAT(diff.fecDeletes, ElementsAre(200U));
+    EXPECT_THAT(diff.fecDeletes, ElementsAre(FecId{200}));
     EXPECT_THAT(diff.nextHopDeletes, SizeIs(2));
     EXPECT_THAT(bed.nextHops, IsEmpty());
 }
@@ -135,13 +135,13 @@ TEST_F(FlattenTest, WeightIsContentOfTheFecOnly) {
 
 TEST_F(FlattenTest, MacIsContentOfTheNextHopOnly) {
     const auto one = bed.index("192.0.2.0/24", "10.0.1.2");
-    EXPECT_EQ(bed.nextHops.at(one).mac, (EthAddress{2, 0, 0, 0, 0, 0x12}));
+    EXPECT_EQ(bed.nextHops.at(one).mac, (Nexo::EthAddr{{2, 0, 0, 0, 0, 0x12}}));
     bed.neighbour(1, "10.0.1.2", 0x13);
     const FlatDiff diff = bed.settle();
     EXPECT_EQ(diff.size(), 1U);
     ASSERT_THAT(diff.nextHops, SizeIs(1));
     EXPECT_EQ(diff.nextHops[0].index, one);
-    EXPECT_EQ(diff.nextHops[0].mac, (EthAddress{2, 0, 0, 0, 0, 0x13}));
+    EXPECT_EQ(diff.nextHops[0].mac, (Nexo::EthAddr{{2, 0, 0, 0, 0, 0x13}}));
 }
 
 TEST_F(FlattenTest, FailedNeighbourTakesTheMacAway) {
@@ -231,7 +231,7 @@ TEST_F(FlattenTest, RouteWaitsForItsGroup) {
 TEST_F(FlattenTest, RouteThatWaitsKeepsItsOldFec) {
     bed.add(FlattenBed::nhidRoute("192.0.2.0/24", 300));
     EXPECT_TRUE(bed.settle().empty());
-    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), 200U);
+    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), FecId{200});
 }
 
 TEST_F(FlattenTest, GroupsThatNeverComeLeaveNothingBehind) {
@@ -283,7 +283,7 @@ TEST_F(FlattenTest, BlackholeNexthopHasNoNextHops) {
     bed.blackholeNexthop(320);
     bed.add(FlattenBed::nhidRoute("192.0.5.0/24", 320));
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.5.0/24"), 320U);
+    EXPECT_EQ(bed.fecOf("192.0.5.0/24"), FecId{320});
     EXPECT_THAT(bed.members("192.0.5.0/24"), IsEmpty());
 }
 
@@ -297,7 +297,7 @@ TEST_F(FlattenTest, BlackholeUnreachableAndProhibitRoutesHaveNoNextHops) {
     }
     bed.settle();
     for (const char* prefix : {"198.51.0.0/24", "198.51.1.0/24", "198.51.2.0/24"}) {
-        EXPECT_EQ(fecKind(bed.fecOf(prefix)), FecKind::MemberSet);
+        EXPECT_EQ(fecKind(bed.fecOf(prefix)), FecKind::memberSet);
         EXPECT_THAT(bed.members(prefix), IsEmpty());
     }
 }
@@ -310,7 +310,7 @@ TEST_F(FlattenTest, PlainRoutesOfOneMemberSetShareOneAllocatedFec) {
     bed.add(FlattenBed::route("198.51.3.0/24", {one}));
     bed.settle();
     const FecId fec = bed.fecOf("198.51.1.0/24");
-    EXPECT_EQ(fecKind(fec), FecKind::MemberSet);
+    EXPECT_EQ(fecKind(fec), FecKind::memberSet);
     EXPECT_EQ(bed.fecs.at(fec).programmedId, 0U);
     EXPECT_EQ(bed.fecOf("198.51.2.0/24"), fec);
     EXPECT_NE(bed.fecOf("198.51.3.0/24"), fec);
@@ -351,7 +351,7 @@ TEST_F(FlattenTest, Ipv4RouteOverIpv6NextHopTakesItsMacFromIpv6) {
     bed.settle();
     EXPECT_THAT(bed.members("198.51.1.0/24"), ElementsAre("fe80::2@e1 w1"));
     EXPECT_EQ(bed.nextHops.at(bed.index("198.51.1.0/24", "fe80::2")).mac,
-              (EthAddress{2, 0, 0, 0, 0, 0x66}));
+              (Nexo::EthAddr{{2, 0, 0, 0, 0, 0x66}}));
 }
 
 TEST_F(FlattenTest, EncapsulationIsPartOfTheMembersIdentity) {
@@ -385,7 +385,7 @@ TEST_F(FlattenTest, RouteOfAVrfTableIsPublishedUnderTheVrfsName) {
     EXPECT_TRUE(bed.settle().empty());  // a table without a VRF device is not exported
     bed.vrf(7, "red", 1001);
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.2.0/24", "red"), 200U);
+    EXPECT_EQ(bed.fecOf("192.0.2.0/24", "red"), FecId{200});
     EXPECT_EQ(bed.vrfs, (std::map<std::uint32_t, std::string>{{254, "default"}, {1001, "red"}}));
 }
 
@@ -397,14 +397,14 @@ TEST_F(FlattenTest, RenamedVrfMovesItsRoutes) {
     bed.settle();
     bed.vrf(7, "blue", 1001);
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "red"), kNoFec);
-    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "blue"), 101U);
+    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "red"), FecId{});
+    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "blue"), FecId{101});
     EXPECT_EQ(bed.vrfs.at(1001), "blue");
     bed.fib.linkDel(7);
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "blue"), kNoFec);
+    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "blue"), FecId{});
     EXPECT_FALSE(bed.vrfs.contains(1001));
-    EXPECT_FALSE(bed.fecs.contains(101));
+    EXPECT_FALSE(bed.fecs.contains(FecId{101}));
 }
 
 TEST_F(FlattenTest, VrfThatChangesItsTableLeavesBeforeItComes) {
@@ -417,7 +417,7 @@ TEST_F(FlattenTest, VrfThatChangesItsTableLeavesBeforeItComes) {
     bed.settle();
     bed.vrf(7, "red", 1002);
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "red"), 101U);
+    EXPECT_EQ(bed.fecOf("192.0.9.0/24", "red"), FecId{101});
     EXPECT_EQ(bed.vrfs, (std::map<std::uint32_t, std::string>{{254, "default"}, {1002, "red"}}));
 }
 
@@ -428,10 +428,10 @@ TEST_F(FlattenTest, LowestMetricWinsAndTheNextOneStepsIn) {
     EXPECT_TRUE(bed.settle().empty());
     bed.del(FlattenBed::nhidRoute("192.0.2.0/24", 200));
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), 101U);
+    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), FecId{101});
     bed.add(FlattenBed::nhidRoute("192.0.2.0/24", 102));
     bed.settle();
-    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), 102U);
+    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), FecId{102});
 }
 
 TEST_F(FlattenTest, DeleteAndAddBetweenTwoBatchesPublishesNoDelete) {

@@ -113,7 +113,7 @@ TEST_F(Restore, NumbersOfDeletedNextHopsStayUsed) {
 TEST_F(Restore, NextHopWhoseFecWasNeverWrittenIsDeleted) {
     FlatNextHop orphan;  // the earlier run ended between two batches
     orphan.index = 4000;
-    orphan.fecId = 777;
+    orphan.fecId = FecId{777};
     after.flatten.restore(orphan);
     after.nextHops[orphan.index] = orphan;
     describe(after);
@@ -132,7 +132,8 @@ TEST_F(Restore, SecondNextHopOnOneSlotIsDeleted) {
 }
 
 TEST_F(Restore, RouteOfAnUnknownVrfIsDeleted) {
-    FlatRoute route{{"gone", IpPrefix::parse("10.0.0.0/8")}, 200, OriginProtocol::staticRoute};
+    FlatRoute route{
+        {"gone", *Nexo::IpPrefix::parse("10.0.0.0/8")}, FecId{200}, OriginProtocol::staticRoute};
     after.flatten.restore(route);
     after.routes[route.key] = route;
     describe(after);

@@ -87,18 +87,18 @@ TEST_F(KernelFibTest, DumpFindsWhatWasThereBefore) {
     net->run("ip route add 192.0.2.0/24 nhid 200 proto bgp");
     start();
     awaitMembers("192.0.2.0/24", {"10.0.1.2@e1 w3", "10.0.2.2@e2 w1"});
-    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), 200U);
-    EXPECT_EQ(bed.routes.at({"default", IpPrefix::parse("192.0.2.0/24")}).origin,
+    EXPECT_EQ(bed.fecOf("192.0.2.0/24"), FecId{200});
+    EXPECT_EQ(bed.routes.at({"default", *Nexo::IpPrefix::parse("192.0.2.0/24")}).origin,
               OriginProtocol::bgp);
     EXPECT_EQ(bed.nextHops.at(bed.index("192.0.2.0/24", "10.0.1.2")).mac,
-              (EthAddress{2, 0, 0, 0, 0, 0x12}));
+              (Nexo::EthAddr{{2, 0, 0, 0, 0, 0x12}}));
     EXPECT_THAT(bed.members("10.0.1.0/24"), ElementsAre("@e1 w1"));
-    EXPECT_EQ(bed.routes.at({"default", IpPrefix::parse("10.0.1.0/24")}).origin,
+    EXPECT_EQ(bed.routes.at({"default", *Nexo::IpPrefix::parse("10.0.1.0/24")}).origin,
               OriginProtocol::directlyConnected);
     EXPECT_THAT(bed.members("2001:db8:1::/64"), ElementsAre("@e1 w1"));
     for (const auto& [key, route] : bed.routes) {
-        EXPECT_NE(key.prefix.length, key.prefix.address.size() * 8)
-            << toString(key.prefix);  // no host's own
+        EXPECT_NE(key.prefix.length(), key.prefix.address().width() * 8)
+            << key.prefix.stringValue();  // no host's own
     }
 }
 
@@ -130,7 +130,7 @@ TEST_F(KernelFibTest, Ipv4RouteOverIpv6NextHop) {
     net->run("ip route add 192.0.2.0/24 via inet6 fe80::2 dev e1");
     awaitMembers("192.0.2.0/24", {"fe80::2@e1 w1"});
     EXPECT_EQ(bed.nextHops.at(bed.index("192.0.2.0/24", "fe80::2")).mac,
-              (EthAddress{2, 0, 0, 0, 0, 0x66}));
+              (Nexo::EthAddr{{2, 0, 0, 0, 0, 0x66}}));
 }
 
 TEST_F(KernelFibTest, BlackholeRouteHasNoNextHops) {
@@ -194,7 +194,7 @@ TEST_F(KernelFibTest, LinkDownFindsWhatTheKernelRemovedSilently) {
     awaitMembers("192.0.3.0/24",
                  {"none"});  // the group and its IPv4 route: not a word from the kernel
     EXPECT_GT(kernel->statistics().dumps, dumps);
-    EXPECT_FALSE(bed.fecs.contains(300));
+    EXPECT_FALSE(bed.fecs.contains(FecId{300}));
 }
 
 TEST_F(KernelFibTest, CarrierLossFindsWhatTheKernelRemovedSilently) {
@@ -231,7 +231,7 @@ TEST_F(KernelFibTest, MacChangeIsOneUpdate) {
     const auto index = bed.index("192.0.2.0/24", "10.0.1.2");
     net->run("ip neigh replace 10.0.1.2 lladdr 02:00:00:00:00:99 dev e1 nud permanent");
     await("the new MAC", [&] {
-        return bed.nextHops.at(index).mac == EthAddress{2, 0, 0, 0, 0, 0x99};
+        return bed.nextHops.at(index).mac == Nexo::EthAddr{{2, 0, 0, 0, 0, 0x99}};
     });
     net->run("ip neigh del 10.0.1.2 dev e1");
     await("no MAC", [&] { return !bed.nextHops.at(index).mac.has_value(); });
@@ -244,7 +244,7 @@ TEST_F(KernelFibTest, LostNotificationsAreMadeUpForByANewDump) {
         "echo route add 198.18.$i.$((j*32))/27 via 10.0.1.2; done; done | ip -batch -");
     await("all routes", [&] {
         return std::count_if(bed.routes.begin(), bed.routes.end(), [](const auto& route) {
-                   return route.first.prefix.length == 27;
+                   return route.first.prefix.length() == 27;
                }) == 1000;
     });
     EXPECT_GT(kernel->statistics().overruns, 0U);
@@ -253,7 +253,7 @@ TEST_F(KernelFibTest, LostNotificationsAreMadeUpForByANewDump) {
         "echo route del 198.18.$i.$((j*32))/27; done; done | ip -batch -");
     await("no such routes", [&] {
         return std::none_of(bed.routes.begin(), bed.routes.end(), [](const auto& route) {
-            return route.first.prefix.length == 27;
+            return route.first.prefix.length() == 27;
         });
     });
 }

@@ -206,12 +206,12 @@ TEST(RtDecoder, EncapsulationIsReadThoughItComesBeforeItsType) {
     const auto nexthop = only<Nexthop>(fromHex(kVxlanNexthop));
     EXPECT_EQ(nexthop.id, 301U);
     EXPECT_EQ(nexthop.path.ifindex, 7U);
-    EXPECT_EQ(toString(nexthop.path.gateway), "10.50.0.2");
+    EXPECT_EQ(nexthop.path.gateway.stringValue(), "10.50.0.2");
     ASSERT_NE(nexthop.path.encap, nullptr);
     EXPECT_EQ(nexthop.path.encap->kind, EncapKind::Ip);
     EXPECT_EQ(nexthop.path.encap->tunnelId, 5001U);
-    EXPECT_EQ(toString(nexthop.path.encap->remote), "10.0.1.2");
-    EXPECT_EQ(toString(nexthop.path.encap->local), "10.0.1.1");
+    EXPECT_EQ(nexthop.path.encap->remote.stringValue(), "10.0.1.2");
+    EXPECT_EQ(nexthop.path.encap->local.stringValue(), "10.0.1.1");
     EXPECT_EQ(nexthop.path.encap->ttl, 64);
     EXPECT_EQ(nexthop.path.encap->tos, 8);
 }
@@ -236,7 +236,7 @@ TEST(RtDecoder, ConnectedNexthopHasNoGateway) {
     const auto nexthop = only<Nexthop>(fromHex(kConnectedNexthop));
     EXPECT_EQ(nexthop.id, 7U);
     EXPECT_EQ(nexthop.path.ifindex, 2U);
-    EXPECT_TRUE(nexthop.path.gateway.isNone());
+    EXPECT_TRUE(isNone(nexthop.path.gateway));
     EXPECT_EQ(nexthop.path.encap, nullptr);
 }
 
@@ -253,7 +253,7 @@ TEST(RtDecoder, DeletedNexthopNamesItsId) {
 
 TEST(RtDecoder, RouteOverNexthopObjectTakesTheIdAndNotTheCopiedPaths) {
     const auto route = only<Route>(fromHex(kViaIpv6));
-    EXPECT_EQ(toString(route.prefix), "10.210.0.0/16");
+    EXPECT_EQ(route.prefix.stringValue(), "10.210.0.0/16");
     EXPECT_EQ(route.table, 254U);
     EXPECT_EQ(route.protocol, RTPROT_BOOT);
     EXPECT_EQ(route.type, RouteType::Unicast);
@@ -275,7 +275,7 @@ TEST(RtDecoder, Ipv4RouteMayHaveAnIpv6Gateway) {
                                        .put(RTA_OIF, std::uint32_t{3})
                                        .bytes());
     ASSERT_EQ(route.paths.size(), 1U);
-    EXPECT_EQ(toString(route.paths[0].gateway), "fe80::7");
+    EXPECT_EQ(route.paths[0].gateway.stringValue(), "fe80::7");
     EXPECT_EQ(route.paths[0].ifindex, 3U);
 }
 
@@ -299,10 +299,10 @@ TEST(RtDecoder, OneDatagramMayHoldADeleteAndAnAdd) {
 TEST(RtDecoder, MultipathListsItsHops) {
     const auto route = only<Route>(fromHex(kMultipath));
     ASSERT_EQ(route.paths.size(), 2U);
-    EXPECT_EQ(toString(route.paths[0].gateway), "10.0.1.2");
+    EXPECT_EQ(route.paths[0].gateway.stringValue(), "10.0.1.2");
     EXPECT_EQ(route.paths[0].ifindex, 2U);
     EXPECT_EQ(route.paths[0].weight, 1U);
-    EXPECT_EQ(toString(route.paths[1].gateway), "10.0.2.2");
+    EXPECT_EQ(route.paths[1].gateway.stringValue(), "10.0.2.2");
     EXPECT_EQ(route.paths[1].ifindex, 3U);
 }
 
@@ -318,7 +318,7 @@ TEST_P(RouteTypes, AreTold) {
     header.rtm_type = GetParam().wire;
     const auto route = only<Route>(MessageBuilder(RTM_NEWROUTE, header).bytes());
     EXPECT_EQ(route.type, GetParam().want);
-    EXPECT_EQ(toString(route.prefix), "::/0");
+    EXPECT_EQ(route.prefix.stringValue(), "::/0");
 }
 constexpr RouteTypeCase kRouteTypes[] = {{"Unicast", RTN_UNICAST, RouteType::Unicast},
                                          {"Blackhole", RTN_BLACKHOLE, RouteType::Blackhole},
@@ -417,14 +417,14 @@ TEST_P(NeighbourStates, DecideWhetherTheMacCounts) {
     header.ndm_family = AF_INET;
     header.ndm_ifindex = 4;
     header.ndm_state = GetParam().state;
-    const EthAddress mac{2, 0, 0, 0, 0, 9};
+    const Nexo::EthAddr mac{{2, 0, 0, 0, 0, 9}};
     const auto neighbour =
         only<Neighbour>(MessageBuilder(RTM_NEWNEIGH, header)
                             .put(NDA_DST, std::array<std::uint8_t, 4>{10, 0, 0, 1})
                             .put(NDA_LLADDR, mac)
                             .bytes());
     EXPECT_EQ(neighbour.ifindex, 4U);
-    EXPECT_EQ(toString(neighbour.address), "10.0.0.1");
+    EXPECT_EQ(neighbour.address.stringValue(), "10.0.0.1");
     EXPECT_EQ(neighbour.mac, GetParam().usable ? std::optional{mac} : std::nullopt);
 }
 constexpr NeighbourCase kNeighbourStates[] = {{"Incomplete", NUD_INCOMPLETE, false},

@@ -56,7 +56,7 @@ public:
                "@" + record->interface.stringValue() + " " + record->mac.stringValue();
     }
     std::string fec(std::uint64_t id) {
-        const auto entry = set.fec().entry(Pel::FecId{id});
+        const auto entry = set.fec().entry(FecId{id});
         if (!entry) { return "none"; }
         const auto record = Stash::destash<Stash::FlattenFec>(entry->handle, *manager);
         std::string text = entry->topFec ? "top" : "bottom";
