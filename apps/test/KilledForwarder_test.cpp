@@ -80,10 +80,9 @@ Groups groupsOf(FlattenBed& bed) {
         auto& group = groups.emplace_back();
         for (const auto& each : fec.members) {
             const auto& nextHop = bed.nextHops.at(each.index);
-            Nexo::EthAddr mac;
-            if (nextHop.mac) { mac = Nexo::EthAddr{*nextHop.mac}; }
+            const Nexo::EthAddr mac = nextHop.mac.value_or(Nexo::EthAddr{});
             group.push_back(
-                member(toString(nextHop.address), nextHop.interfaceName, mac, each.weight));
+                member(nextHop.address.stringValue(), nextHop.interfaceName, mac, each.weight));
         }
     }
     return sorted(groups);
