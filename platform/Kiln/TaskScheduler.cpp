@@ -310,8 +310,13 @@ void TaskScheduler::poll(bool block) {
         const auto milliseconds =
             std::chrono::ceil<std::chrono::milliseconds>(std::max(wait, Duration{0})).count();
         uv_update_time(&loop_->loop);
+        // Timers run before the loop works out how long to sleep. One that is due by then would leave nothing to
+        // wake up for: told to stop, the loop does not sleep at all.
         uv_timer_start(
-            &loop_->alarm, [](uv_timer_t*) {}, static_cast<std::uint64_t>(milliseconds), 0);
+            &loop_->alarm,
+            [](uv_timer_t* alarm) { uv_stop(alarm->loop); },
+            static_cast<std::uint64_t>(milliseconds),
+            0);
     }
     uv_run(&loop_->loop, block ? UV_RUN_ONCE : UV_RUN_NOWAIT);
     uv_timer_stop(&loop_->alarm);

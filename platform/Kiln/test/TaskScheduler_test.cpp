@@ -491,6 +491,31 @@ TEST(SchedulerRun, WakesForATimerOfTheRealClock) {
     EXPECT_EQ(timer.statistics().runs, 1U);
 }
 
+/// Time passes from each look to the next, as for a thread that is often put aside.
+class RestlessClock final : public Kiln::Clock {
+public:
+    Kiln::TimePoint now() const override { return Kiln::TimePoint{} + ++looks_ * 1ms; }
+    std::int64_t wallNanoseconds() const override { return 0; }
+
+private:
+    mutable int looks_ = 0;
+};
+
+TEST(SchedulerRun, DoesNotSleepOnWhenATimerBecomesDueOnTheWayToSleep) {
+    const RestlessClock clock;
+    const auto scheduler =
+        Vel::make<Kiln::TaskScheduler>(clock, std::make_unique<Kiln::NeverYield>());
+    int runs = 0;
+    Kiln::Task timer{scheduler, "timer", 3, [&] {
+                         if (++runs == 100) { scheduler->stop(); }
+                         timer.scheduleAfter(runs % 10 * 1ms);
+                         return false;
+                     }};
+    timer.schedule();
+    scheduler->run();
+    EXPECT_EQ(runs, 100);
+}
+
 TEST(SchedulerRun, StopsThoughATaskIsAlwaysBusyAndRunsAgain) {
     const Kiln::SteadyClock clock;
     const auto scheduler =
