@@ -17,6 +17,7 @@ constexpr std::uint32_t kDefaultVrfId = 254;
 constexpr std::uint64_t kInterfaces = 64;
 constexpr std::uint64_t kSpare = 16;  // one of so many is spare
 constexpr Kiln::Duration kSecond = std::chrono::seconds{1};
+constexpr std::uint64_t kOfChain = 4;   // elements
 constexpr std::uint64_t kPreamble = 2;  // the VRF, and that there are no tunnel interfaces
 
 // Streams of random numbers.
@@ -154,7 +155,11 @@ NextHopItem Generator::nextHop(std::uint64_t number, std::uint64_t salt) const {
     return item;
 }
 
-FecItem Generator::group(std::uint64_t number, std::uint64_t salt) const {
+std::vector<Stash::OcNextHopIndex> Generator::membersOf(std::uint64_t number) const {
+    if (number >= options_.groups) {
+        const std::uint64_t first = options_.nextHops + 2 * (number - options_.groups);
+        return {Stash::OcNextHopIndex{first + 1}, Stash::OcNextHopIndex{first + 2}};
+    }
     const std::uint64_t begin = firstMember(number);
     const std::uint64_t end = std::min(firstMember(number + 1), begin + kMaxMembers);
     std::vector<Stash::OcNextHopIndex> indexes;
@@ -163,7 +168,11 @@ FecItem Generator::group(std::uint64_t number, std::uint64_t salt) const {
     const std::uint64_t other = (foreign >> 2U) % membered_;
     const bool known = other >= begin && other < end;
     if (begin == end || (foreign % 4 == 0 && !known)) { indexes.emplace_back(other + 1); }
+    return indexes;
+}
 
+FecItem Generator::group(std::uint64_t number, std::uint64_t salt) const {
+    const std::vector<Stash::OcNextHopIndex> indexes = membersOf(number);
     DescribedFec made;
     for (std::uint64_t i = 0; i < indexes.size(); ++i) {
         const std::uint64_t weight = random(kWeight, number * kMaxMembers + i) % 16 + 1;
@@ -182,7 +191,9 @@ FecItem Generator::group(std::uint64_t number, std::uint64_t salt) const {
 
 RouteItem Generator::route(std::uint64_t number, std::uint64_t salt) const {
     // Moved on by the change: another one than before, unless two changes of a route are a multiple of all groups apart.
-    const std::uint64_t group = (random(kFecOfRoute, number) + salt) % routed_;
+    const std::uint64_t group = number >= options_.routes
+                                    ? options_.groups + (number - options_.routes)
+                                    : (random(kFecOfRoute, number) + salt) % routed_;
     return {{std::string{Vrf::kDefaultVrfName}, prefixOf(number)},
             {fecOf(group), number % 8 == 0 ? OriginProtocol::isis : OriginProtocol::bgp}};
 }
@@ -214,6 +225,17 @@ Change Generator::deletion(Element element) {
 // The beginning
 
 std::uint64_t Generator::count(Kind kind) const {
+    return standing(kind) + options_.chains * (kind == Kind::nextHop ? 2 : 1);
+}
+
+/// An element of a chain, in the order of references.
+Generator::Element Generator::ofChain(std::uint64_t chain, std::uint64_t place) const {
+    if (place < 2) { return {Kind::nextHop, options_.nextHops + 2 * chain + place}; }
+    return place == 2 ? Element{Kind::group, options_.groups + chain}
+                      : Element{Kind::route, options_.routes + chain};
+}
+
+std::uint64_t Generator::standing(Kind kind) const {
     switch (kind) {
         case Kind::nextHop:
             return options_.nextHops;
@@ -226,7 +248,8 @@ std::uint64_t Generator::count(Kind kind) const {
 }
 
 bool Generator::describe(Changes& to, std::size_t limit) {
-    const std::uint64_t all = kPreamble + options_.nextHops + options_.groups + options_.routes;
+    const std::uint64_t all =
+        kPreamble + count(Kind::nextHop) + count(Kind::group) + count(Kind::route);
     const std::uint64_t end = std::min<std::uint64_t>(all, described_ + limit);
     const bool any = described_ < end;
     for (; described_ < end; ++described_) {
@@ -260,17 +283,17 @@ bool Generator::hasVrf(const std::string& name) const {
 }
 
 bool Generator::hasNextHop(Stash::OcNextHopIndex index) const {
-    return index.value() >= 1 && index.value() <= options_.nextHops;
+    return index.value() >= 1 && index.value() <= count(Kind::nextHop);
 }
 
 bool Generator::hasFec(Pel::FecId id) const {
     return fecKind(id) == FecKind::scenario && fecNumber(id) >= 1 &&
-           fecNumber(id) <= options_.groups;
+           fecNumber(id) <= count(Kind::group);
 }
 
 bool Generator::hasRoute(const RouteKey& key) const {
     const auto number = hasVrf(key.vrf) ? routeOf(key.prefix) : std::nullopt;
-    return number && *number < options_.routes;
+    return number && *number < count(Kind::route);
 }
 
 // Churn
@@ -297,8 +320,23 @@ void Generator::due(Kiln::Duration now, Changes& to, std::size_t limit) {
     }
 }
 
+/// What a change does to the chains, when it is one of those: they take turns, all are deleted, then all come back.
+std::optional<Change> Generator::chainChange(std::uint64_t number) const {
+    constexpr std::uint64_t kTurn = 20;
+    constexpr std::uint64_t kFirst = 10;
+    const std::uint64_t place = number % kTurn - kFirst;
+    if (options_.chains == 0 || number % kTurn < kFirst || place >= kOfChain) {
+        return std::nullopt;
+    }
+    const std::uint64_t chain = number / kTurn % options_.chains;
+    const bool back = number / kTurn / options_.chains % 2 == 1;
+    return back ? make(ofChain(chain, place), number + 1)
+                : deletion(ofChain(chain, kOfChain - 1 - place));
+}
+
 /// Change number `number`. Only from 0 upward: what is away decides with it.
 std::optional<Change> Generator::change(std::uint64_t number) {
+    if (auto made = chainChange(number)) { return made; }
     const std::uint64_t chance = random(kChurn, number);
     const std::uint64_t salt = number + 1;
     if (number % 5 != 4 || maxAway_ == 0) {
@@ -329,7 +367,7 @@ std::optional<Generator::Element> Generator::pick(std::uint64_t random,
                                                                       : routed_;
         // With one group to lead to, a route cannot change.
         const bool fixed = !deletable && kind == Kind::route && routed_ < 2;
-        const std::uint64_t choice = fixed ? 0 : count(kind) - first;
+        const std::uint64_t choice = fixed ? 0 : standing(kind) - first;
         for (std::uint64_t i = 0; i < std::min<std::uint64_t>(choice, kMaxAway + 1); ++i) {
             const Element element{kind, first + (from + i) % choice};
             if (!isAway_.contains(element)) { return element; }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "forwarder/Scenario/ChangeSource.h"
 #include "forwarder/Scenario/GeneratorOptions.h"
@@ -19,6 +20,9 @@ namespace Pel::Forwarder {
 /// Next hop i has the index i + 1, group g the FEC 4/(g + 1). Neighbouring next hops belong to one group each, which some
 /// groups have a foreign member besides. The last sixteenth of the next hops is in no group and the last sixteenth of the
 /// groups has no routes: those, and any route, come and go. A quarter of the routes is IPv6.
+///
+/// Chains are elements besides, numbered on behind those: chain c is two next hops, a group of them and a route over it. Four
+/// of twenty changes delete one as a whole, route first, or bring one back, next hops first.
 ///
 /// Of five changes four alter an element in place and one deletes an element or adds one again: first deletes only, until
 /// up to kMaxAway elements are away, then by turns. Churn that could not be published in its second is not made up for.
@@ -36,7 +40,7 @@ public:
     bool hasNextHop(Stash::OcNextHopIndex index) const override;
     bool hasFec(Pel::FecId id) const override;
     bool hasRoute(const RouteKey& key) const override;
-    std::uint64_t firstFreeIndex() const override { return options_.nextHops + 1; }
+    std::uint64_t firstFreeIndex() const override { return count(Kind::nextHop) + 1; }
     void due(Kiln::Duration now, Changes& to, std::size_t limit) override;
     std::optional<Kiln::Duration> nextDue() const override;
 
@@ -54,7 +58,11 @@ private:
     std::uint64_t random(std::uint64_t stream, std::uint64_t number) const;
     std::uint64_t firstMember(std::uint64_t group) const;
     std::optional<std::pair<std::uint64_t, std::uint32_t>> slotOf(std::uint64_t nextHop) const;
-    std::uint64_t count(Kind kind) const;
+    std::uint64_t count(Kind kind) const;  // chains included
+    std::uint64_t standing(Kind kind) const;
+    Element ofChain(std::uint64_t chain, std::uint64_t place) const;
+    std::optional<Change> chainChange(std::uint64_t number) const;
+    std::vector<Stash::OcNextHopIndex> membersOf(std::uint64_t group) const;
     std::optional<Element> pick(std::uint64_t random, std::uint64_t from, bool deletable) const;
     std::optional<Change> change(std::uint64_t number);
     Kiln::Duration timeOf(std::uint64_t change) const;

@@ -22,6 +22,7 @@ const std::vector<Field>& fields() {
         {"groups", &GeneratorOptions::groups, GeneratorOptions::kMaxElements},
         {"routes", &GeneratorOptions::routes, GeneratorOptions::kMaxElements},
         {"churn", &GeneratorOptions::churn, GeneratorOptions::kMaxChurn},
+        {"chains", &GeneratorOptions::chains, GeneratorOptions::kMaxElements},
         {"seed", &GeneratorOptions::seed, std::numeric_limits<std::uint64_t>::max()}};
     return known;
 }

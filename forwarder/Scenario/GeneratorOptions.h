@@ -17,8 +17,9 @@ struct GeneratorOptions {
     std::uint64_t routes = 0;
     std::uint64_t churn = 0;  ///< changes a second
     std::uint64_t seed = 1;
+    std::uint64_t chains = 0;  ///< that come and go as a whole: two next hops, a group, a route
 
-    /// "next-hops=1000 groups=250 routes=2000 churn=100/s seed=7", in any order; what is not given is none (the seed 1).
+    /// "next-hops=1000 groups=250 routes=2000 churn=100/s chains=50 seed=7", in any order; what is not given is none (the seed 1).
     /// Nullopt, and why, for a text that is something else.
     static std::optional<GeneratorOptions> parse(std::string_view text, std::string& error);
     bool operator==(const GeneratorOptions&) const = default;

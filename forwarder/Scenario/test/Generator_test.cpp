@@ -200,7 +200,8 @@ INSTANTIATE_TEST_SUITE_P(,
                                          "next-hops=3 groups=40 routes=17 churn=50",
                                          "next-hops=900 groups=2 routes=5 churn=50",
                                          "next-hops=40 churn=50",
-                                         "next-hops=17 groups=5 churn=50"));
+                                         "next-hops=17 groups=5 churn=50",
+                                         "next-hops=40 groups=9 routes=30 churn=50 chains=3"));
 
 TEST(Generator, AFifthOfTheChurnDeletesAndAddsAgain) {
     Generator generator{options(kSmall)};
@@ -235,6 +236,33 @@ TEST(Generator, AFifthOfTheChurnDeletesAndAddsAgain) {
     EXPECT_LE(away.size(), Generator::kMaxAway);
     EXPECT_GT(away.size(), 0U);
     for (const char* kind : {"hop", "fec", "route"}) { EXPECT_GT(kinds[kind], 1000U) << kind; }
+}
+
+TEST(Generator, ChainsComeAndGoAsAWholeInTheOrderOfReferences) {
+    Generator generator{options("next-hops=16 groups=4 routes=8 churn=100 chains=2")};
+    (void)described(generator);
+    EXPECT_TRUE(generator.hasNextHop(Stash::OcNextHopIndex{20}));
+    EXPECT_FALSE(generator.hasNextHop(Stash::OcNextHopIndex{21}));
+    EXPECT_EQ(generator.firstFreeIndex(), 21U);
+    Changes due;
+    generator.due(1s, due, 10'000);
+    std::vector<std::string> ofChains;
+    for (std::size_t i = 0; i + 1 < due.size(); ++i) {
+        if (i % 20 < 10 || i % 20 >= 14) { continue; }
+        const std::string text = shown(due[i]);
+        ofChains.push_back(text.substr(0, text.starts_with("del ") ? 9 : 5));
+    }
+    ASSERT_GE(ofChains.size(), 16U);
+    ofChains.resize(16);
+    EXPECT_EQ(ofChains[0], "del route");
+    EXPECT_TRUE(ofChains[1].starts_with("del fec"));
+    EXPECT_TRUE(ofChains[2].starts_with("del hop"));
+    EXPECT_TRUE(ofChains[3].starts_with("del hop"));
+    EXPECT_EQ(ofChains[4], "del route") << "then the other chain";
+    EXPECT_TRUE(ofChains[8].starts_with("hop"));
+    EXPECT_TRUE(ofChains[9].starts_with("hop"));
+    EXPECT_TRUE(ofChains[10].starts_with("fec"));
+    EXPECT_EQ(ofChains[11], "route");
 }
 
 TEST(Generator, LostTimeIsNotMadeUpFor) {
