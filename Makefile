@@ -3,6 +3,8 @@
 # make test   the same, then runs all tests
 #
 # make scale  the tests labelled `scale`, which .ci/run runs at 100,000 entries, at SCALE of them
+# make soak   the real processes under churn for two minutes, with slow clients and without (test/soak)
+#             ARGS are handed to pel-soak: make soak ARGS="--seconds 30"
 # make fuzz   runs each fuzz target for TIME seconds; TARGETS names some of them
 #
 # All work from any earlier state, as root or with sudo for what is to be installed. On a machine without
@@ -13,7 +15,7 @@ SCALE ?= 1000000
 TIME ?= 1200
 TARGETS ?=
 
-.PHONY: run build test scale fuzz install-run install-test clean
+.PHONY: run build test scale soak fuzz install-run install-test clean
 
 run: build
 	exec build/release/bin/pel up $(ARGS)
@@ -37,6 +39,12 @@ scale: install-test
 
 fuzz:
 	INSTALL=$(INSTALL) TIME=$(TIME) tools/fuzz $(TARGETS)
+
+soak: install-run
+	@$(call configure,release)
+	@echo "building (build/release)"
+	cmake --build --preset release --target pel-soak
+	build/release/bin/pel-soak --json build/release/soak.json $(ARGS)
 
 install-run:
 ifeq ($(INSTALL),yes)

@@ -19,6 +19,7 @@ public:
     ~ChildProcess() { end(std::chrono::seconds{5}); }
 
     const std::string& name() const { return name_; }
+    pid_t pid() const { return pid_; }  ///< -1 when it does not run
     /// arguments[0] is the program's path. Empty, or what went wrong.
     std::string start(const std::vector<std::string>& arguments);
     /// Looks whether it has ended, without waiting. How, in words, or nullopt while it runs.
