@@ -6,8 +6,6 @@
 #include "platform/Gale/WireFields.h"
 #include "platform/Gale/WirePath.h"
 
-#include <algorithm>
-
 namespace Gale {
 
 using namespace WireFields;
@@ -219,26 +217,21 @@ void GetAnswer::addToTree(const Schema::Kind& kind, const Schema::LeafNode& leaf
 
 /// `own`: only the entry in work adds to it.
 JsonTree& GetAnswer::treeAt(std::size_t depth, bool own) {
+    auto& nodes = own ? own_ : nodes_;
     std::string path = pathOf(depth);
-    if (own) {
-        const auto found = std::find_if(
-            own_.begin(), own_.end(), [&](const Node& node) { return node.path == path; });
-        if (found != own_.end()) { return found->tree; }
-        own_.push_back({std::move(path), JsonTree{plan_.encoding}});
-        return own_.back().tree;
-    }
-    const auto [it, isNew] = nodeAt_.try_emplace(path, nodes_.size());
+    const auto [at, isNew] = (own ? ownAt_ : nodeAt_).try_emplace(path, nodes.size());
     if (isNew) {
-        nodeBytes_ += path.size();
-        nodes_.push_back({std::move(path), JsonTree{plan_.encoding}});
+        if (!own) { nodeBytes_ += path.size(); }
+        nodes.push_back({std::move(path), JsonTree{plan_.encoding}});
     }
-    return nodes_[it->second].tree;
+    return nodes[at->second].tree;
 }
 
 /// Writes down what no other entry adds to.
 void GetAnswer::closeEntry(const Schema::Kind& kind) {
     for (const Node& node : own_) { writeNode(node); }
     own_.clear();
+    ownAt_.clear();
     if (!added_ || !nodeDepth_ || *nodeDepth_ >= entryDepth_ || kind.outer) { return; }
     steps_.clear();
     for (std::size_t i = *nodeDepth_; i < entryDepth_; ++i) {

@@ -96,7 +96,8 @@ private:
     PathPattern::State atEntry_ = 0;
     std::optional<std::size_t> nodeDepth_;  // so many elements lead to the node, if the path ends
                                             // at the entry or above
-    std::vector<Node> own_;                 // nodes inside it
+    std::deque<Node> own_;                  // nodes inside it
+    absl::flat_hash_map<std::string, std::size_t> ownAt_;
     bool added_ = false;
     std::vector<JsonTree::Step> steps_;
     std::string made_;

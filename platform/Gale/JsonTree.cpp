@@ -3,6 +3,7 @@
 #include "platform/Vel/Assert.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Gale {
 
@@ -13,17 +14,15 @@ JsonTree::Node& JsonTree::child(Node& of, const Schema::Element& element) {
             return each.element->name == element.name;
         });
     if (found != of.children.rend()) { return *found; }
-    of.children.push_back({&element, {}, {}, {}, !element.keys.empty()});
+    of.children.push_back({&element, {}, {}, {}, {}, !element.keys.empty()});
     return of.children.back();
 }
 
 JsonTree::Node& JsonTree::entry(Node& of, std::string_view wire) {
-    const auto found = std::find_if(of.children.rbegin(),
-                                    of.children.rend(),
-                                    [&](const Node& each) { return each.entry == wire; });
-    if (found != of.children.rend()) { return *found; }
-    of.children.push_back({of.element, std::string{wire}, {}, {}, false});
-    return of.children.back();
+    std::string key{wire};
+    const auto [at, isNew] = of.entryAt.try_emplace(key, of.children.size());
+    if (isNew) { of.children.push_back({of.element, std::move(key), {}, {}, {}, false}); }
+    return of.children[at->second];
 }
 
 void JsonTree::add(std::span<const Step> path, std::string_view value) {
@@ -49,6 +48,7 @@ void JsonTree::close(std::span<const Step> path) {
     VEL_ASSERT(list != nullptr && node == &list->children.back());
     if (!list->text.empty()) { list->text += ','; }
     print(*node, list->element->module, list->text);
+    list->entryAt.erase(node->entry);
     list->children.pop_back();
 }
 

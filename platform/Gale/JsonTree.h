@@ -3,6 +3,8 @@
 #include "platform/Gale/Schema.h"
 #include "platform/Gale/ValueEncoding.h"
 
+#include "absl/container/flat_hash_map.h"
+
 #include <cstddef>
 #include <span>
 #include <string>
@@ -37,6 +39,7 @@ private:
         std::string entry;  // of a list's entry: its PathElem
         std::string text;   // of a leaf: its value; of a list: the closed entries
         std::vector<Node> children;
+        absl::flat_hash_map<std::string, std::size_t> entryAt;  // of a list: its open entries
         bool list = false;
     };
 
