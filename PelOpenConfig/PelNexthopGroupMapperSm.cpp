@@ -28,7 +28,9 @@ NexthopGroupMapperSm::NexthopGroupMapperSm(
     handleInitialized();
 }
 
-NexthopGroupMapperSm::~NexthopGroupMapperSm() = default;
+NexthopGroupMapperSm::~NexthopGroupMapperSm() {
+    nextHopGroupContainer_->pendingAre(nullptr);
+}
 
 void NexthopGroupMapperSm::handleInitialized() {
     TRACE9("Starting");
@@ -41,6 +43,8 @@ void NexthopGroupMapperSm::handleInitialized() {
         onFecReady_ = flattenFecSetReadyStatus_->onFecReady().subscribe(
             this, &NexthopGroupMapperSm::handleFecReady);
     }
+    nextHopGroupContainer_->pendingAre(
+        [this](OcApi::NextHopGroupId id) { return backlogMayDraw(FecId{id.value()}); });
     handleStashReady();
 }
 

@@ -59,7 +59,9 @@ NexthopMapperSm::NexthopMapperSm(
     handleInitialized();
 }
 
-NexthopMapperSm::~NexthopMapperSm() = default;
+NexthopMapperSm::~NexthopMapperSm() {
+    nextHopSet_->pendingAre(nullptr);
+}
 
 void NexthopMapperSm::handleInitialized() {
     TRACE9("Starting");
@@ -72,6 +74,9 @@ void NexthopMapperSm::handleInitialized() {
         onFecReady_ = flattenFecSetReadyStatus_->onFecReady().subscribe(
             this, &NexthopMapperSm::handleFecReady);
     }
+    nextHopSet_->pendingAre([this](OcApi::NextHopIndex index) {
+        return backlogMayDraw(Stash::OcNextHopIndex{index.value()});
+    });
     countersMapDelAll();
     handleStashReady();
 }

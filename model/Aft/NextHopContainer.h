@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,6 +36,11 @@ public:
     /// waits for its entry waits no longer.
     void processedIs(NextHopIndex index) { processed_.publish(index); }
 
+    /// Who writes the entries says which it has still to consider; null: none.
+    void pendingAre(std::function<bool(NextHopIndex)> pending) { pending_ = std::move(pending); }
+    /// The entry is still to be considered: that it is not there says nothing yet.
+    bool pending(NextHopIndex index) const { return pending_ && pending_(index); }
+
     std::size_t size() const { return nextHops_.size(); }
     std::optional<NextHopIndex> nextKey(const std::optional<NextHopIndex>& after) const {
         return nextHops_.nextKey(after);
@@ -45,6 +51,7 @@ public:
 private:
     Vel::Collection<NextHopIndex, Value> nextHops_;
     mutable Vel::Publisher<const NextHopIndex&> processed_;
+    std::function<bool(NextHopIndex)> pending_;
 };
 
 }  // namespace Pel::OcApi

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -31,6 +32,11 @@ public:
     void nextHopGroupDel(NextHopGroupId id) { groups_.erase(id); }
     void nextHopGroupDelAll() { groups_.clear(); }
 
+    /// Who writes the entries says which it has still to consider; null: none.
+    void pendingAre(std::function<bool(NextHopGroupId)> pending) { pending_ = std::move(pending); }
+    /// The entry is still to be considered: that it is not there says nothing yet.
+    bool pending(NextHopGroupId id) const { return pending_ && pending_(id); }
+
     std::size_t size() const { return groups_.size(); }
     std::optional<NextHopGroupId> nextKey(const std::optional<NextHopGroupId>& after) const {
         return groups_.nextKey(after);
@@ -39,6 +45,7 @@ public:
 
 private:
     Vel::Collection<NextHopGroupId, Value> groups_;
+    std::function<bool(NextHopGroupId)> pending_;
 };
 
 }  // namespace Pel::OcApi

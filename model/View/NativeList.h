@@ -73,6 +73,12 @@ public:
         const std::array<std::string_view, 1> keys{id};
         Gale::NotificationWriter{notification}.deletion(NativePaths::kOrigin, deletion_, keys);
     }
+    bool pending(const Gale::EntryKey& key) const override {
+        if constexpr (requires { container_->pending(Id{}); }) {
+            return container_->pending(Id{key.lo});
+        }
+        return false;
+    }
 
 private:
     const Gale::PathTemplate entry_;

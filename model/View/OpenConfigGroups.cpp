@@ -79,4 +79,8 @@ void OpenConfigGroups::encodeDelete(const Gale::EntryKey& key, std::string& noti
     NotificationWriter{notification}.deletion(OpenConfigPaths::kOrigin, paths_->deletion, keys);
 }
 
+bool OpenConfigGroups::pending(const Gale::EntryKey& key) const {
+    return groups_->pending(NextHopGroupId{key.lo});
+}
+
 }  // namespace Pel::OcApi

@@ -224,4 +224,8 @@ void OpenConfigNextHops::encodeDelete(const Gale::EntryKey& key, std::string& no
     NotificationWriter{notification}.deletion(OpenConfigPaths::kOrigin, paths_->deletion, keys);
 }
 
+bool OpenConfigNextHops::pending(const Gale::EntryKey& key) const {
+    return nextHops_->pending(NextHopIndex{key.lo});
+}
+
 }  // namespace Pel::OcApi

@@ -19,6 +19,7 @@ public:
         const std::optional<Gale::EntryKey>& after) const override;
     bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
     void encodeDelete(const Gale::EntryKey& key, std::string& notification) const override;
+    bool pending(const Gale::EntryKey& key) const override;
 
 private:
     struct Paths;

@@ -55,6 +55,8 @@ public:
     virtual bool encode(const EntryKey& key, EncodedEntry& to) = 0;
     /// Appends what a Notification needs besides its stamp to delete the entry.
     virtual void encodeDelete(const EntryKey& key, std::string& notification) const = 0;
+    /// Who fills the collection has yet to consider the entry: that it is missing says nothing.
+    virtual bool pending(const EntryKey& /*key*/) const { return false; }
 
 protected:
     void mark(const EntryKey& key) {

@@ -5,6 +5,7 @@
 #include "platform/Gale/StampClock.h"
 #include "platform/Vel/Assert.h"
 
+#include <algorithm>
 #include <exception>
 #include <set>
 #include <utility>
@@ -112,7 +113,7 @@ bool Provider::drainSome() {
     const Journal::Batch batch{journal_};
     while (Marked* const next = nextMarked()) {
         while (const auto key = next->backlog.draw()) {
-            if (!process(*next->source, *key)) { next->removals.insert(*key); }
+            if (!process(*next->source, *key) && next->removals.insert(*key)) { ++leaving_; }
             if (scheduler_->mustYield()) { return true; }
             // What was just shown may have woken an entry of an earlier lane: not before its turn.
         }
@@ -120,7 +121,8 @@ bool Provider::drainSome() {
     // Whoever referred to what goes has been shown without it, or goes first.
     while (Marked* const last = lastWithRemovals()) {
         const auto key = last->removals.draw();
-        if (key && !process(*last->source, *key)) { remove(*last->source, *key); }
+        --leaving_;
+        if (!process(*last->source, *key)) { removeUnlessNamed(*last->source, *key); }
         if (scheduler_->mustYield()) { return true; }
     }
     return false;
@@ -157,22 +159,69 @@ bool Provider::present(const Reference& entry) const {
     return journal_.find(entry.lane, entry.key) != nullptr;
 }
 
+/// About to be removed, unless it has come back until then.
+bool Provider::leaving(const Reference& entry) const {
+    if (postponed_.contains(entry)) { return true; }
+    const auto& lane = lanes_[index(entry.lane)];
+    return leaving_ > 0 && std::any_of(lane.begin(), lane.end(), [&](const auto& each) {
+               return each->removals.has(entry.key);
+           });
+}
+
+/// Whether there may be more of it than was seen: never looked at, or told anew since.
+bool Provider::mayCome(const Reference& entry) const {
+    const auto& lane = lanes_[index(entry.lane)];
+    return !waiting_.givenUp(entry) || std::any_of(lane.begin(), lane.end(), [&](const auto& each) {
+        return each->source->pending(entry.key);
+    });
+}
+
 /// Whether the encoded entry names one that may still come. References to what is not there are
 /// dropped on the way.
 bool Provider::heldBack(ListSource& source, const EntryKey& key) {
     if (entry_.value) { entry_.references.push_back(view_.referenceOf(*entry_.value)); }
     std::size_t kept = 0;
     for (const Reference& reference : entry_.references) {
-        if (present(reference)) {
+        if (present(reference) && !leaving(reference)) {
             entry_.references[kept++] = reference;
-        } else if (Waiting::awaited(reference.lane) && !waiting_.givenUp(reference)) {
+        } else if (Waiting::awaited(reference.lane) && mayCome(reference)) {
             waiting_.add(reference, {&source, key}, scheduler_->clock().now());
             scheduleRelease();
+            keepNamed({source.lane(), key});
             return true;
         }
     }
     entry_.references.resize(kept);
     return false;
+}
+
+/// The entries that a content names, with f.
+template <class F>
+void Provider::eachNamed(const Content& content, F f) const {
+    if (content.isValue()) {
+        f(view_.referenceOf(content.value()));
+    } else {
+        for (const Reference& reference : content.references()) { f(reference); }
+    }
+}
+
+/// The entry stays shown as it was: what it names has to stay, too.
+void Provider::keepNamed(const Reference& held) {
+    const Content* const shown = journal_.find(held.lane, held.key);
+    if (shown == nullptr || !held_.insert(held).second) { return; }
+    eachNamed(*shown, [this](const Reference& named) { ++stillNamed_[named]; });
+}
+
+/// The entry is about to be shown anew or removed: nobody needs any longer what it named.
+void Provider::releaseNamed(const Reference& held) {
+    if (held_.empty() || held_.erase(held) == 0) { return; }
+    eachNamed(*journal_.find(held.lane, held.key), [this](const Reference& named) {
+        const auto it = stillNamed_.find(named);
+        if (--it->second > 0) { return; }
+        stillNamed_.erase(it);
+        const auto node = postponed_.extract(named);
+        if (!node.empty()) { mark(*node.mapped(), named.key); }
+    });
 }
 
 void Provider::show(ListSource& source, const EntryKey& key) {
@@ -181,23 +230,36 @@ void Provider::show(ListSource& source, const EntryKey& key) {
     const std::int64_t stamp = stamps_.next();
     const Reference self{lane, key};
     const bool isNew = Waiting::awaited(lane) && !present(self);
+    releaseNamed(self);
+    postponed_.erase(self);
     const bool changed = entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp)
                                       : journal_.update(lane,
                                                         key,
                                                         entry_.notification,
                                                         NotificationWriter::kStampBytes,
                                                         entry_.references);
+    // Who waits for a present one saw it leaving.
+    if (Waiting::awaited(lane) && (isNew || waiting_.size() > 0)) { wake(waiting_.appeared(self)); }
     if (!changed) {
         ++statistics_.unchanged;
         return;
     }
     ++statistics_.changed;
     stamps_.used(stamp);
-    if (isNew) { wake(waiting_.appeared(self)); }
+}
+
+void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
+    const Reference self{source.lane(), key};
+    if (stillNamed_.contains(self)) {
+        postponed_[self] = &source;
+    } else {
+        remove(source, key);
+    }
 }
 
 void Provider::remove(ListSource& source, const EntryKey& key) {
     const Reference self{source.lane(), key};
+    releaseNamed(self);
     const std::int64_t stamp = stamps_.next();
     entry_.notification.clear();
     NotificationWriter{entry_.notification}.stamp(stamp);

@@ -34,8 +34,9 @@ struct ProviderStatistics {
 /// Carries a view's entries into its journal: notes which entries changed, and encodes each once,
 /// in slices of a task of the given group, lanes in order of reference.
 ///
-/// An entry that names a missing one is held back (its earlier content stays shown) until the
-/// missing one appears, or was looked at and is not there, or patience is over. The journal's
+/// An entry that names a missing one is held back (its earlier content stays shown, and what that
+/// names) until the missing one appears, or was looked at and is not there, or patience is over. One
+/// that is leaving counts as missing, a look that its source was told after as none. The journal's
 /// references name present entries only. Scheduler's thread.
 class Provider final : public MarkSink {
 public:
@@ -74,6 +75,13 @@ private:
     void show(ListSource& source, const EntryKey& key);
     void remove(ListSource& source, const EntryKey& key);
     bool present(const Reference& entry) const;
+    bool leaving(const Reference& entry) const;
+    template <class F>
+    void eachNamed(const Content& content, F f) const;
+    void keepNamed(const Reference& held);
+    void releaseNamed(const Reference& held);
+    void removeUnlessNamed(ListSource& source, const EntryKey& key);
+    bool mayCome(const Reference& entry) const;
     bool heldBack(ListSource& source, const EntryKey& key);
     void wake(Waiting::Waiters waiters);
     bool release();
@@ -87,8 +95,13 @@ private:
     std::unordered_map<ListSource*, Marked*> bySource_;
     const Kiln::Duration patience_;
     Waiting waiting_;
-    std::function<void()> onFilled_;            // empty: told
-    std::optional<Kiln::TimePoint> firstPass_;  // when it ended
+    std::size_t leaving_ = 0;  // keys in removals
+    // Shown entries whose new content waits: their old one must not name what is gone.
+    absl::flat_hash_set<Reference> held_;
+    absl::flat_hash_map<Reference, std::uint32_t> stillNamed_;  // by how many of them
+    absl::flat_hash_map<Reference, ListSource*> postponed_;     // removals that wait for them
+    std::function<void()> onFilled_;                            // empty: told
+    std::optional<Kiln::TimePoint> firstPass_;                  // when it ended
     ProviderStatistics statistics_;
     EncodedEntry entry_;  // scratch
     Kiln::Task task_;

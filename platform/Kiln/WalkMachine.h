@@ -2,6 +2,7 @@
 
 #include <absl/container/btree_set.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -39,6 +40,16 @@ public:
         sweeps_.push_back({std::move(nextKey), bookmark_, false});
     }
     bool has(const Key& key) const { return keys_.contains(key); }
+    /// Whether the key is still to be drawn: it waits, or a collection's round has not passed it
+    /// yet (whether that collection holds it is not asked).
+    bool mayDraw(const Key& key) const {
+        if (keys_.contains(key)) { return true; }
+        const bool ahead = !bookmark_ || *bookmark_ < key;
+        return std::any_of(sweeps_.begin(), sweeps_.end(), [&](const Sweep& sweep) {
+            const bool inStart = sweep.start && !(*sweep.start < key);
+            return sweep.wrapped ? ahead && inStart : ahead || inStart;
+        });
+    }
     /// Empty of keys and of collections that have not been drawn to their end.
     bool empty() {
         while (!sweeps_.empty() && keys_.empty()) {
@@ -125,6 +136,7 @@ protected:
         : scheduler_{std::move(scheduler)},
           task_{scheduler_, std::move(taskName), priority, [this] { return walk(); }} {}
 
+    bool backlogMayDraw(const Key& key) const { return backlog_.mayDraw(key); }
     void backlogIs(const Key& key) { backlog_.insert(key); }
     void backlogDel(const Key& key) { backlog_.erase(key); }
     void backlogDelAll() { backlog_.clear(); }

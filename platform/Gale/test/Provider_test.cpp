@@ -50,6 +50,132 @@ TEST_P(ProviderTest, AMemberThatWasLookedAtAndIsNotThereHoldsNobody) {
     EXPECT_EQ(statistics().released, 0U);
 }
 
+TEST_P(ProviderTest, ALookFromBeforeAnEntryWasToldAgainIsNoAnswer) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    view->fields.set(5, 7);
+    settle();
+    view->fields.erase(5);
+    view->herds.erase(7);
+    view->beasts.erase(1);
+    settle();
+    ASSERT_EQ(statistics().removed, 3U);
+    view->pendingBeasts = {1};
+    view->pendingHerds = {7};
+    view->fields.set(5, 7);
+    settle();
+    EXPECT_EQ(shown(Lane::prefixes), 0U);
+    view->pendingHerds = {};
+    view->herds.set(7, {{1}});
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U) << "its member is still to be considered";
+    view->pendingBeasts = {};
+    view->beasts.set(1, "blue");
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U);
+    EXPECT_EQ(shown(Lane::prefixes), 1U);
+    EXPECT_EQ(statistics().waiting, 0U);
+}
+
+TEST_P(ProviderTest, AnEntryThatIsLeavingIsNotNamedAnew) {
+    view->herds.set(7, {});
+    settle();
+    view->herds.erase(7);
+    view->pendingHerds = {7};
+    view->fields.set(5, 7);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(shown(Lane::prefixes), 0U);
+    view->pendingHerds = {};
+    view->herds.set(7, {});
+    settle();
+    EXPECT_EQ(shown(Lane::prefixes), 1U);
+    EXPECT_EQ(statistics().waiting, 0U);
+}
+
+TEST_P(ProviderTest, AnEntryThatComesBackBeforeItLeftWakesWhoSawItLeaving) {
+    for (int comesBackAt = 1; comesBackAt <= 8; ++comesBackAt) {
+        view->herds.set(7, {});
+        view->herds.set(8, {});
+        settle();
+        view->herds.erase(7);
+        view->herds.erase(8);
+        view->fields.set(5, 8);
+        int turns = 0;
+        Kiln::Task comeBack{scheduler, "ComeBack", 3, [&] {
+                                if (++turns < comesBackAt) { return true; }
+                                view->herds.set(8, {});
+                                return false;
+                            }};
+        comeBack.schedule();
+        settle();
+        EXPECT_EQ(shown(Lane::groups), 1U) << comesBackAt;
+        EXPECT_EQ(shown(Lane::prefixes), 1U) << comesBackAt;
+        EXPECT_EQ(statistics().waiting, 0U) << comesBackAt;
+        view->fields.erase(5);
+    }
+}
+
+TEST_P(ProviderTest, WhatTheContentOfAHeldBackEntryNamesStays) {
+    view->herds.set(7, {});
+    view->fields.set(5, 7);
+    settle();
+    view->fields.set(5, 8);
+    view->herds.erase(7);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U) << "the field still names it";
+    EXPECT_EQ(channel().journal.find(Lane::prefixes, {0, 0, 5})->value(), 7U);
+    view->herds.set(8, {});
+    settle();
+    EXPECT_EQ(channel().journal.find(Lane::groups, {0, 0, 7}), nullptr);
+    EXPECT_EQ(channel().journal.find(Lane::prefixes, {0, 0, 5})->value(), 8U);
+    EXPECT_EQ(statistics().waiting, 0U);
+}
+
+TEST_P(ProviderTest, WhatStayedForAHeldBackEntryLeavesWhenThatLeaves) {
+    view->herds.set(7, {});
+    view->fields.set(5, 7);
+    view->fields.set(6, 7);
+    settle();
+    view->fields.set(5, 8);
+    view->fields.set(6, 8);
+    view->herds.erase(7);
+    settle();
+    view->fields.erase(5);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U) << "the other field names it, too";
+    view->fields.erase(6);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(shown(Lane::prefixes), 0U);
+}
+
+TEST_P(ProviderTest, WhatStayedForAHeldBackEntryMayComeBack) {
+    view->herds.set(7, {});
+    view->fields.set(5, 7);
+    settle();
+    view->fields.set(5, 8);
+    view->herds.erase(7);
+    settle();
+    view->herds.set(7, {});
+    view->herds.set(8, {});
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 2U);
+    EXPECT_EQ(channel().journal.find(Lane::prefixes, {0, 0, 5})->value(), 8U);
+}
+
+TEST_P(ProviderTest, WhatStayedForAHeldBackEntryLeavesWhenPatienceEnds) {
+    view->herds.set(7, {});
+    view->fields.set(5, 7);
+    settle();
+    view->fields.set(5, 8);
+    view->herds.erase(7);
+    settle();
+    advance(std::chrono::seconds(30));
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(channel().journal.find(Lane::prefixes, {0, 0, 5})->value(), 8U);
+}
+
 TEST_P(ProviderTest, PatienceEnds) {
     view->herds.set(7, {{1}});
     view->fields.set(5, 7);

@@ -19,8 +19,11 @@ template <class Value>
 class Source final : public ListSource {
 public:
     using Encode = std::function<void(std::uint64_t, const Value&, EncodedEntry&)>;
-    Source(Lane lane, const Vel::Collection<std::uint64_t, Value>& from, Encode encode)
-        : ListSource(lane), from_(from), encode_(std::move(encode)) {
+    Source(Lane lane,
+           const Vel::Collection<std::uint64_t, Value>& from,
+           Encode encode,
+           const std::set<std::uint64_t>* pendingKeys = nullptr)
+        : ListSource(lane), from_(from), encode_(std::move(encode)), pending_(pendingKeys) {
         onKey_ = from_.onKey().subscribe([this](const std::uint64_t& key) { mark({0, 0, key}); });
     }
     std::optional<EntryKey> nextKey(const std::optional<EntryKey>& after) const override {
@@ -40,10 +43,14 @@ public:
         NotificationWriter{notification}.deletion(
             kOrigin, PathTemplate{kPaths[index(lane())]}, keys);
     }
+    bool pending(const EntryKey& key) const override {
+        return pending_ != nullptr && pending_->contains(key.lo);
+    }
 
 private:
     const Vel::Collection<std::uint64_t, Value>& from_;
     const Encode encode_;
+    const std::set<std::uint64_t>* const pending_;
     Vel::Subscription onKey_;
 };
 
@@ -123,7 +130,9 @@ void TestView::encodeValue(Lane lane,
 
 void TestView::attach(SourceSink sink) {
     sink(std::make_unique<Source<std::string>>(
-        Lane::nextHops, beasts, [this](std::uint64_t number, const auto& colour, auto& to) {
+        Lane::nextHops,
+        beasts,
+        [this](std::uint64_t number, const auto& colour, auto& to) {
             if (encoderFails > 0) {
                 --encoderFails;
                 throw std::runtime_error{"beast is asleep"};
@@ -136,9 +145,12 @@ void TestView::attach(SourceSink sink) {
                 writer.leaf(PathTemplate{"state/colour"}, {}, std::string_view{colour});
             }
             writer.atomic();
-        }));
+        },
+        &pendingBeasts));
     sink(std::make_unique<Source<Herd>>(
-        Lane::groups, herds, [](std::uint64_t number, const Herd& herd, auto& to) {
+        Lane::groups,
+        herds,
+        [](std::uint64_t number, const Herd& herd, auto& to) {
             NotificationWriter writer{to.notification};
             begin(writer, Lane::groups, number);
             writer.leaf(PathTemplate{"id"}, {}, number);
@@ -149,7 +161,8 @@ void TestView::attach(SourceSink sink) {
                 to.references.push_back({Lane::nextHops, {0, 0, member}});
             }
             writer.atomic();
-        }));
+        },
+        &pendingHerds));
     sink(std::make_unique<Source<std::uint64_t>>(
         Lane::prefixes, fields, [](std::uint64_t /*number*/, std::uint64_t herd, auto& to) {
             to.value = herd;

@@ -6,6 +6,7 @@
 #include "platform/Vel/Collection.h"
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,7 @@ public:
     Vel::Collection<std::uint64_t, std::string> beasts;  // colour
     Vel::Collection<std::uint64_t, Herd> herds;
     Vel::Collection<std::uint64_t, std::uint64_t> fields;  // herd
+    std::set<std::uint64_t> pendingBeasts, pendingHerds;   // told, not yet considered
     int encoderFails = 0;  ///< so many next encodings of a beast throw
 
     const std::vector<ModelData>& models() const override;

@@ -151,6 +151,29 @@ TEST_P(WalkTest, ACollectionMayChangeUnderTheWalk) {
     EXPECT_EQ(walker_->seen, (std::vector<int>{10, 20, 25, 30, 5}));
 }
 
+TEST(BacklogTest, AKeyMayBeDrawnWhileItWaitsOrARoundHasNotPassedIt) {
+    Vel::Collection<int, int> all;
+    for (const int key : {2, 4, 6}) { all.set(key, 0); }
+    Kiln::Backlog<int> sut;
+    EXPECT_FALSE(sut.mayDraw(3));
+    sut.insert(3);
+    EXPECT_TRUE(sut.mayDraw(3));
+    EXPECT_EQ(sut.draw(), 3);
+    EXPECT_FALSE(sut.mayDraw(3));
+    sut.addAll([&all](const std::optional<int>& after) { return all.nextKey(after); });
+    EXPECT_TRUE(sut.mayDraw(4)) << "ahead of the bookmark";
+    EXPECT_TRUE(sut.mayDraw(2)) << "behind it, and the round comes back";
+    EXPECT_EQ(sut.draw(), 4);
+    EXPECT_FALSE(sut.mayDraw(4));
+    EXPECT_EQ(sut.draw(), 6);
+    EXPECT_TRUE(sut.mayDraw(2));
+    EXPECT_EQ(sut.draw(), 2);
+    EXPECT_FALSE(sut.mayDraw(2));
+    EXPECT_FALSE(sut.mayDraw(6)) << "its round ended where it began";
+    EXPECT_EQ(sut.draw(), std::nullopt);
+    EXPECT_FALSE(sut.mayDraw(3));
+}
+
 TEST_P(WalkTest, WhatAnElementThrowsIsItsOwnAndTheWalkFinishes) {
     const TestSupport::TraceCapture trace;
     walker_->process = [](int key) {
