@@ -92,8 +92,9 @@ function(pel_group group name)
 endfunction()
 
 # pel_test(NAME SOURCES a_test.cpp ... DEPS targets ... [LABELS labels ...]): one test binary, one ctest entry.
-# Labels with a meaning: `threads` also runs under the thread sanitizer; `scale` runs in a release build only, at
-# TestSupport::scale() entries.
+# Labels with a meaning: `threads` also runs under the thread sanitizer (not what uses protobuf: under that sanitizer its
+# headers lay out maps differently from its library); `scale` runs in a release build only, at TestSupport::scale()
+# entries.
 function(pel_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
   set(timeout 1200)  # for the slowest machine: a test that fails by time fails for nothing
