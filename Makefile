@@ -5,6 +5,7 @@
 # make scale  the tests labelled `scale`, which .ci/run runs at 100,000 entries, at SCALE of them
 # make soak   the real processes under churn for two minutes, with slow clients and without (test/soak)
 #             ARGS are handed to pel-soak: make soak ARGS="--seconds 30"
+# make bench-report  measures the whole export and writes docs/performance.md (bench/README.md)
 # make fuzz   runs each fuzz target for TIME seconds; TARGETS names some of them
 #
 # All work from any earlier state, as root or with sudo for what is to be installed. On a machine without
@@ -15,7 +16,7 @@ SCALE ?= 1000000
 TIME ?= 1200
 TARGETS ?=
 
-.PHONY: run build test scale soak fuzz install-run install-test clean
+.PHONY: run build test scale soak fuzz install-run install-test clean bench-report
 
 run: build
 	exec build/release/bin/pel up $(ARGS)
@@ -31,6 +32,9 @@ test: install-test
 	cmake --build --preset dev
 	rm -rf build/dev/results
 	ctest --preset dev
+
+bench-report: install-test
+	bench/report $(ARGS)
 
 scale: install-test
 	@$(call configure,release)

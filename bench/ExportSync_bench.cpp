@@ -1,5 +1,5 @@
 // From a filled store to a client that has everything: the agent is started on the store, the client
-// asks until the whole AFT has come. Beside it the same answer from an agent that has exported all
+// streams until the whole AFT has come. Beside it the same answer from an agent that has exported all
 // (walks and encoding apart), and the limit: the same bytes, ready in memory, over the same wire.
 
 #include <benchmark/benchmark.h>
@@ -34,8 +34,8 @@ const std::filesystem::path& filledRoot(std::uint64_t nextHops) {
 }
 
 struct Export {
-    double toFull = 0;        // host started until an answer held everything
-    Bench::RawReply settled;  // one more ONCE after that
+    double toFull = 0;        // host started until the client had everything
+    Bench::RawReply settled;  // a ONCE after that
     double longestSliceMs = 0;
 };
 

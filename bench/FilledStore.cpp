@@ -40,7 +40,7 @@ void commit(Store::Writer& writer) {
     }
 }
 
-std::string nextHopContent(std::uint64_t i) {
+std::string nextHopContent(std::uint64_t i, std::uint16_t version = 0x0200) {
     Pel::Stash::FlattenFecNextHop nextHop;
     nextHop.interface = Nexo::IntfId{"eth" + std::to_string(i % 64)};
     nextHop.address =
@@ -48,8 +48,8 @@ std::string nextHopContent(std::uint64_t i) {
                                                     static_cast<std::uint8_t>(i >> 16U),
                                                     static_cast<std::uint8_t>(i >> 8U),
                                                     static_cast<std::uint8_t>(i)}};
-    nextHop.mac = Nexo::EthAddr{{2,
-                                 0,
+    nextHop.mac = Nexo::EthAddr{{static_cast<std::uint8_t>(version >> 8U),
+                                 static_cast<std::uint8_t>(version),
                                  static_cast<std::uint8_t>(i >> 24U),
                                  static_cast<std::uint8_t>(i >> 16U),
                                  static_cast<std::uint8_t>(i >> 8U),
@@ -57,20 +57,28 @@ std::string nextHopContent(std::uint64_t i) {
     return Pel::Stash::RecordCodec<Pel::Stash::FlattenFecNextHop>::encode(nextHop);
 }
 
+using NextHops = Pel::Stash::CollectionPublisher<OcNextHopIndex, Pel::FlattenNextHopEntry>;
+
+void publishNextHop(NextHops& to, std::uint64_t i, const std::string& content) {
+    const OcNextHopIndex index{i};
+    const std::uint64_t fec = 1 + (i - 1) / kMembers;
+    const auto slot = static_cast<std::uint32_t>((i - 1) % kMembers);
+    to.set(
+        index, {index, Pel::NexthopGroupId{fec}, Pel::NexthopGroupEntryIndex{slot}, {}}, content);
+}
+
+std::string nextHopPath() {
+    return std::string{FlattenFecSet::kPath} + "/nextHop";
+}
+
 void publishState(Store::Writer& writer, std::uint64_t nextHops) {
     Pel::Stash::ContentPublisher contents{writer};
     const std::string path = FlattenFecSet::kPath;
-    Pel::Stash::CollectionPublisher<OcNextHopIndex, Pel::FlattenNextHopEntry> hops{
-        writer, contents, path + "/nextHop", FlattenFecSet::kNextHopType};
+    NextHops hops{writer, contents, nextHopPath(), FlattenFecSet::kNextHopType};
     Pel::Stash::CollectionPublisher<FecId, Pel::FlattenFecEntry> fecs{
         writer, contents, path + "/fec", FlattenFecSet::kFecType};
     for (std::uint64_t i = 1; i <= nextHops; ++i) {
-        const OcNextHopIndex index{i};
-        const std::uint64_t fec = 1 + (i - 1) / kMembers;
-        const auto slot = static_cast<std::uint32_t>((i - 1) % kMembers);
-        hops.set(index,
-                 {index, Pel::NexthopGroupId{fec}, Pel::NexthopGroupEntryIndex{slot}, {}},
-                 nextHopContent(i));
+        publishNextHop(hops, i, nextHopContent(i));
         if (i % kEntriesPerTransaction == 0) { commit(writer); }
     }
     for (std::uint64_t id = 1; id <= nextHops / kMembers; ++id) {
@@ -105,6 +113,31 @@ void fillStore(const std::filesystem::path& root, std::uint64_t nextHops) {
                            Tolo::Config::kType,
                            Mesa::RecordCodec<Tolo::ConfigRecord>::encode({true}));
     commit(*writer);
+}
+
+struct NextHopChanger::Impl {
+    explicit Impl(const std::filesystem::path& stateDirectory)
+        : writer{openWriter(stateDirectory)} {}
+    std::unique_ptr<Store::Writer> writer;
+    Pel::Stash::ContentPublisher contents{*writer};
+    NextHops hops{*writer, contents, nextHopPath(), FlattenFecSet::kNextHopType};
+    std::uint16_t version = 0x0200;
+};
+
+NextHopChanger::NextHopChanger(const std::filesystem::path& root, std::uint64_t /*nextHops*/) {
+    AgentHost::HostConfig config;
+    config.root = root;
+    impl_ = std::make_unique<Impl>(config.stateDirectory());
+}
+
+NextHopChanger::~NextHopChanger() = default;
+
+void NextHopChanger::prepare(std::uint64_t index) {
+    publishNextHop(impl_->hops, index, nextHopContent(index, ++impl_->version));
+}
+
+void NextHopChanger::commit() {
+    Bench::commit(*impl_->writer);
 }
 
 }  // namespace Bench

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 
 namespace Bench {
 
@@ -13,5 +14,21 @@ void fillStore(const std::filesystem::path& root, std::uint64_t nextHops);
 constexpr std::uint64_t entriesOf(std::uint64_t nextHops) {
     return nextHops + nextHops / 4;
 }
+
+/// Changes next hops of such a store, one at a time.
+class NextHopChanger {
+public:
+    NextHopChanger(const std::filesystem::path& root, std::uint64_t nextHops);
+    NextHopChanger(const NextHopChanger&) = delete;
+    NextHopChanger& operator=(const NextHopChanger&) = delete;
+    ~NextHopChanger();
+    /// Gives next hop `index` (1 to `nextHops`) a MAC address that it never had.
+    void prepare(std::uint64_t index);
+    void commit();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
 
 }  // namespace Bench

@@ -4,57 +4,24 @@
 
 #include <chrono>
 #include <cstring>
-#include <memory>
 #include <span>
 #include <stdexcept>
-#include <thread>
+#include <string_view>
 
+#include "bench/RawClient.h"
 #include "platform/Gale/Wire/Server.h"
-#include "platform/Gale/Wire/test/WireClient.h"
-#include "proto/gnmi.pb.h"
 
 namespace Bench {
 namespace {
 
+using Gale::Wire::Fill;
 using Gale::Wire::kPrefixBytes;
-
-std::string subscribeRequest() {
-    gnmi::SubscribeRequest request;
-    request.mutable_subscribe()->set_mode(gnmi::SubscriptionList::ONCE);
-    request.mutable_subscribe()->set_encoding(gnmi::PROTO);
-    auto* path = request.mutable_subscribe()->add_subscription()->mutable_path();
-    path->add_elem()->set_name("network-instances");
-    return request.SerializeAsString();
-}
+using Clock = std::chrono::steady_clock;
 
 std::size_t messageSize(std::string_view at) {
     std::uint32_t length = 0;
     std::memcpy(&length, at.data() + 1, sizeof length);
     return kPrefixBytes + ntohl(length);
-}
-
-std::uint64_t countMessages(std::string_view bytes) {
-    std::uint64_t count = 0;
-    while (bytes.size() >= kPrefixBytes && bytes.size() >= messageSize(bytes)) {
-        bytes.remove_prefix(messageSize(bytes));
-        ++count;
-    }
-    return count;
-}
-
-RawReply call(std::uint16_t port, const std::string& path, const std::string& request) {
-    Gale::Wire::WireClient client{port, true, {{4, 0x7FFFFFFF}}};
-    const auto begun = std::chrono::steady_clock::now();
-    const std::uint32_t stream = client.unary(path, request);
-    auto& reply = client.reply(stream);
-    while (!reply.ended && client.pump()) { std::this_thread::yield(); }
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
-    if (!reply.ended || reply.status() != "0") {
-        throw std::runtime_error{"call ended with status " + reply.status()};
-    }
-    RawReply result{std::move(reply.data), 0, taken.count()};
-    result.messages = countMessages(result.bytes);
-    return result;
 }
 
 /// Streams prepared messages, whole ones, as many as fit.
@@ -64,7 +31,7 @@ public:
     void onMessage(std::span<const std::byte> /*message*/) override {}
     void onHalfClose() override {}
     void onCancelled(const Gale::Wire::Status& /*why*/) override {}
-    Gale::Wire::Fill fill(std::span<std::byte> out) override {
+    Fill fill(std::span<std::byte> out) override {
         std::size_t whole = 0;
         while (whole < left_.size()) {
             const std::size_t next = messageSize(left_.substr(whole));
@@ -73,41 +40,61 @@ public:
         }
         std::memcpy(out.data(), left_.data(), whole);
         left_.remove_prefix(whole);
-        if (left_.empty()) { return Gale::Wire::Fill::finished(whole, {}); }
-        return Gale::Wire::Fill::more(whole, messageSize(left_));
+        return left_.empty() ? Fill::finished(whole, {}) : Fill::more(whole, messageSize(left_));
     }
 
 private:
     std::string_view left_;
 };
 
+RawReply call(std::uint16_t port, Mode mode, std::uint64_t entries) {
+    const auto begun = Clock::now();
+    RawClient client{port, kSubscribe, subscribeRequest(mode)};
+    if (mode == Mode::once) { client.keepBytes(); }
+    const auto updates = [&] { return client.messages() - client.syncs(); };
+    while ((mode == Mode::once || updates() < entries) && client.read()) {}
+    const std::chrono::duration<double> taken = Clock::now() - begun;
+    if (updates() < entries || (mode == Mode::once && client.syncs() != 1)) {
+        throw std::runtime_error{"the call ended after " + std::to_string(updates()) + " updates"};
+    }
+    return {std::move(client.bytes()), updates(), taken.count()};
+}
+
 }  // namespace
 
 RawReply subscribeOnce(std::uint16_t port) {
-    return call(port, "/gnmi.gNMI/Subscribe", subscribeRequest());
+    return call(port, Mode::once, 0);
 }
 
 RawReply subscribeUntil(std::uint16_t port, std::uint64_t entries) {
-    while (true) {
-        RawReply reply = subscribeOnce(port);
-        if (reply.messages >= entries) { return reply; }
-        std::this_thread::sleep_for(std::chrono::milliseconds{2});
-    }
+    return call(port, Mode::stream, entries);
 }
 
-RawReply replay(const RawReply& of) {
-    const Kiln::SteadyClock clock;
-    Gale::Wire::Options options;
-    options.port = 0;
-    Gale::Wire::Server server{options, clock};
-    server.router().add("/bench.B/Replay", Gale::Wire::MethodKind::Bidi, [&of](auto& made) {
-        return std::make_unique<Replay>(made, of.bytes);
+struct ReplayServer::Impl {
+    Kiln::SteadyClock clock;
+    Gale::Wire::Server server{{}, clock};
+};
+
+ReplayServer::ReplayServer(const std::string& bytes) : impl_{std::make_unique<Impl>()} {
+    Gale::Wire::Server& server = impl_->server;
+    server.router().add(kSubscribe, Gale::Wire::MethodKind::Bidi, [&bytes](auto& made) {
+        return std::make_unique<Replay>(made, bytes);
     });
     if (const auto error = server.listen()) { throw std::runtime_error{*error}; }
     server.start();
-    RawReply reply = call(server.port(), "/bench.B/Replay", "");
-    server.stop(Kiln::Duration::zero());
-    return reply;
+}
+
+ReplayServer::~ReplayServer() {
+    impl_->server.stop(Kiln::Duration::zero());
+}
+
+std::uint16_t ReplayServer::port() const {
+    return impl_->server.port();
+}
+
+RawReply replay(const RawReply& of) {
+    const ReplayServer server{of.bytes};
+    return subscribeOnce(server.port());
 }
 
 }  // namespace Bench

@@ -2,20 +2,29 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <cstdlib>
 #include <map>
 #include <memory>
+#include <sstream>
+#include <string>
 
+#include "PelOpenConfig/PelNexthopGroupMapperSm.h"
 #include "PelOpenConfig/PelNexthopMapperSm.h"
+#include "model/Fec/FlattenFec.h"
 #include "model/Fec/FlattenFecNextHop.h"
 #include "model/Registration.h"
 #include "platform/Stash/Publisher.h"
 #include "platform/Stash/Set.h"
 #include "test/support/TempDir.h"
 
-// What the walk of the next hops costs per element, beside a limit of the same run: reading the
-// same records from the store in key order and putting what was read into a sorted map.
+// What the walks of the next hops and of the groups (a quarter as many, of four members each) cost per
+// element, beside a limit of the same run: reading the next hops' records from the store in key order
+// and putting what was read into a sorted map. PEL_BENCH_SIZES="10000,1000000" sets the numbers of next
+// hops.
 namespace Pel::Oc {
 namespace {
+
+constexpr std::uint64_t kMembers = 4;
 
 class Export {
 public:
@@ -69,6 +78,17 @@ private:
                          Stash::RecordCodec<Stash::FlattenFecNextHop>::encode(nextHop));
             if (i % 128 == 0) { (void)writer_->commit(); }
         }
+        for (std::uint64_t id = 1; id <= count / kMembers; ++id) {
+            Stash::FlattenFec fec;
+            for (std::uint64_t member = 0; member < kMembers; ++member) {
+                fec.nextHopIs({Stash::OcNextHopIndex{(id - 1) * kMembers + member + 1}, 1});
+            }
+            FlattenFecEntry entry;
+            entry.topFec = true;
+            entry.programmedId = id;
+            fecs.set(FecId{id}, entry, Stash::RecordCodec<Stash::FlattenFec>::encode(fec));
+            if (id % 128 == 0) { (void)writer_->commit(); }
+        }
         (void)writer_->commit();
     }
     TestSupport::TempDir directory_;
@@ -82,6 +102,13 @@ Export& exportOf(std::int64_t count) {
     std::unique_ptr<Export>& place = all[count];
     if (!place) { place = std::make_unique<Export>(count); }
     return *place;
+}
+
+void sizes(benchmark::internal::Benchmark* bench) {
+    const char* const wanted = std::getenv("PEL_BENCH_SIZES");
+    std::istringstream list{wanted != nullptr ? wanted : "10000,100000"};
+    for (std::string size; std::getline(list, size, ',');) { bench->Arg(std::stoll(size)); }
+    bench->Unit(benchmark::kMillisecond);
 }
 
 /// From stash-ready to the last entry written, all slices included.
@@ -112,7 +139,29 @@ void BM_NexthopMapperSm_Walk(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_NexthopMapperSm_Walk)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_NexthopMapperSm_Walk)->Apply(sizes);
+
+void BM_NexthopGroupMapperSm_Walk(benchmark::State& state) {
+    Export& from = exportOf(state.range(0));
+    const std::int64_t count = state.range(0) / static_cast<std::int64_t>(kMembers);
+    for (auto _ : state) {
+        const auto groups = Vel::make<OcApi::NextHopGroupContainer>("nextHopGroups");
+        const auto sut =
+            nexthopGroupMapperSmFactory(from.scheduler,
+                                        from.mountGroup,
+                                        from.set,
+                                        Vel::make<FlattenFecSetReadyStatus>("fecReadyStatus"),
+                                        groups,
+                                        Vel::make<FecReadyTrackingState>(),
+                                        from.context);
+        from.scheduler->runUntilIdle();
+        if (groups->size() != static_cast<std::size_t>(count)) {
+            state.SkipWithError("not all groups were mapped");
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * count);
+}
+BENCHMARK(BM_NexthopGroupMapperSm_Walk)->Apply(sizes);
 
 /// The limit: entry and record of each key, unread, into a sorted map.
 void BM_Store_ReadInKeyOrderAndInsert(benchmark::State& state) {
@@ -130,10 +179,7 @@ void BM_Store_ReadInKeyOrderAndInsert(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_Store_ReadInKeyOrderAndInsert)
-    ->Arg(10'000)
-    ->Arg(100'000)
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Store_ReadInKeyOrderAndInsert)->Apply(sizes);
 
 }  // namespace
 }  // namespace Pel::Oc

@@ -176,6 +176,7 @@ void TaskScheduler::drainPosted() {
 
 void TaskScheduler::react(const std::function<void()>& reaction) {
     ++activity_;
+    policy_->sliceBegun(clock_);
     guarded("reaction", reaction);
     endSlice();
 }
@@ -220,6 +221,10 @@ Vel::Ref<TaskGroup> TaskScheduler::taskGroupIs(const std::string& name,
     Vel::Ref<TaskGroup>& group = groups_[name];
     if (!group) { group = Vel::make<TaskGroup>(name, priority, enforcement); }
     return group;
+}
+
+std::string TaskScheduler::runningTask() const {
+    return current_ != nullptr ? current_->statistics.name : std::string{};
 }
 
 std::vector<TaskStatistics> TaskScheduler::tasks() const {

@@ -71,6 +71,8 @@ public:
                                     TaskPriority priority,
                                     int enforcement);
     const Clock& clock() const { return clock_; }
+    /// Name of the task that runs now; empty in a reaction and between slices.
+    std::string runningTask() const;
     /// Statistics of all tasks alive, in order of creation.
     std::vector<TaskStatistics> tasks() const;
 
