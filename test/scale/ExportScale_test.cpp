@@ -30,7 +30,8 @@ Forwarder::GeneratorOptions wholeScale() {
     return {TestSupport::scale(), TestSupport::scale() / 4, TestSupport::scale() / 4, 0, 1};
 }
 
-/// Agent and client on the test's thread, by turns. Waits have no bound but the test's own.
+/// Agent and client on the test's thread, by turns; a task of the agent's scheduler keeps the client
+/// talking while the agent works, so that it is never taken for dead. Waits have no bound but the test's own.
 class ExportScale : public testing::Test {
 protected:
     void SetUp() override {
@@ -50,6 +51,12 @@ protected:
             std::make_unique<AgentHost::Host>(config, clock, std::make_unique<Kiln::YieldByTime>());
         ASSERT_EQ(host->open(), "");
         ASSERT_EQ(host->start(agentFactory), "");
+        talk = std::make_unique<Kiln::Task>(host->scheduler(), "Client", 1, [this] {
+            if (client) { (void)client->pump(); }
+            talk->scheduleAfter(std::chrono::milliseconds{5});
+            return false;
+        });
+        talk->schedule();
         while (host->agent()->gnmiPort() == 0) { host->scheduler()->runUntilIdle(); }
         constexpr std::uint16_t kInitialWindow = 4;
         client = std::make_unique<Gale::Wire::WireClient>(
@@ -62,6 +69,7 @@ protected:
         client->send(stream, request.SerializeAsString());
     }
     void TearDown() override {
+        talk.reset();
         if (host) { host->stop(); }
     }
 
@@ -130,6 +138,7 @@ protected:
     Kiln::SteadyClock clock;
     Entries wanted;
     std::unique_ptr<AgentHost::Host> host;
+    std::unique_ptr<Kiln::Task> talk;
     std::unique_ptr<Gale::Wire::WireClient> client;
     std::uint32_t stream = 0;
     Collector collector;
