@@ -4,6 +4,7 @@
 
 #include "PelOpenConfig/PelOpenConfigDestash.h"
 #include "platform/Blink/Trace.h"
+#include "platform/Kiln/FreeInSlices.h"
 #include "platform/Stash/Set.h"
 
 BLINK_TRACE_HANDLE("PelNexthopGroupMapperSm");
@@ -124,7 +125,7 @@ OcApi::NextHopGroup NexthopGroupMapperSm::build(FecId fecId,
 
 void NexthopGroupMapperSm::handleCleanup() {
     TRACE9("Cleanup");
-    nextHopGroupContainer_->nextHopGroupDelAll();
+    Kiln::freeInSlices(scheduler(), nextHopGroupContainer_->nextHopGroupDelAll());
 }
 
 }  // namespace Pel::Oc

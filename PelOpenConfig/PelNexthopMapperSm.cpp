@@ -4,6 +4,7 @@
 
 #include "PelOpenConfig/PelOpenConfigDestash.h"
 #include "platform/Blink/Trace.h"
+#include "platform/Kiln/FreeInSlices.h"
 #include "platform/Stash/Set.h"
 #include "platform/Toggle/Toggle.h"
 
@@ -178,7 +179,7 @@ bool NexthopMapperSm::networkInstance(Vrf::VrfId vrfId, Nexo::InternedName& to) 
 
 void NexthopMapperSm::handleCleanup() {
     TRACE9("Cleanup");
-    nextHopSet_->nextHopDelAll();
+    Kiln::freeInSlices(scheduler(), nextHopSet_->nextHopDelAll());
     countersMapDelAll();
 }
 

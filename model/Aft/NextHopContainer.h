@@ -31,7 +31,8 @@ public:
     }
     /// Harmless when there is none.
     void nextHopDel(NextHopIndex index) { nextHops_.erase(index); }
-    void nextHopDelAll() { nextHops_.clear(); }
+    /// Answers what was there, for who has a million entries to free.
+    auto nextHopDelAll() { return nextHops_.clear(); }
     /// Tells that this next hop has been considered and that nothing changed, so that whatever
     /// waits for its entry waits no longer.
     void processedIs(NextHopIndex index) { processed_.publish(index); }
@@ -46,6 +47,10 @@ public:
         return nextHops_.nextKey(after);
     }
     Vel::Publisher<const NextHopIndex&>& onNextHop() const { return nextHops_.onKey(); }
+    /// The same, but null when all have gone at once.
+    Vel::Publisher<const NextHopIndex*>& onNextHopOrClear() const {
+        return nextHops_.onKeyOrClear();
+    }
     Vel::Publisher<const NextHopIndex&>& onProcessed() const { return processed_; }
 
 private:

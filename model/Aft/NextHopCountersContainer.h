@@ -37,6 +37,10 @@ public:
         return counters_.nextKey(after);
     }
     Vel::Publisher<const NextHopIndex&>& onNextHopCounter() const { return counters_.onKey(); }
+    /// The same, but null when all have gone at once.
+    Vel::Publisher<const NextHopIndex*>& onNextHopCounterOrClear() const {
+        return counters_.onKeyOrClear();
+    }
 
 private:
     Vel::Collection<NextHopIndex, NextHopCounter> counters_;

@@ -30,7 +30,8 @@ public:
     }
     /// Harmless when there is none.
     void nextHopGroupDel(NextHopGroupId id) { groups_.erase(id); }
-    void nextHopGroupDelAll() { groups_.clear(); }
+    /// Answers what was there, for who has a million entries to free.
+    auto nextHopGroupDelAll() { return groups_.clear(); }
 
     /// Who writes the entries says which it has still to consider; null: none.
     void pendingAre(std::function<bool(NextHopGroupId)> pending) { pending_ = std::move(pending); }
@@ -42,6 +43,10 @@ public:
         return groups_.nextKey(after);
     }
     Vel::Publisher<const NextHopGroupId&>& onNextHopGroup() const { return groups_.onKey(); }
+    /// The same, but null when all have gone at once.
+    Vel::Publisher<const NextHopGroupId*>& onNextHopGroupOrClear() const {
+        return groups_.onKeyOrClear();
+    }
 
 private:
     Vel::Collection<NextHopGroupId, Value> groups_;

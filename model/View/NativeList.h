@@ -21,6 +21,7 @@ template <class Container, class Record, class Id>
 class NativeList final : public Gale::ListSource {
 public:
     using Find = const Record* (Container::*)(Id) const;
+    using OnKeyOrClear = Vel::Publisher<const Id*>& (Container::*)() const;
     using OnKey = Vel::Publisher<const Id&>& (Container::*)() const;
 
     /// `leaves` outlive this object. `onProcessed`, if there is one: the record was looked at and
@@ -30,7 +31,7 @@ public:
                const NativeLeaves<Record>& leaves,
                Vel::Ref<Container> container,
                Find find,
-               OnKey onKey,
+               OnKeyOrClear onKeyOrClear,
                OnKey onProcessed = nullptr)
         : ListSource{lane},
           entry_{path, NativePaths::kOrigin},
@@ -39,7 +40,8 @@ public:
           container_{std::move(container)},
           find_{find} {
         const auto markId = [this](const Id& id) { mark(OpenConfigKeys::ofNumber(id.value())); };
-        onKey_ = ((*container_).*onKey)().subscribe(markId);
+        onKeyOrClear_ = ((*container_).*onKeyOrClear)().subscribe(
+            [this, markId](const Id* id) { id != nullptr ? markId(*id) : markHeld(); });
         if (onProcessed != nullptr) {
             onProcessed_ = ((*container_).*onProcessed)().subscribe(markId);
         }
@@ -86,7 +88,7 @@ private:
     const NativeLeaves<Record>& leaves_;
     const Vel::Ref<Container> container_;
     const Find find_;
-    Vel::Subscription onKey_;
+    Vel::Subscription onKeyOrClear_;
     Vel::Subscription onProcessed_;
 };
 

@@ -170,7 +170,7 @@ void NativeView::attachAft() {
             nextHop_,
             std::move(nextHops),
             &NextHopContainer::nextHop,
-            &NextHopContainer::onNextHop,
+            &NextHopContainer::onNextHopOrClear,
             &NextHopContainer::onProcessed));
     }
     groups_ = aft->nextHopGroups();
@@ -181,7 +181,7 @@ void NativeView::attachAft() {
             group_,
             groups_,
             &NextHopGroupContainer::nextHopGroup,
-            &NextHopGroupContainer::onNextHopGroup));
+            &NextHopGroupContainer::onNextHopGroupOrClear));
     }
     if (auto counters = aft->nextHopCounters()) {
         sink_(std::make_unique<NativeList<NextHopCountersContainer, NextHopCounter, NextHopIndex>>(
@@ -190,7 +190,7 @@ void NativeView::attachAft() {
             counter_,
             std::move(counters),
             &NextHopCountersContainer::nextHopCounter,
-            &NextHopCountersContainer::onNextHopCounter));
+            &NextHopCountersContainer::onNextHopCounterOrClear));
     }
     if (auto fibReady = aft->fibReady()) {
         sink_(std::make_unique<NativeFibReady>(std::move(fibReady), fibReady_));

@@ -31,8 +31,9 @@ OpenConfigGroups::OpenConfigGroups(Vel::Ref<NextHopGroupContainer> groups,
       groups_{std::move(groups)},
       instances_{instances},
       paths_{std::make_unique<Paths>()} {
-    onGroup_ = groups_->onNextHopGroup().subscribe(
-        [this](const NextHopGroupId& id) { mark(OpenConfigKeys::ofNumber(id.value())); });
+    onGroup_ = groups_->onNextHopGroupOrClear().subscribe([this](const NextHopGroupId* id) {
+        id != nullptr ? mark(OpenConfigKeys::ofNumber(id->value())) : markHeld();
+    });
 }
 
 OpenConfigGroups::~OpenConfigGroups() = default;

@@ -175,7 +175,10 @@ OpenConfigNextHops::OpenConfigNextHops(Vel::Ref<NextHopContainer> nextHops,
     const auto markIndex = [this](const NextHopIndex& index) {
         mark(OpenConfigKeys::ofNumber(index.value()));
     };
-    onNextHop_ = nextHops_->onNextHop().subscribe(markIndex);
+    onNextHop_ =
+        nextHops_->onNextHopOrClear().subscribe([this, markIndex](const NextHopIndex* index) {
+            index != nullptr ? markIndex(*index) : markHeld();
+        });
     onProcessed_ = nextHops_->onProcessed().subscribe(markIndex);
 }
 

@@ -19,8 +19,8 @@ OpenConfigRouteTable::OpenConfigRouteTable(Vel::Ref<Table> table,
       groups_{std::move(groups)},
       shown_{!groups_ || groups_->size() > 0} {
     if (groups_) {
-        onGroup_ = groups_->onNextHopGroup().subscribe(
-            [this](const NextHopGroupId& /*id*/) { handleGroup(); });
+        onGroup_ = groups_->onNextHopGroupOrClear().subscribe(
+            [this](const NextHopGroupId* /*id*/) { handleGroup(); });
     }
     onKey_ = table_->onKey().subscribe([this](const Nexo::IpPrefix& prefix) {
         mark(OpenConfigKeys::ofPrefix(instance_, prefix));

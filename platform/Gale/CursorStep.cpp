@@ -95,6 +95,9 @@ void Cursor::Step::walkPast(const EntryKey& key) {
 }
 
 bool Cursor::Step::unsentInWalk(const Reference& of) const {
+    // The usual case, without looking for the entry.
+    const bool bornBefore = journal_.lane(of.lane).lastBorn <= at_.target;
+    if (bornBefore && at_.walked(of.lane, of.key)) { return false; }
     const JournalEntry* there = entry(of);
     if (there == nullptr || !shown(of.lane, of.key) || at_.sentAhead(of, there->born)) {
         return false;

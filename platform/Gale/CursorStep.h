@@ -53,7 +53,7 @@ private:
     std::size_t count_ = 0;
     std::ptrdiff_t budget_ = kSteps;
     bool inSequence_ = false;  // the log's next() is the record after the last one passed
-    std::optional<Journal::Entries::const_iterator> walkNext_;
+    std::optional<JournalEntries::const_iterator> walkNext_;
     const std::lock_guard<std::mutex> lock_;
 };
 

@@ -52,8 +52,8 @@ bool Journal::update(Lane l,
                      std::span<const Reference> references) {
     VEL_ASSERT(contentOffset <= bytes.size());
     // Only this thread changes entries, so that it may look without the mutex.
-    const auto entry = lane(l).entries.find(key);
-    if (entry != lane(l).entries.end() &&
+    const auto entry = lane(l).entries.lower_bound(key);
+    if (entry != lane(l).entries.end() && entry->first == key &&
         sameButStamp(entry->second.content, bytes, contentOffset, references)) {
         return false;
     }
@@ -63,8 +63,8 @@ bool Journal::update(Lane l,
 
 bool Journal::updateValue(Lane l, const EntryKey& key, std::uint64_t value, std::int64_t stamp) {
     VEL_ASSERT(stamp >= 0 && stamp <= (std::int64_t{1} << 62));
-    const auto entry = lane(l).entries.find(key);
-    if (entry != lane(l).entries.end() && entry->second.content.isValue() &&
+    const auto entry = lane(l).entries.lower_bound(key);
+    if (entry != lane(l).entries.end() && entry->first == key && entry->second.content.isValue() &&
         entry->second.content.value() == value) {
         return false;
     }
@@ -72,15 +72,18 @@ bool Journal::updateValue(Lane l, const EntryKey& key, std::uint64_t value, std:
     return true;
 }
 
-void Journal::put(Lane l, const EntryKey& key, Entries::iterator entry, Content content) {
+/// `entry` is the key's lower bound.
+void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, Content content) {
     const Batch batch{*this};
     JournalLane& to = lane(l);
     const std::lock_guard lock{mutex_};
     const Position now = ++last_;
     ++to.count;
-    if (entry == to.entries.end()) {
-        entry = to.entries.try_emplace(key).first;
+    added_ = entry == to.entries.end() || entry->first != key;
+    if (added_) {
+        entry = to.entries.insert(entry, key);
         entry->second.born = now;
+        to.lastBorn = now;
     } else {
         overtake(l, entry->second.changed, now);
     }
@@ -139,14 +142,20 @@ void Journal::endBatch() {
 }
 
 const Content* Journal::find(Lane l, const EntryKey& key) const {
-    const Entries& entries = lanes_[index(l)].entries;
+    const JournalEntries& entries = lanes_[index(l)].entries;
     const auto entry = entries.find(key);
     return entry != entries.end() ? &entry->second.content : nullptr;
 }
 
 std::optional<EntryKey> Journal::firstKey(Lane l) const {
-    const Entries& entries = lanes_[index(l)].entries;
+    const JournalEntries& entries = lanes_[index(l)].entries;
     return entries.empty() ? std::nullopt : std::optional{entries.begin()->first};
+}
+
+std::optional<EntryKey> Journal::nextKey(Lane l, const std::optional<EntryKey>& after) const {
+    const JournalEntries& entries = lanes_[index(l)].entries;
+    const auto entry = after ? entries.upper_bound(*after) : entries.begin();
+    return entry != entries.end() ? std::optional{entry->first} : std::nullopt;
 }
 
 Position Journal::head() const {

@@ -74,6 +74,9 @@ public:
     /// As above for an entry that is encoded when it is sent; the stamp alone is no change.
     bool updateValue(Lane lane, const EntryKey& key, std::uint64_t value, std::int64_t stamp);
 
+    /// Whether the latest update that changed something added its entry. Writer's thread.
+    bool added() const { return added_; }
+
     /// Removes an entry; `deleteBytes` is the message that says so, copied only if a cursor needs
     /// it. False when there was no such entry.
     bool remove(Lane lane, const EntryKey& key, std::string_view deleteBytes);
@@ -85,6 +88,9 @@ public:
     /// The first entry of the lane. Writer's thread.
     std::optional<EntryKey> firstKey(Lane lane) const;
 
+    /// The lane's first entry after the key, or its first. Writer's thread.
+    std::optional<EntryKey> nextKey(Lane lane, const std::optional<EntryKey>& after) const;
+
     /// The last position that cursors may see. Any thread.
     Position head() const;
     /// Any thread.
@@ -94,9 +100,7 @@ private:
     friend struct JournalPeek;  // the model check compares whole states
     friend class Cursor;        // the reader's half of the protocol, under mutex_
 
-    using Entries = decltype(JournalLane::entries);
-
-    void put(Lane lane, const EntryKey& key, Entries::iterator entry, Content content);
+    void put(Lane lane, const EntryKey& key, JournalEntries::iterator entry, Content content);
     void endBatch();
 
     // Under mutex_.
@@ -118,6 +122,7 @@ private:
     Position last_ = 0;  ///< of the latest change
     Position head_ = 0;  ///< of the latest change of a finished batch
     int batches_ = 0;    ///< nesting; writer's thread only
+    bool added_ = false;
 };
 
 }  // namespace Gale

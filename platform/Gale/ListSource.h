@@ -33,6 +33,8 @@ public:
     virtual void mark(ListSource& source, const EntryKey& key) = 0;
     /// Everything that source.nextKey() comes by until it ends.
     virtual void markAll(ListSource& source) = 0;
+    /// Everything that the source, the only one of its lane, has held so far.
+    virtual void markHeld(ListSource& source) = 0;
 };
 
 /// One collection of list entries in the tree or in shared memory: a directory of next hops, one
@@ -64,6 +66,9 @@ protected:
     }
     void markAll() {
         if (sink_ != nullptr) { sink_->markAll(*this); }
+    }
+    void markHeld() {
+        if (sink_ != nullptr) { sink_->markHeld(*this); }
     }
 
 private:

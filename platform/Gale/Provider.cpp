@@ -75,6 +75,17 @@ void Provider::markAll(ListSource& source) {
     task_.schedule();
 }
 
+/// What of it has not been shown yet is not known here, and nobody may wait for it any longer than
+/// for anything else.
+void Provider::markHeld(ListSource& source) {
+    const Lane lane = source.lane();
+    VEL_ASSERT(lanes_[index(lane)].size() == 1);
+    marked(source).backlog.addAll([this, lane](const std::optional<EntryKey>& after) {
+        return journal_.nextKey(lane, after);
+    });
+    task_.schedule();
+}
+
 Provider::Marked* Provider::nextMarked() {
     for (auto& lane : lanes_) {
         for (auto& each : lane) {
@@ -134,7 +145,8 @@ bool Provider::process(ListSource& source, const EntryKey& key) {
     entry_.notification.clear();
     entry_.references.clear();
     entry_.value.reset();
-    NotificationWriter{entry_.notification}.stamp(stamps_.next());
+    stamp_ = stamps_.next();
+    NotificationWriter{entry_.notification}.stamp(stamp_);
     try {
         if (source.encode(key, entry_)) {
             show(source, key);
@@ -227,17 +239,16 @@ void Provider::releaseNamed(const Reference& held) {
 void Provider::show(ListSource& source, const EntryKey& key) {
     if (heldBack(source, key)) { return; }
     const Lane lane = source.lane();
-    const std::int64_t stamp = stamps_.next();
     const Reference self{lane, key};
-    const bool isNew = Waiting::awaited(lane) && !present(self);
     releaseNamed(self);
     postponed_.erase(self);
-    const bool changed = entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp)
+    const bool changed = entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp_)
                                       : journal_.update(lane,
                                                         key,
                                                         entry_.notification,
                                                         NotificationWriter::kStampBytes,
                                                         entry_.references);
+    const bool isNew = changed && journal_.added();
     // Who waits for a present one saw it leaving.
     if (Waiting::awaited(lane) && (isNew || waiting_.size() > 0)) { wake(waiting_.appeared(self)); }
     if (!changed) {
@@ -245,7 +256,7 @@ void Provider::show(ListSource& source, const EntryKey& key) {
         return;
     }
     ++statistics_.changed;
-    stamps_.used(stamp);
+    stamps_.used(stamp_);
 }
 
 void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "absl/container/flat_hash_map.h"
+#include "absl/container/flat_hash_set.h"
 #include "platform/Gale/Journal.h"
 #include "platform/Gale/ListSource.h"
 #include "platform/Gale/View.h"
@@ -54,6 +56,7 @@ public:
 
     void mark(ListSource& source, const EntryKey& key) override;
     void markAll(ListSource& source) override;
+    void markHeld(ListSource& source) override;
 
     ProviderStatistics statistics() const;
 
@@ -103,7 +106,8 @@ private:
     std::function<void()> onFilled_;                            // empty: told
     std::optional<Kiln::TimePoint> firstPass_;                  // when it ended
     ProviderStatistics statistics_;
-    EncodedEntry entry_;  // scratch
+    EncodedEntry entry_;      // scratch
+    std::int64_t stamp_ = 0;  // of it
     Kiln::Task task_;
     Kiln::Task releaseTask_;
 };

@@ -13,16 +13,15 @@ void Waiting::add(const Reference& missing, const Waiter& waiter, Kiln::TimePoin
 
 Waiting::Waiters Waiting::appeared(const Reference& entry) {
     absent_.erase(entry);
-    absentEarlier_.erase(entry);
     return take(entry);
 }
 
 Waiting::Waiters Waiting::absent(const Reference& entry) {
-    if (absent_.size() == kRemembered) {
-        absentEarlier_ = std::move(absent_);
-        absent_ = {};
+    if (absent_.insert(entry).second) { absentInOrder_.push_back(entry); }
+    if (absentInOrder_.size() > kRemembered) {
+        absent_.erase(absentInOrder_.front());
+        absentInOrder_.pop_front();
     }
-    absent_.insert(entry);
     return take(entry);
 }
 

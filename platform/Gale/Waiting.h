@@ -1,8 +1,7 @@
 #pragma once
 
+#include "absl/container/btree_map.h"
 #include "absl/container/btree_set.h"
-#include "absl/container/flat_hash_map.h"
-#include "absl/container/flat_hash_set.h"
 #include "platform/Gale/JournalEntry.h"
 #include "platform/Gale/ListSource.h"
 #include "platform/Kiln/Clock.h"
@@ -32,9 +31,7 @@ public:
     static bool awaited(Lane lane) { return lane == Lane::nextHops || lane == Lane::groups; }
 
     /// Whether the missing entry is known not to come.
-    bool givenUp(const Reference& missing) const {
-        return absent_.contains(missing) || absentEarlier_.contains(missing);
-    }
+    bool givenUp(const Reference& missing) const { return absent_.contains(missing); }
     void add(const Reference& missing, const Waiter& waiter, Kiln::TimePoint now);
     /// The entry is there: those who waited for it.
     Waiters appeared(const Reference& entry);
@@ -52,15 +49,16 @@ private:
         Kiln::TimePoint since;
         Waiters waiters;
     };
-    static constexpr std::size_t kRemembered = 1U << 17U;
+    static constexpr std::size_t kRemembered = 1U << 18U;
 
     Waiters take(const Reference& entry);
 
     const Kiln::Duration patience_;
-    absl::flat_hash_map<Reference, Missing> missing_;
+    // Trees: a hash map of that size takes longer than a slice whenever it is made anew.
+    absl::btree_map<Reference, Missing> missing_;
     std::deque<std::pair<Kiln::TimePoint, Reference>> bySince_;  // some no longer missing
-    absl::flat_hash_set<Reference> absent_;
-    absl::flat_hash_set<Reference> absentEarlier_;
+    absl::btree_set<Reference> absent_;
+    std::deque<Reference> absentInOrder_;  // some have appeared since
     std::size_t size_ = 0;
 };
 

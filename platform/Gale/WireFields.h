@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -22,7 +23,9 @@ constexpr char varintTag(int field) {
 }
 
 inline void appendVarint(std::string& to, std::uint64_t value) {
-    protozero::add_varint_to_buffer(&to, value);
+    std::array<char, protozero::max_varint_length> bytes;
+    const int size = protozero::write_varint(bytes.data(), value);
+    to.append(bytes.data(), static_cast<std::size_t>(size));
 }
 inline std::size_t varintSize(std::uint64_t value) {
     return static_cast<std::size_t>(protozero::length_of_varint(value));
@@ -33,8 +36,10 @@ inline std::size_t fieldSize(std::size_t bytes) {
 }
 /// What goes before the content of a field.
 inline void appendHead(std::string& to, int field, std::size_t bytes) {
-    to.push_back(lengthTag(field));
-    appendVarint(to, bytes);
+    std::array<char, 1 + protozero::max_varint_length> head;
+    head[0] = lengthTag(field);
+    const int size = 1 + protozero::write_varint(head.data() + 1, bytes);
+    to.append(head.data(), static_cast<std::size_t>(size));
 }
 inline void appendField(std::string& to, int field, std::string_view content) {
     appendHead(to, field, content.size());

@@ -37,6 +37,8 @@ void failed(TaskStatistics& statistics, const char* what) {
 constexpr int kTasksPerPoll = 32;
 constexpr Duration kTimePerPoll = std::chrono::milliseconds{2};
 
+constexpr TaskPriority kLast = 98;
+
 enum Direction : std::size_t { kReadable, kWritable };
 
 }  // namespace
@@ -234,6 +236,15 @@ std::vector<TaskStatistics> TaskScheduler::tasks() const {
         if (node != nullptr && !node->cancelled) { result.push_back(node->statistics); }
     }
     return result;
+}
+
+void TaskScheduler::runLast(std::string name, std::function<bool()> body) {
+    const auto node = std::make_shared<Task::Node>();
+    node->body = std::move(body);
+    node->statistics.name = std::move(name);
+    node->statistics.priority = kLast;
+    all_.push_back(node);
+    ready(node);
 }
 
 std::map<TaskPriority, TaskScheduler::Queue>::iterator TaskScheduler::firstReady() {

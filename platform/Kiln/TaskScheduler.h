@@ -63,6 +63,9 @@ public:
     bool taskShouldYield() { return mustYield(); }
     void yieldPolicyIs(std::unique_ptr<YieldPolicy> policy) { policy_ = std::move(policy); }
 
+    /// Runs `body` as a task that nobody owns, less urgent than all others, until it answers false.
+    void runLast(std::string name, std::function<bool()> body);
+
     /// Published after each slice: each run of a task, each reaction to a descriptor, each posted
     /// work. What must not be held across slices (a read transaction) is given back here.
     Vel::Publisher<>& onSliceEnd() { return sliceEnd_; }

@@ -29,7 +29,11 @@ template <class Key>
 class Backlog {
 public:
     /// Answers whether the key is new to the set.
-    bool insert(const Key& key) { return keys_.insert(key).second; }
+    bool insert(const Key& key) {
+        const std::size_t before = keys_.size();
+        keys_.insert(keys_.end(), key);  // most come in order
+        return keys_.size() > before;
+    }
     void erase(const Key& key) { keys_.erase(key); }
     void clear() {
         keys_.clear();
@@ -61,6 +65,7 @@ public:
     const std::optional<Key>& bookmark() const { return bookmark_; }
     /// Takes the next key out of the set and sets the bookmark to it.
     std::optional<Key> draw() {
+        if (sweeps_.empty()) { return drawKey(); }
         std::optional<Candidate> best = fromKeys();
         for (std::size_t i = 0; i < sweeps_.size();) {
             const std::optional<Candidate> candidate = nearest(sweeps_[i]);
@@ -94,6 +99,15 @@ private:
         bool wrapped;
     };
 
+    /// The usual case, when nothing but single keys is there.
+    std::optional<Key> drawKey() {
+        if (keys_.empty()) { return std::nullopt; }
+        auto it = bookmark_ ? keys_.upper_bound(*bookmark_) : keys_.begin();
+        if (it == keys_.end()) { it = keys_.begin(); }
+        bookmark_ = *it;
+        keys_.erase(it);
+        return bookmark_;
+    }
     std::optional<Candidate> fromKeys() const {
         if (keys_.empty()) { return std::nullopt; }
         const auto it = bookmark_ ? keys_.upper_bound(*bookmark_) : keys_.begin();
@@ -137,6 +151,7 @@ protected:
           task_{scheduler_, std::move(taskName), priority, [this] { return walk(); }} {}
 
     bool backlogMayDraw(const Key& key) const { return backlog_.mayDraw(key); }
+    TaskScheduler& scheduler() { return *scheduler_; }
     void backlogIs(const Key& key) { backlog_.insert(key); }
     void backlogDel(const Key& key) { backlog_.erase(key); }
     void backlogDelAll() { backlog_.clear(); }

@@ -2,6 +2,8 @@
 
 #include <absl/container/btree_set.h>
 
+#include <algorithm>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -54,12 +56,25 @@ private:
         }
         changed(*key);
     }
-    void sweepBegun() final { sweptTo_.reset(); }
+    /// Keys between two that were swept next to each other.
+    struct Gap {
+        std::optional<Key> after;  // nullopt: from the first of all
+        std::optional<Key> end;    // nullopt: to the last
+    };
+    static constexpr std::size_t kShare = 256;  // vanished keys that are dealt with at once
+
+    void sweepBegun() final {
+        sweptTo_.reset();
+        gaps_.clear();
+        settling_ = false;  // a round that this one interrupts: what it told is told
+        gone_.erase(gone_.begin(), gone_.begin() + static_cast<std::ptrdiff_t>(told_));
+        told_ = 0;
+    }
     void sweepKey(std::string_view bytes) final {
         const auto key = decode(bytes);
         if (!key) { return; }
-        takeGone(key);
-        keys_.insert(*key);
+        takeGone({sweptTo_, key});
+        keys_.insert(keys_.end(), *key);  // the usual place in a first sweep
         sweptTo_ = *key;
         if (!present_) { return; }
         if (gone_.empty()) { return changed(*key); }
@@ -70,12 +85,12 @@ private:
     void sweepLater(std::string_view bytes) final {
         const auto key = decode(bytes);
         if (!key) { return; }
-        takeGone(key);
+        takeGone({sweptTo_, key});
         sweptTo_ = *key;
         if (present_) { tell(std::exchange(gone_, {})); }
     }
     void sweepEnded() final {
-        takeGone(std::nullopt);
+        takeGone({sweptTo_, std::nullopt});
         sweptTo_.reset();
         if (present_) { tell(std::exchange(gone_, {})); }
     }
@@ -85,10 +100,38 @@ private:
         presentChanged();
     }
     void sweepSettled() final {
+        settling_ = true;
+        settleSome();
+    }
+    bool sweepRest() final {
+        if (settling_) {
+            settleSome();
+        } else if (!gaps_.empty()) {
+            const Gap gap = std::move(gaps_.front());
+            gaps_.pop_front();
+            takeGone(gap);
+            if (present_) { tell(std::exchange(gone_, {})); }
+        } else {
+            return false;
+        }
+        return true;
+    }
+    /// Tells a share of what had to wait; after the last one all is settled.
+    void settleSome() {
         const std::weak_ptr<const bool> alive = alive_;
+        const auto count = static_cast<std::ptrdiff_t>(std::min(kShare, gone_.size() - told_));
+        const auto first = gone_.begin() + static_cast<std::ptrdiff_t>(told_);
+        const std::vector<Key> share{first, first + count};
+        told_ += share.size();
+        const bool last = told_ == gone_.size();
+        if (last) {
+            settling_ = false;
+            told_ = 0;
+            gone_ = {};
+        }
         FirstError error;
-        error.run([this] { tell(std::exchange(gone_, {})); });
-        if (!alive.expired()) {
+        error.run([&] { tell(share); });
+        if (last && !alive.expired()) {
             error.run([this] { settled(); });
         }
         error.rethrow();
@@ -98,12 +141,21 @@ private:
         if (!key) { ++badKeys_; }
         return key;
     }
-    /// Takes out the keys between what has been swept and the given one (the end).
-    void takeGone(const std::optional<Key>& end) {
-        const auto first = sweptTo_ ? keys_.upper_bound(*sweptTo_) : keys_.begin();
-        const auto last = end ? keys_.lower_bound(*end) : keys_.end();
+    /// Takes out the keys of a gap, a share of them now and the rest later.
+    void takeGone(const Gap& gap) {
+        const bool atEnd = gap.after && !keys_.empty() && !(*gap.after < *keys_.rbegin());
+        if (atEnd) { return; }  // as in a first sweep
+        const auto first = gap.after ? keys_.upper_bound(*gap.after) : keys_.begin();
+        auto last = first;
+        for (std::size_t i = 0; i < kShare && inGap(last, gap); ++i) { ++last; }
+        if (first == last) { return; }
+        const bool rest = inGap(last, gap);
         gone_.insert(gone_.end(), first, last);
         keys_.erase(first, last);
+        if (rest) { gaps_.push_back(gap); }
+    }
+    bool inGap(typename absl::btree_set<Key>::const_iterator at, const Gap& gap) const {
+        return at != keys_.end() && (!gap.end || *at < *gap.end);
     }
     /// Tells all, whatever one of them throws; stops when one of them ends this mount.
     void tell(const std::vector<Key>& keys) {
@@ -118,7 +170,10 @@ private:
 
     absl::btree_set<Key> keys_;
     std::optional<Key> sweptTo_;
+    std::deque<Gap> gaps_;   // with vanished keys that are still in the list
     std::vector<Key> gone_;  // vanished and not told: while not present, once all is settled
+    std::size_t told_ = 0;   // of them, while settling
+    bool settling_ = false;
     std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
     Reader::Mount mount_;
     std::uint64_t badKeys_ = 0;

@@ -48,7 +48,7 @@ bool Reader::State::run() {
         if (const std::shared_ptr<Impl> mount = nextToSweep()) {
             next = sweep(*mount) ? Next::again : Next::yield;
         } else if (unsettled) {
-            settle();
+            next = settle() ? Next::again : Next::yield;
         } else {
             next = followLog();
         }
@@ -80,6 +80,8 @@ void Reader::State::beginFresh() {
     for (const auto& mount : mounts) {
         mount->needsSweep = mount->sink != nullptr;
         mount->sweeping = false;
+        mount->settling = false;
+        mount->told = false;
     }
     std::set<std::string> paths{knownTables};
     for (const TableInfo& info : tables({})) { paths.insert(info.path); }
@@ -106,10 +108,25 @@ std::shared_ptr<Reader::State::Impl> Reader::State::nextToSweep() const {
     return next;
 }
 
+/// Has the sink do all that it put off: whoever removes a table has emptied it before.
+void Reader::State::restAtOnce(Impl& mount) {
+    for (bool more = true; more && mount.sink != nullptr;) {
+        tell(mount, [&](Sink& sink) { more = sink.sweepRest(); });
+    }
+}
+
+/// Has the sink do a slice's share of it. Answers whether it is done.
+bool Reader::State::rest(Impl& mount) {
+    bool more = mount.sink != nullptr;
+    tell(mount, [&](Sink& sink) { more = sink.sweepRest(); });
+    return !more || mount.sink == nullptr;
+}
+
 /// Tells a mount all keys of its table, from where the last slice stopped. Answers whether it is
 /// done.
 bool Reader::State::sweep(Impl& mount) {
     unsettled = true;
+    presented = false;
     caughtUp = false;
     if (!mount.sweeping) {
         attach(mount);
@@ -126,18 +143,47 @@ bool Reader::State::sweep(Impl& mount) {
         mount.sweptTo = key;
         return false;
     };
-    const bool ended = mount.table == kRegistry ||
-                       snapshot.scan(mount.table, mount.sweptTo, mount.sweptTo.empty(), visit);
-    if (!ended && mount.sink != nullptr) { return false; }
+    if (!mount.told) {
+        const bool ended = mount.table == kRegistry ||
+                           snapshot.scan(mount.table, mount.sweptTo, mount.sweptTo.empty(), visit);
+        if (!ended && mount.sink != nullptr) { return false; }
+        mount.told = true;
+        tell(mount, [](Sink& sink) { sink.sweepEnded(); });
+    }
+    if (!rest(mount)) { return false; }
     mount.needsSweep = false;
     mount.sweeping = false;
-    tell(mount, [](Sink& sink) { sink.sweepEnded(); });
+    mount.told = false;
     return true;
 }
 
-/// All mounts are swept: they become present, kind by kind.
-void Reader::State::settle() {
+/// All mounts are swept: they become present, and what they put off until then is done. Answers
+/// whether all of it is.
+bool Reader::State::settle() {
+    if (!presented) {
+        presented = true;
+        presentAll();
+        for (const auto& mount : mounts) {
+            mount->settling = !mount->needsSweep;
+            mount->told = false;
+        }
+    }
+    for (std::size_t i = 0; i < mounts.size(); ++i) {
+        const std::shared_ptr<Impl> mount = mounts[i];
+        if (!mount->settling) { continue; }
+        if (!std::exchange(mount->told, true)) {
+            tell(*mount, [](Sink& sink) { sink.sweepSettled(); });
+        }
+        if (!rest(*mount)) { return false; }
+        mount->settling = false;
+        mount->told = false;
+    }
     unsettled = false;
+    return true;
+}
+
+/// Kind by kind.
+void Reader::State::presentAll() {
     for (const TableKind kind :
          {TableKind::table, TableKind::content, TableKind::stash, TableKind::state}) {
         for (std::size_t i = 0; i < mounts.size(); ++i) {
@@ -146,12 +192,6 @@ void Reader::State::settle() {
             if (mount->kind != kind || mount->needsSweep || mount->present == there) { continue; }
             mount->present = there;
             tell(*mount, [there](Sink& sink) { sink.presentIs(there); });
-        }
-    }
-    for (std::size_t i = 0; i < mounts.size(); ++i) {
-        const std::shared_ptr<Impl> mount = mounts[i];
-        if (!mount->needsSweep) {
-            tell(*mount, [](Sink& sink) { sink.sweepSettled(); });
         }
     }
 }
@@ -202,12 +242,14 @@ void Reader::State::tableChanged(const std::string& path) {
         if (mount->table == before) { continue; }
         tell(*mount, [](Sink& sink) { sink.sweepBegun(); });
         tell(*mount, [](Sink& sink) { sink.sweepEnded(); });
+        restAtOnce(*mount);
         const bool there = mount->table != kRegistry;
         if (mount->present != there) {
             mount->present = there;
             tell(*mount, [there](Sink& sink) { sink.presentIs(there); });
         }
         tell(*mount, [](Sink& sink) { sink.sweepSettled(); });
+        restAtOnce(*mount);
     }
     publishTable(path);
 }

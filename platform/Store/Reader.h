@@ -36,6 +36,9 @@ public:
     virtual void presentIs(bool present) = 0;
     /// All mounts have been told that they are present; the log follows.
     virtual void sweepSettled() = 0;
+    /// What sweepEnded() or sweepSettled() left to be done, a little at a time: asked after each of
+    /// the two, slice by slice, until it answers that nothing is left.
+    virtual bool sweepRest() { return false; }
 };
 
 /// The reading side of an environment for one scheduler: opens it as soon as it is there, and pumps

@@ -26,6 +26,8 @@ struct Reader::Mount::Impl {
     bool present = false;
     bool needsSweep = true;
     bool sweeping = false;
+    bool settling = false;  // swept, and to be told that all are
+    bool told = false;      // sweeping: sweepEnded(); settling: sweepSettled(); the rest follows
     std::string sweptTo;
 };
 
@@ -58,7 +60,10 @@ struct Reader::State {
     void publishTable(const std::string& path);
     std::shared_ptr<Impl> nextToSweep() const;
     bool sweep(Impl& mount);
-    void settle();
+    bool settle();
+    void presentAll();
+    bool rest(Impl& mount);
+    void restAtOnce(Impl& mount);
     Next followLog();
     void tellEntry(const LogEntry& entry);
     void tableChanged(const std::string& path);
@@ -76,7 +81,8 @@ struct Reader::State {
     std::set<std::string> knownTables;  // that subscribers have been told of
     bool fresh = true;                  // everything is to be swept from the present head
     bool unsettled = true;
-    bool mounted = false;  // since the log was last looked at
+    bool presented = false;  // unsettled: all mounts have been told that they are present
+    bool mounted = false;    // since the log was last looked at
     bool caughtUp = false;
     std::uint64_t sinkFailures = 0;
     unsigned keys = 0;  // of this slice

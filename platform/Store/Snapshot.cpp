@@ -6,9 +6,12 @@
 namespace Store {
 
 void Snapshot::environmentIs(std::shared_ptr<Environment> environment) {
-    for (MDB_cursor** cursor : {&recordCursor_, &scanCursor_, &logCursor_}) {
-        if (*cursor != nullptr) { mdb_cursor_close(std::exchange(*cursor, nullptr)); }
-    }
+    const auto close = [](MDB_cursor*& cursor) {
+        if (cursor != nullptr) { mdb_cursor_close(std::exchange(cursor, nullptr)); }
+    };
+    for (RecordCursor& each : recordCursors_) { close(each.cursor); }
+    close(scanCursor_);
+    close(logCursor_);
     if (txn_ != nullptr) { mdb_txn_abort(std::exchange(txn_, nullptr)); }
     active_ = false;
     error_.clear();
@@ -35,19 +38,24 @@ bool Snapshot::begin() {
     }
     if (failed(code)) { return false; }
     active_ = true;
-    return renewCursors();
+    ++transaction_;
+    const auto [meta, records, log] = environment_->databases();
+    return renew(scanCursor_, records) && renew(logCursor_, log);
 }
 
-bool Snapshot::renewCursors() {
-    const auto [meta, records, log] = environment_->databases();
-    for (const auto& [cursor, database] : {std::pair{&recordCursor_, records},
-                                           std::pair{&scanCursor_, records},
-                                           std::pair{&logCursor_, log}}) {
-        const int code = *cursor != nullptr ? mdb_cursor_renew(txn_, *cursor)
-                                            : mdb_cursor_open(txn_, database, cursor);
-        if (failed(code)) { return false; }
+bool Snapshot::renew(MDB_cursor*& cursor, unsigned database) {
+    return !failed(cursor != nullptr ? mdb_cursor_renew(txn_, cursor)
+                                     : mdb_cursor_open(txn_, database, &cursor));
+}
+
+/// Null when it cannot be had.
+MDB_cursor* Snapshot::recordCursor(TableId table) {
+    RecordCursor& at = recordCursors_[table % recordCursors_.size()];
+    if (at.transaction != transaction_) {
+        if (!renew(at.cursor, environment_->databases().records)) { return nullptr; }
+        at.transaction = transaction_;
     }
-    return true;
+    return at.cursor;
 }
 
 std::optional<RecordView> Snapshot::record(TableId table, std::string_view key) {
@@ -55,7 +63,9 @@ std::optional<RecordView> Snapshot::record(TableId table, std::string_view key) 
     if (!begin() || !recordKey.fits()) { return std::nullopt; }
     MDB_val keyBytes = recordKey.value();
     MDB_val data{};
-    const int code = mdb_cursor_get(recordCursor_, &keyBytes, &data, MDB_SET);
+    MDB_cursor* const cursor = recordCursor(table);
+    if (cursor == nullptr) { return std::nullopt; }
+    const int code = mdb_cursor_get(cursor, &keyBytes, &data, MDB_SET);
     if (code == MDB_NOTFOUND || failed(code)) { return std::nullopt; }
     return recordOf(data);
 }

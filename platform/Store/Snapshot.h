@@ -2,6 +2,8 @@
 
 #include <absl/functional/function_ref.h>
 
+#include <array>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,14 +45,21 @@ public:
 
 private:
     bool begin();
-    bool renewCursors();
+    bool renew(MDB_cursor*& cursor, unsigned database);
+    MDB_cursor* recordCursor(TableId table);
     bool failed(int code);
     Sequence logEdge(MDB_cursor_op edge);
 
     std::shared_ptr<Environment> environment_;
     MDB_txn* txn_ = nullptr;
-    // Of its own each, so that a visitor of the one may use the others.
-    MDB_cursor* recordCursor_ = nullptr;
+    std::uint64_t transaction_ = 0;  // counts them
+    // Of its own each, so that a visitor of the one may use the others. One for each of the tables
+    // that are read by turns: keys that are read in order are then found where the last one was.
+    struct RecordCursor {
+        MDB_cursor* cursor = nullptr;
+        std::uint64_t transaction = 0;  // for which it was renewed
+    };
+    std::array<RecordCursor, 16> recordCursors_{};
     MDB_cursor* scanCursor_ = nullptr;
     MDB_cursor* logCursor_ = nullptr;
     bool active_ = false;

@@ -24,11 +24,13 @@ public:
     std::size_t size() const { return map_.size(); }
     bool empty() const { return map_.empty(); }
 
+    using Map = absl::btree_map<Key, Value>;
+
     /// The value that was there lives until all have been told, like one that is erased.
     void set(const Key& key, Value value) {
         const auto [it, added] = map_.try_emplace(key, std::move(value));
         if (!added) { std::swap(it->second, value); }
-        changed_.publish(key);
+        tell(key);
     }
     /// Answers whether there was one; only then a change is published. The key may be the
     /// collection's own.
@@ -36,12 +38,19 @@ public:
         const auto it = map_.find(key);
         if (it == map_.end()) { return false; }
         const auto keep = map_.extract(it);
-        changed_.publish(keep.key());
+        tell(keep.key());
         return true;
     }
-    /// Erases each entry once, in order; what a reaction puts back stays.
-    void clear() {
-        for (auto key = nextKey({}); key; key = nextKey(key)) { erase(*key); }
+    /// Erases all entries at once, and then tells each key in order; what a reaction puts back
+    /// stays. Answers what was there: a million entries are not freed in one go.
+    Map clear() {
+        Map gone = std::exchange(map_, {});
+        if (gone.empty()) { return gone; }
+        changedOrCleared_.publish(nullptr);
+        if (changed_.hasSubscribers()) {
+            for (const auto& [key, value] : gone) { changed_.publish(key); }
+        }
+        return gone;
     }
     /// The first key after the given one, or the first of all: how a walk goes through a collection
     /// that changes under it.
@@ -54,12 +63,21 @@ public:
 
     /// An entry of this key was added, replaced or removed.
     Publisher<const Key&>& onKey() const { return changed_; }
+    /// The same for who need not be told of a million keys one by one: null when all entries that
+    /// were there have gone at once.
+    Publisher<const Key*>& onKeyOrClear() const { return changedOrCleared_; }
     /// Tells subscribers of a key without any change of its entry.
-    void publish(const Key& key) const { changed_.publish(key); }
+    void publish(const Key& key) const { tell(key); }
 
 private:
-    absl::btree_map<Key, Value> map_;
+    void tell(const Key& key) const {
+        changed_.publish(key);
+        changedOrCleared_.publish(&key);
+    }
+
+    Map map_;
     mutable Publisher<const Key&> changed_;
+    mutable Publisher<const Key*> changedOrCleared_;
 };
 
 }  // namespace Vel

@@ -337,5 +337,20 @@ TEST(StampClock, AFileThatIsNoneIsIgnored) {
     EXPECT_EQ(nowhere.next(), clock.wallNanoseconds());
 }
 
+TEST_P(ProviderTest, ACollectionThatIsClearedAtOnceIsNoLongerShown) {
+    for (std::uint64_t i = 1; i <= 3; ++i) { view->beasts.set(i, "red"); }
+    view->herds.set(7, {{1, 2}});
+    settle();
+    view->beasts.set(4, "blue");  // not shown yet
+    view->herds.clear();
+    view->beasts.clear();
+    view->beasts.set(2, "green");
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(shown(Lane::nextHops), 1U);
+    EXPECT_NE(channel().journal.find(Lane::nextHops, {0, 0, 2}), nullptr);
+    EXPECT_EQ(statistics().removed, 3U);
+}
+
 }  // namespace
 }  // namespace Gale

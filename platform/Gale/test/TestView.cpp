@@ -24,7 +24,9 @@ public:
            Encode encode,
            const std::set<std::uint64_t>* pendingKeys = nullptr)
         : ListSource(lane), from_(from), encode_(std::move(encode)), pending_(pendingKeys) {
-        onKey_ = from_.onKey().subscribe([this](const std::uint64_t& key) { mark({0, 0, key}); });
+        onKey_ = from_.onKeyOrClear().subscribe([this](const std::uint64_t* key) {
+            key != nullptr ? mark({0, 0, *key}) : markHeld();
+        });
     }
     std::optional<EntryKey> nextKey(const std::optional<EntryKey>& after) const override {
         const auto key = from_.nextKey(after ? std::optional{after->lo} : std::nullopt);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Kiln/FreeInSlices.h"
 #include "platform/Vel/Collection.h"
 #include "test/support/AllocationCount.h"
 #include "test/support/TraceCapture.h"
@@ -286,6 +288,42 @@ TEST(WalkSlices, AnElementOfACollectionAllocatesNothing) {
     scheduler->runUntilIdle();
     EXPECT_LE(count.since(), 4U);  // of the run as a whole, not of an element
     EXPECT_EQ(walker->seen.size(), static_cast<std::size_t>(kCount));
+}
+
+TEST(FreeInSlices, FreesWhenNothingElseIsToBeDoneSliceBySlice) {
+    const Kiln::VirtualClock clock;
+    const auto scheduler = Vel::make<Kiln::TaskScheduler>(clock, make(Policy::always));
+    const auto value = std::make_shared<int>(0);
+    constexpr int kCount = 1000;
+    std::map<int, std::shared_ptr<int>> container;
+    for (int i = 0; i < kCount; ++i) { container.emplace(i, value); }
+    Kiln::freeInSlices(*scheduler, std::move(container));
+    EXPECT_EQ(value.use_count(), 1 + kCount) << "nothing yet";
+    int runs = 0;
+    Kiln::Task other{scheduler, "Other", 97, [&] {
+                         EXPECT_EQ(value.use_count(), 1 + kCount) << "the more urgent first";
+                         return ++runs < 3;
+                     }};
+    other.schedule();
+    long most = 0;
+    long before = value.use_count();
+    const auto watch = scheduler->onSliceEnd().subscribe([&] {
+        most = std::max(most, before - value.use_count());
+        before = value.use_count();
+    });
+    scheduler->runUntilIdle();
+    EXPECT_EQ(runs, 3);
+    EXPECT_EQ(value.use_count(), 1);
+    EXPECT_LE(most, 2) << "one a slice";
+    EXPECT_EQ(scheduler->tasks().size(), 1U) << "its task is gone too";
+}
+
+TEST(FreeInSlices, FreesAFewAtOnce) {
+    const Kiln::VirtualClock clock;
+    const auto scheduler = Vel::make<Kiln::TaskScheduler>(clock, make(Policy::always));
+    const auto value = std::make_shared<int>(0);
+    Kiln::freeInSlices(*scheduler, std::map<int, std::shared_ptr<int>>{{1, value}, {2, value}});
+    EXPECT_EQ(value.use_count(), 1);
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <set>
+
 #include "platform/Store/test/StoreFixture.h"
 
 namespace Store {
@@ -182,6 +185,63 @@ TEST_F(ReplacementTest, AMountMayEndInAKeysReaction) {
     ASSERT_EQ(writer->commit(), "");
     settle();
     EXPECT_THAT(told, ElementsAre("1"));
+}
+
+TEST_F(ReplacementTest, ManyVanishedKeysAreToldInManySlices) {
+    constexpr int kCount = 2000;
+    const auto key = [](int i) { return std::to_string(10'000 + i); };
+    std::vector<std::pair<std::string, std::string>> records;
+    for (int i = 0; i < kCount; ++i) { records.emplace_back(key(i), "x"); }
+    storeIs(records);
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    mount.notes.clear();
+    storeDel();
+    storeIs({{key(500), "y"}, {key(1500), "y"}});
+    std::size_t most = 0;
+    std::size_t before = 0;
+    const auto watch = scheduler->onSliceEnd().subscribe([&] {
+        most = std::max(most, mount.notes.size() - before);
+        before = mount.notes.size();
+    });
+    settleAfterASecond();
+    ASSERT_EQ(mount.notes.size(), 2U + kCount - 2U);
+    EXPECT_THAT(Strings(mount.notes.begin(), mount.notes.begin() + 3),
+                ElementsAre("absent", "present", key(0) + " gone"));
+    std::set<std::string> gone(mount.notes.begin() + 2, mount.notes.end());
+    EXPECT_EQ(gone.size(), kCount - 2U) << "each is told once";
+    EXPECT_FALSE(gone.contains(key(500) + " gone"));
+    EXPECT_THAT(mount.keys(), ElementsAre(key(500), key(1500)));
+    EXPECT_LT(most, 1000U);
+    EXPECT_TRUE(reader->caughtUp());
+}
+
+TEST_F(ReplacementTest, ARoundThatIsBrokenOffWhileItSettlesTellsTheRestInTheNext) {
+    constexpr int kCount = 2000;
+    const auto key = [](int i) { return std::to_string(10'000 + i); };
+    std::vector<std::pair<std::string, std::string>> records;
+    for (int i = 0; i < kCount; ++i) { records.emplace_back(key(i), "x"); }
+    storeIs(records);
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    mount.notes.clear();
+    storeDel();
+    storeIs({});
+    NotingMount other;
+    mount.reaction = [&](const std::string&) {
+        if (mount.notes.size() == 700) { other.mountIs(*reader, "b"); }
+        if (mount.notes.size() == 1400) { storeDel(), storeIs({}); }
+    };
+    settleAfterASecond();
+    settleAfterASecond();
+    std::set<std::string> gone(mount.notes.begin(), mount.notes.end());
+    EXPECT_EQ(gone.size(), kCount + 2U) << "absent, present, and each key";
+    EXPECT_THAT(mount.keys(), IsEmpty());
+    EXPECT_TRUE(mount.present());
 }
 
 }  // namespace

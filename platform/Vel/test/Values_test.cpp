@@ -94,6 +94,22 @@ TEST(Collection, ClearingErasesEachOnceInOrderAndEndsThoughOneIsPutBack) {
     EXPECT_EQ(*values.find(2), 20);
 }
 
+TEST(Collection, ClearingHandsOverWhatWasThereAndTellsOnceWhoWantsNoMore) {
+    Vel::Collection<int, int> values;
+    std::vector<std::string> seen;
+    const auto on = values.onKeyOrClear().subscribe([&](const int* key) {
+        seen.push_back((key != nullptr ? std::to_string(*key) : "all") + " of " +
+                       std::to_string(values.size()));
+    });
+    values.clear();
+    for (const int key : {3, 1, 2}) { values.set(key, key); }
+    values.erase(2);
+    const auto gone = values.clear();
+    EXPECT_EQ(seen, (std::vector<std::string>{"3 of 1", "1 of 2", "2 of 3", "2 of 2", "all of 0"}));
+    EXPECT_EQ(gone.size(), 2U);
+    EXPECT_TRUE(gone.contains(3));
+}
+
 TEST(Collection, NextKeyGoesThroughACollectionThatChanges) {
     Vel::Collection<int, int> values;
     EXPECT_EQ(values.nextKey(std::nullopt), std::nullopt);
