@@ -227,7 +227,7 @@ class Doors(unittest.TestCase):
             self.assertTrue(os.path.exists(os.path.join(self.root, "control.sock")))
             self.assertLessEqual(len(glob.glob(self.root + "/trace/*.bk")), 5)
         code, text = ended([PEL, "trace", "--root", self.root])
-        self.assertEqual(code, text[-500:])
+        self.assertEqual(code, 0, text[-500:])
         self.assertIn(f"of process {process.pid}, which has ended", text)
         self.assertIn("PelOpenConfigAgent", text)
 
