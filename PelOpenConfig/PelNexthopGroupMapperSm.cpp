@@ -84,15 +84,18 @@ void NexthopGroupMapperSm::backlogProcessElem(const FecId& fecId) {
         TRACE9("Stash not ready");
         return;
     }
+    const OcApi::NextHopGroupId id{fecId.value()};
     // An entry that is missing or does not verify reads as the default one.
     const FlattenFecEntry entry = flattenFecSet_->fec().entry(fecId).value_or(FlattenFecEntry{});
     if (FlattenFecEntry::isEq(entry, FlattenFecEntry{})) {
         TRACE7("Deleted");
-        nextHopGroupContainer_->nextHopGroupDel(OcApi::NextHopGroupId{fecId.value()});
+        nextHopGroupContainer_->nextHopGroupDel(id);
+        nextHopGroupContainer_->processedIs(id);
         return;
     }
     if (!entry.topFec) {
         TRACE7("Do not process bottom fecId {}", fecId);
+        nextHopGroupContainer_->processedIs(id);
         return;
     }
     TRACE7("Added");
@@ -100,9 +103,14 @@ void NexthopGroupMapperSm::backlogProcessElem(const FecId& fecId) {
         entry.fecDedupedRawPtr(), stashMountGroup_->storeManager(), anchorValidatorCtx_->fecAv());
     if (!fec) {
         TRACE5("fec is null");
+        nextHopGroupContainer_->processedIs(id);
         return;
     }
     nextHopGroupContainer_->nextHopGroupIs(build(fecId, entry, *fec));
+}
+
+void NexthopGroupMapperSm::elementFailed(const FecId& fecId) {
+    nextHopGroupContainer_->processedIs(OcApi::NextHopGroupId{fecId.value()});
 }
 
 OcApi::NextHopGroup NexthopGroupMapperSm::build(FecId fecId,

@@ -51,6 +51,7 @@ public:
 
 private:
     void backlogProcessElem(const FecId& fecId) override;
+    void elementFailed(const FecId& fecId) override;
     void walkEnded() override;
 
     static OcApi::NextHopGroup build(FecId fecId,

@@ -10,6 +10,7 @@
 
 #include "bench/Figures.h"
 #include "bench/FilledStore.h"
+#include "platform/AgentHost/Allocator.h"
 #include "test/support/TempDir.h"
 
 namespace Bench {
@@ -67,6 +68,7 @@ int run(int count, char** values) {
 
 int main(int count, char** values) {
     ::signal(SIGPIPE, SIG_IGN);
+    AgentHost::allocatorWorksEvenly();
     try {
         return run(count, values);
     } catch (const std::exception& error) {

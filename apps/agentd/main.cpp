@@ -8,6 +8,7 @@
 #include "model/Registration.h"
 #include "model/View/NativeView.h"
 #include "model/View/OpenConfigView.h"
+#include "platform/AgentHost/Allocator.h"
 #include "platform/AgentHost/Host.h"
 #include "platform/AgentHost/ListenAddress.h"
 #include "platform/AgentHost/PluginLoader.h"
@@ -94,6 +95,7 @@ int run(int count, char** values) {
 
 int main(int count, char** values) {
     AgentHost::standardStreamsAreTaken();
+    AgentHost::allocatorWorksEvenly();
     try {
         return run(count, values);
     } catch (const std::exception& error) { return failed(error.what()); }

@@ -7,6 +7,7 @@
 #include "apps/forwarderd/KernelForwarder.h"
 #include "apps/forwarderd/ScenarioOptions.h"
 #include "forwarder/Scenario/ScenarioFeed.h"
+#include "platform/AgentHost/Allocator.h"
 #include "platform/AgentHost/HostConfig.h"
 #include "platform/AgentHost/RootLock.h"
 #include "platform/AgentHost/SignalStop.h"
@@ -89,6 +90,7 @@ int run(int count, char** values) {
 
 int main(int count, char** values) {
     AgentHost::standardStreamsAreTaken();
+    AgentHost::allocatorWorksEvenly();
     try {
         return run(count, values);
     } catch (const std::exception& error) { return failed(error.what()); }

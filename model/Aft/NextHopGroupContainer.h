@@ -33,6 +33,9 @@ public:
     /// Answers what was there, for who has a million entries to free.
     auto nextHopGroupDelAll() { return groups_.clear(); }
 
+    /// Tells that this group has been considered and that nothing changed, so that whatever waits
+    /// for its entry waits no longer.
+    void processedIs(NextHopGroupId id) { processed_.publish(id); }
     /// Who writes the entries says which it has still to consider; null: none.
     void pendingAre(std::function<bool(NextHopGroupId)> pending) { pending_ = std::move(pending); }
     /// The entry is still to be considered: that it is not there says nothing yet.
@@ -47,9 +50,11 @@ public:
     Vel::Publisher<const NextHopGroupId*>& onNextHopGroupOrClear() const {
         return groups_.onKeyOrClear();
     }
+    Vel::Publisher<const NextHopGroupId&>& onProcessed() const { return processed_; }
 
 private:
     Vel::Collection<NextHopGroupId, Value> groups_;
+    mutable Vel::Publisher<const NextHopGroupId&> processed_;
     std::function<bool(NextHopGroupId)> pending_;
 };
 

@@ -181,7 +181,8 @@ void NativeView::attachAft() {
             group_,
             groups_,
             &NextHopGroupContainer::nextHopGroup,
-            &NextHopGroupContainer::onNextHopGroupOrClear));
+            &NextHopGroupContainer::onNextHopGroupOrClear,
+            &NextHopGroupContainer::onProcessed));
     }
     if (auto counters = aft->nextHopCounters()) {
         sink_(std::make_unique<NativeList<NextHopCountersContainer, NextHopCounter, NextHopIndex>>(

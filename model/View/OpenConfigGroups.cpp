@@ -34,6 +34,8 @@ OpenConfigGroups::OpenConfigGroups(Vel::Ref<NextHopGroupContainer> groups,
     onGroup_ = groups_->onNextHopGroupOrClear().subscribe([this](const NextHopGroupId* id) {
         id != nullptr ? mark(OpenConfigKeys::ofNumber(id->value())) : markHeld();
     });
+    onProcessed_ = groups_->onProcessed().subscribe(
+        [this](const NextHopGroupId& id) { mark(OpenConfigKeys::ofNumber(id.value())); });
 }
 
 OpenConfigGroups::~OpenConfigGroups() = default;

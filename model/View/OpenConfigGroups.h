@@ -28,6 +28,7 @@ private:
     const OpenConfigInstances& instances_;
     const std::unique_ptr<const Paths> paths_;
     Vel::Subscription onGroup_;
+    Vel::Subscription onProcessed_;
 };
 
 }  // namespace Pel::OcApi

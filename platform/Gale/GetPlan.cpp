@@ -15,7 +15,8 @@ std::variant<GetPlan, Status> planGet(const gnmi::GetRequest& request,
                                       std::span<const std::unique_ptr<Channel>> channels,
                                       const Limits& limits) {
     if (auto bad = RequestCheck::extensions(request.extension())) { return std::move(*bad); }
-    if (auto bad = RequestCheck::count(request.path_size(), "paths", limits)) {
+    if (auto bad =
+            RequestCheck::count(request.path_size(), "paths", request.use_models_size(), limits)) {
         return std::move(*bad);
     }
     const auto type = static_cast<int>(request.type());

@@ -115,7 +115,11 @@ void Provider::noteFilled() {
     if (!onFilled_) { return; }
     const Kiln::TimePoint now = scheduler_->clock().now();
     if (!firstPass_) { firstPass_ = now; }
-    if (waiting_.size() > 0 && now < *firstPass_ + patience_) { return; }
+    const Kiln::TimePoint end = *firstPass_ + patience_;
+    if (waiting_.size() > 0 && now < end) {
+        task_.scheduleAfter(end - now);
+        return;
+    }
     std::exchange(onFilled_, {})();
 }
 
@@ -136,7 +140,7 @@ bool Provider::drainSome() {
         if (!process(*last->source, *key)) { removeUnlessNamed(*last->source, *key); }
         if (scheduler_->mustYield()) { return true; }
     }
-    return false;
+    return nextMarked() != nullptr;  // whom the removals have woken
 }
 
 /// Shows the entry as it is now. False when it is gone and a client may still hold it: to be removed.
@@ -263,6 +267,8 @@ void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
     const Reference self{source.lane(), key};
     if (stillNamed_.contains(self)) {
         postponed_[self] = &source;
+        // Who names it still may be who waits for it.
+        if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
     } else {
         remove(source, key);
     }

@@ -79,14 +79,14 @@ std::variant<ValueEncoding, Status> encoding(int number) {
     return unimplemented("encoding " + name + " is not served; ask for PROTO, JSON_IETF or JSON");
 }
 
-std::optional<Status> count(int paths, const char* what, const Limits& limits) {
+std::optional<Status> count(int paths, const char* what, int models, const Limits& limits) {
     if (paths == 0) { return invalid(std::string{"there are no "} + what + " in the request"); }
-    if (static_cast<std::size_t>(paths) > limits.subscriptionsPerCall) {
-        return Status{Code::ResourceExhausted,
-                      std::to_string(paths) + " " + what + ", at most " +
-                          std::to_string(limits.subscriptionsPerCall) + " are allowed in a call"};
-    }
-    return std::nullopt;
+    const auto most = static_cast<int>(limits.subscriptionsPerCall);
+    if (paths <= most && models <= most) { return std::nullopt; }
+    const std::string these =
+        paths > most ? std::to_string(paths) + " " + what : std::to_string(models) + " use_models";
+    return Status{Code::ResourceExhausted,
+                  these + ", at most " + std::to_string(most) + " are allowed in a call"};
 }
 
 std::variant<Served, Status> path(const gnmi::Path& prefix,

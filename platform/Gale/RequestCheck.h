@@ -40,8 +40,8 @@ Wire::Status unimplemented(std::string text);
 std::optional<Wire::Status> extensions(const Repeated<gnmi_ext::Extension>& all);
 /// `number`: of gnmi.Encoding.
 std::variant<ValueEncoding, Wire::Status> encoding(int number);
-/// That there are some paths and not too many of them; `what` they are called.
-std::optional<Wire::Status> count(int paths, const char* what, const Limits& limits);
+/// That there are some paths, and of them and of models not too many; `what` the paths are called.
+std::optional<Wire::Status> count(int paths, const char* what, int models, const Limits& limits);
 
 /// A path that is served, and by whom.
 struct Served {

@@ -38,7 +38,7 @@ std::string fault(const gnmi::Path& prefix, const gnmi::Path& path, const Limits
         return "a path of " + std::to_string(elements) + " elements, at most " +
                std::to_string(mostElements) + " are allowed";
     }
-    const std::size_t bytes = bytesOf(prefix) + bytesOf(path);
+    const std::size_t bytes = bytesOf(prefix) + bytesOf(path) + prefix.target().size();
     if (bytes > limits.pathBytes) {
         return "a path of " + std::to_string(bytes) + " bytes, at most " +
                std::to_string(limits.pathBytes) + " are allowed";

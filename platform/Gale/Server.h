@@ -25,7 +25,7 @@ namespace Gale {
 struct Limits {
     std::size_t subscriptionsPerCall = 128;
     std::size_t pathElements = 32;       ///< of prefix and path together
-    std::size_t pathBytes = 4096;        ///< of names and keys of prefix and path together
+    std::size_t pathBytes = 4096;        ///< of target, names and keys of prefix and path together
     std::size_t subscribers = 256;       ///< calls of Subscribe and Get at a time
     std::size_t waitingPolls = 16;       ///< of one call, beside the one that is being answered
     std::size_t gets = 8;                ///< calls of Get at a time: each may hold an answer twice

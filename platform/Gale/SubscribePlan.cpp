@@ -56,7 +56,8 @@ std::variant<SubscribePlan, Status> planSubscribe(
     if (auto bad = RequestCheck::extensions(request.extension())) { return std::move(*bad); }
     const gnmi::SubscriptionList& list = request.subscribe();
     if (auto bad = checkMode(static_cast<int>(list.mode()))) { return std::move(*bad); }
-    if (auto bad = RequestCheck::count(list.subscription_size(), "subscriptions", limits)) {
+    if (auto bad = RequestCheck::count(
+            list.subscription_size(), "subscriptions", list.use_models_size(), limits)) {
         return std::move(*bad);
     }
     const auto encoding = RequestCheck::encoding(static_cast<int>(list.encoding()));

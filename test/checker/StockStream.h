@@ -23,7 +23,7 @@ public:
         std::string server;             ///< "127.0.0.1:9339"
         std::vector<gnmi::Path> paths;  ///< none: the whole AFT of all instances
         bool once = false;              ///< else STREAM, on change
-        std::chrono::milliseconds connectTime{5000};
+        std::chrono::milliseconds connectTime{60000};
     };
 
     StockStream();

@@ -30,13 +30,16 @@ def main():
     for name in names:
         began = time.monotonic()
         if may_unshare():
-            done = subprocess.run(
-                ["unshare", "-n", sys.executable, "-m", "unittest", "-v", name],
-                capture_output=True, text=True, timeout=600, check=False,
-                cwd=os.path.dirname(os.path.abspath(__file__)))
-            output = done.stdout + done.stderr
+            try:
+                done = subprocess.run(
+                    ["unshare", "-n", sys.executable, "-m", "unittest", "-v", name],
+                    capture_output=True, text=True, timeout=600, check=False,
+                    cwd=os.path.dirname(os.path.abspath(__file__)))
+                output, ended = done.stdout + done.stderr, done.returncode
+            except subprocess.TimeoutExpired as late:
+                output, ended = f"not within {late.timeout} s: {late.output}", 1
             inner = "<skipped/>" if "OK (skipped=1)" in output else ""
-            if done.returncode != 0:
+            if ended != 0:
                 failed += 1
                 inner = f"<failure>{escape(output[-20000:])}</failure>"
                 print(output[-20000:])

@@ -207,6 +207,16 @@ struct GetErrorCase {
 constexpr GetErrorCase kErrors[] = {
     {"NoPaths", "", 3, "no paths"},
     {"TooManyPaths", "path {} path {} path {} path {} path {}", 8, "5 paths, at most 4"},
+    {"TooManyModels",
+     "path {} use_models {} use_models {} use_models {} use_models {} use_models {}",
+     8,
+     "5 use_models, at most 4"},
+    {"ALongTarget",
+     "prefix { target: '"
+     "0123456789012345678901234567890123456789012345678901234567890123456789"
+     "0123456789012345678901234567890123456789' } path {}",
+     3,
+     "110 bytes, at most 100"},
     {"UnknownType", "type: 9 path {}", 3, "unknown type 9"},
     {"Ascii", "encoding: ASCII path {}", 12, "encoding ASCII"},
     {"UnknownEncoding", "encoding: 77 path {}", 12, "encoding 77"},

@@ -132,6 +132,18 @@ TEST_P(ProviderTest, WhatTheContentOfAHeldBackEntryNamesStays) {
     EXPECT_EQ(statistics().waiting, 0U);
 }
 
+TEST_P(ProviderTest, AnEntryToldAgainAndTheLeavingOneThatItNamesDoNotWaitForEachOther) {
+    view->herds.set(7, {});
+    view->fields.set(5, 7);
+    settle();
+    view->herds.erase(7);
+    view->fields.set(5, 7);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(shown(Lane::prefixes), 1U);
+    EXPECT_EQ(statistics().waiting, 0U);
+}
+
 TEST_P(ProviderTest, WhatStayedForAHeldBackEntryLeavesWhenThatLeaves) {
     view->herds.set(7, {});
     view->fields.set(5, 7);
