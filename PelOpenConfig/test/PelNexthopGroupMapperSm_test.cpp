@@ -114,6 +114,19 @@ TEST_P(NexthopGroupMapper, ABottomFecIsTracedAndGivesNoGroup) {
     EXPECT_EQ(group(41), nullptr);
 }
 
+TEST_P(NexthopGroupMapper, AFecThatGivesNoGroupIsToldAsProcessedSoThatNobodyWaitsForIt) {
+    std::vector<std::uint64_t> processed;
+    const auto subscription = groups->onProcessed().subscribe(
+        [&processed](const OcApi::NextHopGroupId& id) { processed.push_back(id.value()); });
+    fecIs(41, Stash::FlattenFec{}, {{}, 5, false, false});
+    publish();
+    start();
+    EXPECT_TRUE(groups->pending(OcApi::NextHopGroupId{41}));
+    settle();
+    EXPECT_THAT(processed, ElementsAre(41U));
+    EXPECT_FALSE(groups->pending(OcApi::NextHopGroupId{41}));
+}
+
 TEST_P(NexthopGroupMapper, AFecThatTurnsFromTopToBottomKeepsItsGroup) {
     fecIs(41);
     publish();
