@@ -67,16 +67,16 @@ struct FlatVrf {
 };
 
 /// One batch of changes. To be applied in the order of the members, so that nothing ever refers to
-/// what is not there.
+/// what is not there, and a VRF's name is free before another table takes it.
 struct FlatDiff {
+    std::vector<FlatRouteKey> routeDeletes;
+    std::vector<std::uint32_t> vrfDeletes;
     std::vector<FlatVrf> vrfs;
     std::vector<FlatNextHop> nextHops;
     std::vector<FlatFec> fecs;
     std::vector<FlatRoute> routes;
-    std::vector<FlatRouteKey> routeDeletes;
     std::vector<FecId> fecDeletes;
     std::vector<OcNextHopNumber> nextHopDeletes;
-    std::vector<std::uint32_t> vrfDeletes;
 
     std::size_t size() const {
         return vrfs.size() + nextHops.size() + fecs.size() + routes.size() + routeDeletes.size() +

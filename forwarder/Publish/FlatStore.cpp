@@ -287,12 +287,13 @@ void FlatStore::routeIs(const std::string& vrf,
 
 void FlatStore::routeDel(const FlatRouteKey& key) {
     // Without its VRF's table there is nothing to delete, and none is to be made for it.
+    if (hasRouteTable(key)) { routeDel(key.vrf, key.prefix); }
+}
+
+bool FlatStore::hasRouteTable(const FlatRouteKey& key) {
     const AddressFamily family = key.prefix.address().family();
-    if (!routes_.contains({key.vrf, family}) &&
-        !writer_.get(kRegistryTable, routePath(key.vrf, family))) {
-        return;
-    }
-    routeDel(key.vrf, key.prefix);
+    return routes_.contains({key.vrf, family}) ||
+           writer_.get(kRegistryTable, routePath(key.vrf, family));
 }
 
 void FlatStore::routeDel(const std::string& vrf, const Nexo::IpPrefix& prefix) {
@@ -360,6 +361,23 @@ void FlatStore::vtisIs(const Vxlan::VtiStatusDirRecord& vtis) {
 OcNextHopNumber FlatStore::firstFreeIndex() {
     const auto bytes = writer_.get(identity_, kFirstFreeIndex);
     return bytes ? NumberCodec::decode(*bytes).value_or(1) : 1;
+}
+
+std::optional<FecId> FlatStore::fecOf(const FlatRouteKey& key) {
+    if (!hasRouteTable(key)) { return {}; }
+    const auto bytes = writer_.get(routeTable(key.vrf, key.prefix).table(),
+                                   Store::KeyCodec<Nexo::IpPrefix>::encode(key.prefix));
+    const auto route = bytes ? Mesa::RecordCodec<Mesa::FibRoute>::decode(*bytes) : std::nullopt;
+    return route ? std::optional{route->fecId} : std::nullopt;
+}
+
+std::optional<FecId> FlatStore::fecOf(OcNextHopNumber index) {
+    const auto entry = nextHop(Stash::OcNextHopIndex{index});
+    return entry ? std::optional{FecId{entry->nhgId.value()}} : std::nullopt;
+}
+
+bool FlatStore::hasFec(FecId id) {
+    return writer_.get(fecs_.table(), Store::KeyCodec<FecId>::encode(id)).has_value();
 }
 
 void FlatStore::forEachNextHop(absl::FunctionRef<void(Stash::OcNextHopIndex)> visit) {

@@ -82,6 +82,11 @@ public:
     // What the store holds, to compare it with; also what does not verify. A visitor must not write.
 
     OcNextHopNumber firstFreeIndex();
+    /// The FEC that the route names; none without the route.
+    std::optional<FecId> fecOf(const FlatRouteKey& key);
+    /// The FEC that the next hop is of; none without the next hop.
+    std::optional<FecId> fecOf(OcNextHopNumber index);
+    bool hasFec(FecId id);
     void forEachNextHop(absl::FunctionRef<void(Stash::OcNextHopIndex)> visit);
     void forEachFec(absl::FunctionRef<void(FecId)> visit);
     void forEachVrfId(absl::FunctionRef<void(Vrf::VrfId)> visit);
@@ -93,6 +98,7 @@ private:
     using RouteTable = Mesa::TablePublisher<Nexo::IpPrefix, Mesa::FibRoute>;
     RouteTable& routeTable(const std::string& vrf, Nexo::AddressFamily family);
     RouteTable& routeTable(const std::string& vrf, const Nexo::IpPrefix& prefix);
+    bool hasRouteTable(const FlatRouteKey& key);
     std::optional<FlattenNextHopEntry> nextHop(Stash::OcNextHopIndex index);
     void counterKeyDel(const FlattenNextHopEntry& entry);
     bool holds(const Stash::Handle& handle, std::string_view content);

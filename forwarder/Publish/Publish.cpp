@@ -14,7 +14,9 @@ namespace {
 
 constexpr std::size_t kBatch = 512;          // elements asked of Flatten at once
 constexpr std::size_t kBatchesOfRetry = 16;  // taken at once while publishing stands still
-constexpr std::size_t kSmall = 64;           // elements of a transaction after a failure
+// Elements of a transaction after a failure. So few, since a deletion takes pages, too, before it
+// frees any, and each may be in a page of its own.
+constexpr std::size_t kSmall = 16;
 
 }  // namespace
 
@@ -45,7 +47,12 @@ bool Publish::run(absl::FunctionRef<bool()> mustYield) {
         } else {
             diff_.clear();
             done_ = 0;
+            if (!rest_.empty()) {
+                std::swap(diff_, rest_);
+                continue;
+            }
             stuck_ = false;
+            joined_ = false;
             more_ = flatten_.collect(diff_, kBatch);
             readyDue_ = readyDue_ || !ready_ || !diff_.vrfs.empty();
             if (diff_.empty() && !more_) {
@@ -61,10 +68,7 @@ bool Publish::run(absl::FunctionRef<bool()> mustYield) {
 bool Publish::writeSome() {
     if (!diff_.nextHops.empty()) { store_->firstFreeIndexIs(flatten_.firstFreeIndex()); }
     std::size_t end = diff_.size();
-    if (stuck_) {
-        const std::size_t withdrawn = diff_.routeDeletes.size();
-        end = std::min(done_ < withdrawn ? withdrawn : end, done_ + kSmall);
-    }
+    if (stuck_) { end = std::min(end, done_ + kSmall); }
     std::size_t next = done_;
     while (next < end && !commit_.full()) { write(next++); }
     if (!commit_.commit(next - done_)) {
@@ -75,17 +79,32 @@ bool Publish::writeSome() {
     return true;
 }
 
-/// Publishing stands still: what the source told meanwhile joins what has not been written.
+/// Publishing stands still: what the source told meanwhile joins what has not been written, and
+/// what makes room goes first, in transactions of its own.
 void Publish::takeWhatCame() {
-    std::vector<FlatDiff> batches;
-    batches.push_back(std::exchange(diff_, {}));
-    do {
+    std::vector<FlatDiff> batches(2);  // for what waits
+    for (std::size_t i = 0; i < kBatchesOfRetry && (i == 0 || more_); ++i) {
         FlatDiff came;
         more_ = flatten_.collect(came, kBatch);
-        batches.push_back(std::move(came));
-    } while (more_ && batches.size() <= kBatchesOfRetry);
-    diff_ = joined(batches, done_);
+        readyDue_ = readyDue_ || !came.vrfs.empty();
+        if (!came.empty()) { batches.push_back(std::move(came)); }
+    }
+    if (joined_ && batches.size() == 2) { return; }
+    batches[0] = std::exchange(diff_, {});
+    batches[1] = std::exchange(rest_, {});
+    rest_ = joined(batches, done_);
+    diff_ = takeRoom(rest_, *store_);
     done_ = 0;
+    writer_.abort();  // reading only
+    joined_ = writer_.commit().empty();
+    if (joined_) { return; }
+    // Reading failed, so nobody knows who names what: nothing that may be named goes early.
+    const auto last = [](auto& from, auto& to) {
+        to.insert(to.end(), from.begin(), from.end());
+        from.clear();
+    };
+    last(diff_.fecDeletes, rest_.fecDeletes);
+    last(diff_.nextHopDeletes, rest_.nextHopDeletes);
 }
 
 bool Publish::writeReadiness() {
@@ -103,15 +122,15 @@ void Publish::write(std::size_t element) {
         element -= list.size();
         return false;
     };
-    // First, since nothing refers to a route, and since they make room.
+    // First, since nothing refers to a route, and since they make room; then names become free.
     if (in(diff_.routeDeletes)) { return store_->routeDel(diff_.routeDeletes[element]); }
+    if (in(diff_.vrfDeletes)) { return store_->vrfDel(diff_.vrfDeletes[element]); }
     if (in(diff_.vrfs)) { return store_->vrfIs(diff_.vrfs[element]); }
     if (in(diff_.nextHops)) { return store_->nextHopIs(diff_.nextHops[element]); }
     if (in(diff_.fecs)) { return store_->fecIs(diff_.fecs[element]); }
     if (in(diff_.routes)) { return store_->routeIs(diff_.routes[element]); }
     if (in(diff_.fecDeletes)) { return store_->fecDel(diff_.fecDeletes[element]); }
     if (in(diff_.nextHopDeletes)) { return store_->nextHopDel(diff_.nextHopDeletes[element]); }
-    if (in(diff_.vrfDeletes)) { return store_->vrfDel(diff_.vrfDeletes[element]); }
 }
 
 }  // namespace Pel::Forwarder

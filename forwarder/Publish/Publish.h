@@ -25,8 +25,8 @@ namespace Pel::Forwarder {
 /// sees the data.
 ///
 /// A transaction that fails (a full store, an I/O error) is gone as a whole: publishing stops there, says so, and tries again
-/// a second later. What the source has told meanwhile joins what waits, so that a deletion need not wait for what does not
-/// fit: withdrawn routes go first, and until all of it has been written transactions are small.
+/// a second later. What the source has told meanwhile joins what waits, and what makes room goes first: withdrawn routes and
+/// VRFs, the FECs that no waiting route still names, and their next hops. Until all has been written transactions are small.
 ///
 /// Belongs to one thread. Start: open(); then, once the source's first download is complete, run() whenever there may be
 /// something to do.
@@ -65,8 +65,10 @@ private:
     unsigned cellId_;
     std::unique_ptr<FlatStore> store_;
     FlatDiff diff_;          // being written
+    FlatDiff rest_;          // of what was joined: after it
     std::size_t done_ = 0;   // elements of it that are committed
     bool stuck_ = false;     // a transaction of it has failed
+    bool joined_ = false;    // and what makes room has been put first
     bool more_ = true;       // Flatten has more
     bool readyDue_ = false;  // VRFs came, or nothing was ever said
     bool ready_ = false;

@@ -5,10 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "forwarder/Flatten/test/FlattenBed.h"
 #include "forwarder/Publish/Publish.h"
@@ -20,8 +25,11 @@
 namespace Pel::Forwarder {
 namespace {
 
+using testing::Contains;
+using testing::Each;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 /// A forwarder whose store has no room for what the source has to say.
 class FullStoreTest : public testing::Test {
@@ -54,6 +62,29 @@ protected:
                                                   {FlattenBed::path("10." + middle + ".1", 1)});
             there ? bed.add(route) : bed.del(route);
         }
+    }
+    void red(std::uint32_t table, const std::string& prefix, const std::string& gateway) {
+        Route route = FlattenBed::route(prefix, {FlattenBed::path(gateway, 1)});
+        route.table = table;
+        bed.add(route);
+    }
+    /// Whoever reads now finds the group of each route, and the next hops of each group.
+    void expectWhole() {
+        StoreView view{options};
+        std::set<std::string> fecs;
+        std::set<std::string> nextHops;
+        std::set<std::string> named;
+        for (const std::string& line : view.everything()) {
+            std::istringstream words{line};
+            std::vector<std::string> word{std::istream_iterator<std::string>{words}, {}};
+            if (line.starts_with("next hop ")) { nextHops.insert(word[2]); }
+            if (line.starts_with("default ")) { named.insert(word[2]); }
+            if (!line.starts_with("FEC ")) { continue; }
+            fecs.insert(std::to_string(std::stoull(word[1]) & kFecNumberMask));
+            const std::string& member = word.back();
+            EXPECT_TRUE(nextHops.contains(member.substr(0, member.find('w')))) << line;
+        }
+        EXPECT_TRUE(std::includes(fecs.begin(), fecs.end(), named.begin(), named.end()));
     }
     std::size_t published() {
         StoreView view{options};
@@ -122,6 +153,103 @@ TEST_F(FullStoreTest, WhatIsThereKeepsChangingWhileMoreDoesNotFit) {
     EXPECT_THAT(publish->failure(), HasSubstr("full"));
     EXPECT_EQ(StoreView{options}.route("default", "198.0.0.0/24"), "none")
         << "a withdrawn route does not wait for what does not fit";
+}
+
+TEST_F(FullStoreTest, AVrfWhoseTableChangesWhileItStandsStillHasTheRoutesOfTheNewTable) {
+    start();
+    bed.vrf(9, "red", 1001);
+    red(1001, "203.0.113.0/24", "10.255.0.1");
+    red(1001, "203.0.114.0/24", "10.255.0.1");
+    settle();
+    ASSERT_NE(StoreView{options}.route("red", "203.0.113.0/24"), "none");
+    routes(0, 6000, true);
+    settle();
+    ASSERT_THAT(publish->failure(), HasSubstr("full"));
+    bed.fib.linkDel(9);
+    bed.vrf(10, "red", 1002);
+    red(1002, "203.0.113.0/24", "10.255.0.2");
+    red(1002, "203.0.115.0/24", "10.255.0.2");
+    settleAfterASecond();
+    routes(0, 6000, false);
+    for (int seconds = 0; seconds < 60; ++seconds) { settleAfterASecond(); }
+    EXPECT_EQ(publish->failure(), "");
+    StoreView view{options};
+    EXPECT_EQ(view.vrfName(1001), "none");
+    EXPECT_EQ(view.vrfName(1002), "red");
+    EXPECT_NE(view.route("red", "203.0.113.0/24"), "none");
+    EXPECT_EQ(view.route("red", "203.0.114.0/24"), "none");
+    EXPECT_NE(view.route("red", "203.0.115.0/24"), "none");
+    EXPECT_EQ(view.fibReady("red"), "true");
+    EXPECT_EQ(view.fecs(), 1U);
+}
+
+TEST_F(FullStoreTest, AVrfRenamedWhileItStandsStillLeavesNothingOfItsOldName) {
+    start();
+    bed.vrf(9, "red", 1001);
+    red(1001, "203.0.113.0/24", "10.255.0.1");
+    settle();
+    ASSERT_EQ(StoreView{options}.fibReady("red"), "true");
+    routes(0, 6000, true);
+    settle();
+    ASSERT_THAT(publish->failure(), HasSubstr("full"));
+    bed.vrf(9, "blue", 1001);
+    settleAfterASecond();
+    routes(0, 6000, false);
+    for (int seconds = 0; seconds < 60; ++seconds) { settleAfterASecond(); }
+    EXPECT_EQ(publish->failure(), "");
+    StoreView view{options};
+    EXPECT_EQ(view.vrfName(1001), "blue");
+    EXPECT_EQ(view.fibReady("red"), "none");
+    EXPECT_EQ(view.fibReady("blue"), "true");
+    EXPECT_THAT(view.routeTables(), Each(Not(HasSubstr("red"))));
+    EXPECT_THAT(view.routeTables(), Contains("routing/vrf/status/blue"));
+}
+
+TEST_F(FullStoreTest, AVrfThatCameWhileItStoodStillIsSaidToBeReady) {
+    start();
+    settle();
+    routes(0, 6000, true);
+    settle();
+    ASSERT_THAT(publish->failure(), HasSubstr("full"));
+    bed.vrf(9, "red", 1001);
+    settleAfterASecond();
+    EXPECT_NE(StoreView{options}.fibReady("red"), "true") << "not all has been said";
+    routes(0, 6000, false);
+    for (int seconds = 0; seconds < 60; ++seconds) { settleAfterASecond(); }
+    EXPECT_EQ(publish->failure(), "");
+    EXPECT_EQ(StoreView{options}.fibReady("red"), "true");
+}
+
+TEST_F(FullStoreTest, WithdrawnRoutesMakeRoomWithTheirGroupsAndNothingNamesWhatIsGone) {
+    start();
+    int there = 0;
+    for (; publish->failure().empty() && there < 6000; there += 100) {
+        routes(there, 100, true);
+        settle();
+    }
+    ASSERT_THAT(publish->failure(), HasSubstr("full"));
+    routes(there, there / 2, true);
+    const std::string moves = "198.0.0.0/24";  // to a group that has to wait
+    bed.add(FlattenBed::route(moves, {FlattenBed::path("10.255.0.1", 1)}));
+    settleAfterASecond();
+    ASSERT_THAT(publish->failure(), HasSubstr("full"));
+    const int stay = there / 10;
+    routes(stay, there - stay, false);
+    for (int seconds = 0; seconds < 60 && !publish->failure().empty(); ++seconds) {
+        clock.advance(std::chrono::seconds{1});
+        for (int i = 1; publish->run([] { return true; }); ++i) {
+            if (i % 20 == 0) {
+                expectWhole();
+            }  // a name of what is gone would last until all is written
+        }
+        expectWhole();
+    }
+    EXPECT_EQ(publish->failure(), "");
+    expectWhole();
+    StoreView view{options};
+    EXPECT_EQ(published(), static_cast<std::size_t>(stay + there / 2));
+    EXPECT_EQ(view.fecs(), static_cast<std::size_t>(stay + there / 2));
+    EXPECT_EQ(view.nextHops(), static_cast<std::size_t>(stay + there / 2));
 }
 
 /// Runs in a child with a file system of its own, of 2 MB. The child's exit status; 99: not permitted.
