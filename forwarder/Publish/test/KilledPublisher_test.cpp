@@ -221,19 +221,6 @@ protected:
     static bool counts(const KillPoint::Write& write) {
         return GetParam().records || write.bytes > 0;
     }
-    std::uint64_t writesOfARun() {
-        const Store::Options options = optionsOf("count");
-        std::uint64_t writes = 0;
-        KillPoint::onWriteIs([&](const KillPoint::Write& write) {
-            writes += counts(write) ? 1 : 0;
-            return Fate::goOn;
-        });
-        PublishingRun run{options};
-        EXPECT_TRUE(run.open());
-        run.all();
-        KillPoint::onWriteIs(nullptr);
-        return writes;
-    }
     static pid_t startAndKillAt(const Store::Options& options, std::uint64_t number) {
         return start(options, [number, count = std::uint64_t{0}](const auto& write) mutable {
             return counts(write) && ++count == number ? GetParam().fate : Fate::goOn;
@@ -244,11 +231,12 @@ protected:
 TEST_P(AtEveryWrite, ReadersSeeCommittedStatesOnlyAndTheNextForwarderMakesItGood) {
     const auto states = committedStates();
     ASSERT_GT(states.size(), 8U);
-    const std::uint64_t writes = writesOfARun();
-    ASSERT_GT(writes, GetParam().records ? 100U : 20U);
     std::map<Store::Sequence, Lines> seen;
-    for (std::uint64_t number = 1; number <= writes + 1; ++number) {
-        SCOPED_TRACE("killed at write " + std::to_string(number) + " of " + std::to_string(writes));
+    // How many writes a run takes is not quite fixed: pages that a reader holds are not used again.
+    std::uint64_t number = 0;
+    for (bool killed = true; killed;) {
+        ++number;
+        SCOPED_TRACE("killed at write " + std::to_string(number));
         const Store::Options options = optionsOf(std::to_string(number));
         StoreView view{options};
         Store::Sequence last = 0;
@@ -263,8 +251,8 @@ TEST_P(AtEveryWrite, ReadersSeeCommittedStatesOnlyAndTheNextForwarderMakesItGood
         const pid_t child = startAndKillAt(options, number);
         int status = 0;
         while (::waitpid(child, &status, WNOHANG) == 0) { view.look(); }
-        ASSERT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
-                  number <= writes ? -SIGKILL : 0);
+        killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+        ASSERT_TRUE(killed || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << status;
         view.look();
         // As far as another one gets that comes only now.
         StoreView late{options};
@@ -277,6 +265,7 @@ TEST_P(AtEveryWrite, ReadersSeeCommittedStatesOnlyAndTheNextForwarderMakesItGood
         std::filesystem::remove_all(options.directory);
         if (testing::Test::HasFailure()) { break; }
     }
+    EXPECT_GT(number, GetParam().records ? 100U : 20U);
     EXPECT_EQ(seen, states) << "each of them was the last one of some run";
 }
 
