@@ -240,7 +240,7 @@ void UpCommand::showSummary(const ExportProgress::Counts& counts) const {
     const std::string root = standardRoot ? "" : " --root " + options_.root.string();
     const std::string pel = (ownDirectory() / "pel").string();
     const std::string at = server == "127.0.0.1:9339" ? "" : " --server " + server;
-    fmt::print("gNMI    {} (clear text; Capabilities, Subscribe)\n", listen_.text());
+    fmt::print("gNMI    {} (clear text; Capabilities, Get, Subscribe)\n", listen_.text());
     if (!options_.once) {
         fmt::print(
             "try     {0} watch{1}\n        {0} watch --once{1} "
