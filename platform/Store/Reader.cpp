@@ -129,7 +129,7 @@ void Reader::State::storeGone(std::string reason) {
     TRACE5("store {} gone: {}", reader.options_.directory.string(), reason);
     reader.lastError_ = std::move(reason);
     snapshot.environmentIs(nullptr);
-    reader.environment_.reset();
+    closing = std::move(reader.environment_);
     bell.reset();
     byTable.clear();
     caughtUp = false;
@@ -144,6 +144,16 @@ void Reader::State::storeGone(std::string reason) {
     }
 }
 
+/// Closes a store that went, a little at a time. Answers whether it is closed; until then no other is opened: closing the
+/// one would drop the file locks of the other.
+bool Reader::State::closed() {
+    while (closing.use_count() == 1 && closing->pagesGivenBack()) {
+        if (scheduler->mustYield()) { return false; }
+    }
+    closing.reset();
+    return true;
+}
+
 /// Once a second, and when the bell itself changed: is the store there, and still the same?
 bool Reader::State::look() {
     const Vel::Ref<Reader> keep{&reader};
@@ -151,6 +161,7 @@ bool Reader::State::look() {
     if (reader.environment_ != nullptr && !reader.environment_->current()) {
         storeGone("its files were replaced, removed or cut off");
     }
+    if (!closed()) { return true; }
     if (reader.environment_ == nullptr) { openStore(); }
     if (reader.environment_ == nullptr) { return false; }
     listen();

@@ -48,6 +48,7 @@ struct Reader::State {
     void openStore();
     void listen();
     void storeGone(std::string reason);
+    bool closed();
     bool look();
     void unmount(Impl& mount);
     std::optional<TableInfo> table(std::string_view path);
@@ -76,6 +77,7 @@ struct Reader::State {
     Reader& reader;
     Vel::Ref<Kiln::TaskScheduler> scheduler;
     Snapshot snapshot;
+    std::shared_ptr<Environment> closing;  // of the store that went
     std::vector<std::shared_ptr<Impl>> mounts;
     absl::flat_hash_map<TableId, std::vector<std::shared_ptr<Impl>>> byTable;
     std::set<std::string> knownTables;  // that subscribers have been told of

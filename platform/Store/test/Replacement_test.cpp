@@ -218,6 +218,32 @@ TEST_F(ReplacementTest, ManyVanishedKeysAreToldInManySlices) {
     EXPECT_TRUE(reader->caughtUp());
 }
 
+TEST_F(ReplacementTest, ALargeStoreIsClosedInSlicesAndBeforeItsSuccessorIsOpened) {
+    storeIs({{"1", std::string(std::size_t{20} << 20, 'x')}});
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    std::string error;
+    const std::weak_ptr<Environment> old = Environment::open(options, Access::read, error);
+    scheduler->yieldPolicyIs(std::make_unique<Kiln::AlwaysYield>());
+    storeDel();
+    storeIs({{"1", "y"}});
+    unsigned slicesUntilClosed = 0;
+    bool bothOpen = false;
+    mount.notes.clear();
+    const auto watch = scheduler->onSliceEnd().subscribe([&] {
+        if (mount.notes.empty()) { return; }  // not noticed yet
+        slicesUntilClosed += old.expired() ? 0 : 1;
+        bothOpen = bothOpen || (!old.expired() && reader->open());
+    });
+    settleAfterASecond();
+    EXPECT_GE(slicesUntilClosed, 4U);
+    EXPECT_FALSE(bothOpen);
+    EXPECT_TRUE(old.expired());
+    EXPECT_EQ(mount.value("1"), "y");
+}
+
 TEST_F(ReplacementTest, ARoundThatIsBrokenOffWhileItSettlesTellsTheRestInTheNext) {
     constexpr int kCount = 2000;
     const auto key = [](int i) { return std::to_string(10'000 + i); };
