@@ -35,7 +35,7 @@ struct MplsState {
 struct UdpState {
     Nexo::IpGenAddr srcIp;
     Nexo::IpGenAddr dstIp;
-    std::uint8_t ipTtl = 0;  ///< 0: copied from the inner packet
+    std::optional<std::uint8_t> ipTtl;  ///< 0: copied from the inner packet; absent: not shown
     static constexpr auto fields() {
         return Vel::fields(Vel::field("srcIp", &UdpState::srcIp),
                            Vel::field("dstIp", &UdpState::dstIp),

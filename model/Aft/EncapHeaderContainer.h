@@ -13,6 +13,8 @@ class EncapHeaderContainer {
 public:
     bool empty() const { return headers_.empty(); }
     std::size_t size() const { return headers_.size(); }
+    /// Makes room for this many headers in all.
+    void reserve(std::size_t headers) { headers_.reserve(headers); }
     /// Null when no header has this index.
     const EncapHeader* encapHeader(std::uint8_t index) const {
         const auto it = at(index);

@@ -129,7 +129,8 @@ public:
     void udp(const P& paths, PathTemplate::Keys keys, const UdpState& state) {
         address(paths.source, keys, state.srcIp);
         address(paths.destination, keys, state.dstIp);
-        if (state.ipTtl != 0) { to.leaf(paths.ttl, keys, std::uint64_t{state.ipTtl}); }
+        const std::uint64_t ttl = state.ipTtl.value_or(0);
+        if (ttl != 0) { to.leaf(paths.ttl, keys, ttl); }
     }
     /// VNI and local tunnel end have a home in the header and, for older clients, in the next hop.
     template <class P>

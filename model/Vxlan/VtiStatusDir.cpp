@@ -24,6 +24,13 @@ Pel::Wire::VtepAddress fromAddress(const Nexo::IpGenAddr& address) {
     return {static_cast<std::uint8_t>(address.family()), flatbuffers::make_span(bytes)};
 }
 
+const VtiStatus kNone;
+
+const VtiStatus* statusIn(const VtiStatusDirRecord& in, const Nexo::IntfId& vti) {
+    const auto it = in.vti.find(vti);
+    return it == in.vti.end() ? nullptr : &it->second;
+}
+
 std::optional<std::uint32_t> vniOf(const VtiStatus& status, std::uint32_t vlan) {
     const auto it = status.vlanVniMap.find(vlan);
     return it == status.vlanVniMap.end() ? std::nullopt : std::optional{it->second};
@@ -32,35 +39,34 @@ std::optional<std::uint32_t> vniOf(const VtiStatus& status, std::uint32_t vlan) 
 }  // namespace
 
 const VtiStatus* VtiStatusDir::vtiStatus(const Nexo::IntfId& vti) const {
-    const auto it = record().vti.find(vti);
-    return it == record().vti.end() ? nullptr : &it->second;
+    return statusIn(record(), vti);
 }
 
 void VtiStatusDir::recordChanged(const VtiStatusDirRecord& previous) {
     std::set<Nexo::IntfId> all;
     for (const auto& [vti, status] : previous.vti) { all.insert(vti); }
     for (const auto& [vti, status] : record().vti) { all.insert(vti); }
-    const auto statusIn = [](const VtiStatusDirRecord& in, const Nexo::IntfId& vti) {
-        const auto it = in.vti.find(vti);
-        return it == in.vti.end() ? VtiStatus{vti, {}, {}, {}} : it->second;
-    };
     for (const Nexo::IntfId& vti : all) {
-        publishDifference(statusIn(previous, vti), statusIn(record(), vti));
+        publishDifference(vti, statusIn(previous, vti), statusIn(record(), vti));
     }
 }
 
-void VtiStatusDir::publishDifference(const VtiStatus& before, const VtiStatus& now) {
-    if (before.vtepAddr != now.vtepAddr) {
-        onVtepAddr_.publish(now.name, Nexo::AddressFamily::ipv4);
+void VtiStatusDir::publishDifference(const Nexo::IntfId& vti,
+                                     const VtiStatus* before,
+                                     const VtiStatus* now) {
+    const bool cameOrWent = before == nullptr || now == nullptr;
+    const VtiStatus& was = before == nullptr ? kNone : *before;
+    const VtiStatus& is = now == nullptr ? kNone : *now;
+    if (cameOrWent || was.vtepAddr != is.vtepAddr) { onVtepAddr_.publish(vti, Nexo::V4V6::ipv4); }
+    if (cameOrWent || was.vtepAddrV6 != is.vtepAddrV6) {
+        onVtepAddr_.publish(vti, Nexo::V4V6::ipv6);
     }
-    if (before.vtepAddrV6 != now.vtepAddrV6) {
-        onVtepAddr_.publish(now.name, Nexo::AddressFamily::ipv6);
-    }
+    if (was.vlanVniMap == is.vlanVniMap) { return; }
     std::set<std::uint32_t> vlans;
-    for (const auto& [vlan, vni] : before.vlanVniMap) { vlans.insert(vlan); }
-    for (const auto& [vlan, vni] : now.vlanVniMap) { vlans.insert(vlan); }
+    for (const auto& [vlan, vni] : was.vlanVniMap) { vlans.insert(vlan); }
+    for (const auto& [vlan, vni] : is.vlanVniMap) { vlans.insert(vlan); }
     for (const std::uint32_t vlan : vlans) {
-        if (vniOf(before, vlan) != vniOf(now, vlan)) { onVlanVni_.publish(now.name, vlan); }
+        if (vniOf(was, vlan) != vniOf(is, vlan)) { onVlanVni_.publish(vti, vlan); }
     }
 }
 

@@ -20,7 +20,8 @@ struct VtiStatusDirRecord {
 };
 
 /// All VXLAN tunnel interfaces of the device: few, so one record holds them, and this entity tells
-/// what in it changed. A tunnel interface that comes or goes counts as a change of all that it has.
+/// what in it changed. A tunnel interface that comes or goes counts as a change of both its
+/// addresses, set or not, and of all VLANs that it has.
 class VtiStatusDir final : public Pel::MirroredRecord<VtiStatusDirRecord> {
 public:
     static constexpr const char* kType = "Vxlan::VtiStatusDir";
@@ -30,16 +31,15 @@ public:
     /// Null when absent; valid until the record changes.
     const VtiStatus* vtiStatus(const Nexo::IntfId& vti) const;
     /// The local VTEP address of this family changed.
-    Vel::Publisher<const Nexo::IntfId&, Nexo::AddressFamily>& onVtepAddr() const {
-        return onVtepAddr_;
-    }
+    Vel::Publisher<const Nexo::IntfId&, Nexo::V4V6>& onVtepAddr() const { return onVtepAddr_; }
     /// The VNI of this VLAN changed.
     Vel::Publisher<const Nexo::IntfId&, std::uint32_t>& onVlanVni() const { return onVlanVni_; }
 
 private:
     void recordChanged(const VtiStatusDirRecord& previous) override;
-    void publishDifference(const VtiStatus& before, const VtiStatus& now);
-    mutable Vel::Publisher<const Nexo::IntfId&, Nexo::AddressFamily> onVtepAddr_;
+    /// Null: there was, or is, no such interface.
+    void publishDifference(const Nexo::IntfId& vti, const VtiStatus* before, const VtiStatus* now);
+    mutable Vel::Publisher<const Nexo::IntfId&, Nexo::V4V6> onVtepAddr_;
     mutable Vel::Publisher<const Nexo::IntfId&, std::uint32_t> onVlanVni_;
 };
 

@@ -5,6 +5,7 @@
 #include "model/Fec/NexthopGroupEntry.h"
 #include "model/Fec/OcNextHopIndex.h"
 #include "model/Net/EthAddr.h"
+#include "model/Net/ExtendedVlanId.h"
 #include "model/Net/InternedName.h"
 #include "model/Net/IntfId.h"
 #include "model/Net/IpPrefix.h"
@@ -194,6 +195,14 @@ TEST(VrfNames, HaveAtMostAHundredBytes) {
         FAIL();
     } catch (const Vel::RangeError& error) {
         EXPECT_STREQ(error.what(), "Vel::String::bytes > maxLength() not allowed");
+    }
+}
+
+TEST(ExtendedVlan, IsAtMost16383) {
+    EXPECT_EQ(ExtendedVlanId{}.value(), 0U);
+    EXPECT_EQ(ExtendedVlanId{16383}.value(), 16383U);
+    for (const std::uint32_t beyond : {16384U, 65536U, 0xffffffffU}) {
+        EXPECT_THROW(ExtendedVlanId{beyond}, Vel::RangeError) << beyond;
     }
 }
 

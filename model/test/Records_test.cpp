@@ -181,7 +181,7 @@ TEST(VtiDir, TellsWhatChanged) {
     Vxlan::VtiStatusDirRecord record;
     record.vti[vti] = {vti, *Nexo::IpGenAddr::parse("10.0.0.1"), {}, {{100, 10100}, {200, 10200}}};
     EXPECT_TRUE(dir->recordIs(Codec::encode(record)));
-    EXPECT_THAT(told, ElementsAre("vxlan1 v4", "vxlan1 vlan 100", "vxlan1 vlan 200"));
+    EXPECT_THAT(told, ElementsAre("vxlan1 v4", "vxlan1 v6", "vxlan1 vlan 100", "vxlan1 vlan 200"));
     EXPECT_EQ(dir->vtiStatus(vti)->vlanVniMap.at(200), 10200U);
     told.clear();
     EXPECT_TRUE(dir->recordIs(Codec::encode(record)));
@@ -195,6 +195,26 @@ TEST(VtiDir, TellsWhatChanged) {
     EXPECT_THAT(told, ElementsAre("vxlan1 v4", "vxlan1 v6", "vxlan1 vlan 100", "vxlan1 vlan 200"));
     EXPECT_EQ(dir->vtiStatus(vti), nullptr);
     expectHostileBytesAreHarmless<Codec>(Codec::encode(record));
+}
+
+TEST(VtiDir, OneThatComesOrGoesChangesBothFamiliesAndNoOther) {
+    using Codec = Mesa::RecordCodec<Vxlan::VtiStatusDirRecord>;
+    const auto dir = Vel::make<Vxlan::VtiStatusDir>("vxlan");
+    const Nexo::IntfId stays{"vxlan1"};
+    const Nexo::IntfId comes{"vxlan2"};
+    Vxlan::VtiStatusDirRecord record;
+    record.vti[stays] = {stays, *Nexo::IpGenAddr::parse("10.0.0.1"), {}, {{100, 10100}}};
+    dir->recordIs(Codec::encode(record));
+    std::vector<std::string> told;
+    const auto a = dir->onVtepAddr().subscribe([&](const Nexo::IntfId& vti, Nexo::V4V6 f) {
+        told.push_back(vti.stringValue() + (f == Nexo::V4V6::ipv4 ? " v4" : " v6"));
+    });
+    record.vti[comes] = {comes, {}, {}, {}};
+    dir->recordIs(Codec::encode(record));
+    EXPECT_THAT(told, ElementsAre("vxlan2 v4", "vxlan2 v6"));
+    record.vti.erase(comes);
+    dir->recordIs(Codec::encode(record));
+    EXPECT_THAT(told, ElementsAre("vxlan2 v4", "vxlan2 v6", "vxlan2 v4", "vxlan2 v6"));
 }
 
 TEST(Mirrored, BadBytesChangeNothing) {
