@@ -38,7 +38,8 @@ bool NativeFibReady::encode(const EntryKey& /*key*/, Gale::EncodedEntry& to) {
     return true;
 }
 
-void NativeFibReady::encodeDelete(const EntryKey& /*key*/, std::string& notification) const {
+void NativeFibReady::encodeDelete(const EntryKey& /*key*/,
+                                  Gale::PackedNotification& notification) const {
     NotificationWriter{notification}.deletion(NativePaths::kOrigin, deletion_, {});
 }
 
@@ -100,7 +101,8 @@ bool NativeStateSynced::encode(const EntryKey& key, Gale::EncodedEntry& to) {
     return true;
 }
 
-void NativeStateSynced::encodeDelete(const EntryKey& key, std::string& notification) const {
+void NativeStateSynced::encodeDelete(const EntryKey& key,
+                                     Gale::PackedNotification& notification) const {
     const std::array<std::string_view, 1> keys{instances_.name(OpenConfigKeys::instanceOf(key))};
     NotificationWriter{notification}.deletion(NativePaths::kOrigin, deletion_, keys);
 }

@@ -70,7 +70,8 @@ public:
         }
         return true;
     }
-    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const override {
+    void encodeDelete(const Gale::EntryKey& key,
+                      Gale::PackedNotification& notification) const override {
         const OpenConfigKeys::Decimal id{key.lo};
         const std::array<std::string_view, 1> keys{id};
         Gale::NotificationWriter{notification}.deletion(NativePaths::kOrigin, deletion_, keys);

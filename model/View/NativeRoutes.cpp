@@ -54,7 +54,7 @@ const NativeRoutes::Paths& NativeRoutes::paths(const Gale::EntryKey& key) const 
 
 void NativeRoutes::encode(const Gale::EntryKey& key,
                           const Mesa::FibRoute& route,
-                          std::string& notification) const {
+                          Gale::PackedNotification& notification) const {
     const std::uint32_t instance = OpenConfigKeys::instanceOf(key);
     const OpenConfigKeys::PrefixText prefix{OpenConfigKeys::prefixOf(key)};
     const std::array<std::string_view, 2> keys{instances_.name(instance), prefix};
@@ -68,13 +68,14 @@ void NativeRoutes::encode(const Gale::EntryKey& key,
 
 void NativeRoutes::encode(const Gale::EntryKey& key,
                           std::uint64_t value,
-                          std::string& notification) const {
+                          Gale::PackedNotification& notification) const {
     const Mesa::FibRoute route{FecId{value & kFecMask},
                                static_cast<OriginProtocol>(value >> kProtocolShift)};
     encode(key, route, notification);
 }
 
-void NativeRoutes::encodeDelete(const Gale::EntryKey& key, std::string& notification) const {
+void NativeRoutes::encodeDelete(const Gale::EntryKey& key,
+                                Gale::PackedNotification& notification) const {
     const std::uint32_t instance = OpenConfigKeys::instanceOf(key);
     const OpenConfigKeys::PrefixText prefix{OpenConfigKeys::prefixOf(key)};
     const std::array<std::string_view, 2> keys{instances_.name(instance), prefix};
@@ -128,7 +129,8 @@ bool NativeRouteTable::encode(const Gale::EntryKey& key, Gale::EncodedEntry& to)
     return true;
 }
 
-void NativeRouteTable::encodeDelete(const Gale::EntryKey& key, std::string& notification) const {
+void NativeRouteTable::encodeDelete(const Gale::EntryKey& key,
+                                    Gale::PackedNotification& notification) const {
     routes_.encodeDelete(key, notification);
 }
 

@@ -33,9 +33,11 @@ public:
     /// Appends prefix, leaves and atomic mark.
     void encode(const Gale::EntryKey& key,
                 const Mesa::FibRoute& route,
-                std::string& notification) const;
-    void encode(const Gale::EntryKey& key, std::uint64_t value, std::string& notification) const;
-    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const;
+                Gale::PackedNotification& notification) const;
+    void encode(const Gale::EntryKey& key,
+                std::uint64_t value,
+                Gale::PackedNotification& notification) const;
+    void encodeDelete(const Gale::EntryKey& key, Gale::PackedNotification& notification) const;
 
 private:
     struct Paths {
@@ -75,7 +77,8 @@ public:
     std::optional<Gale::EntryKey> nextKey(
         const std::optional<Gale::EntryKey>& after) const override;
     bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
-    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const override;
+    void encodeDelete(const Gale::EntryKey& key,
+                      Gale::PackedNotification& notification) const override;
 
 private:
     const Vel::Ref<RouteTables::Table> table_;

@@ -133,7 +133,7 @@ Gale::Reference NativeView::referenceOf(std::uint64_t value) const {
 void NativeView::encodeValue(Lane lane,
                              const EntryKey& key,
                              std::uint64_t value,
-                             std::string& notification) const {
+                             Gale::PackedNotification& notification) const {
     VEL_ASSERT(lane == Lane::prefixes);
     routes_.encode(key, value, notification);
 }

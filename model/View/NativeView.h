@@ -35,7 +35,7 @@ public:
     void encodeValue(Gale::Lane lane,
                      const Gale::EntryKey& key,
                      std::uint64_t value,
-                     std::string& notification) const override;
+                     Gale::PackedNotification& notification) const override;
     bool lazy() const override { return true; }
     void attach(SourceSink sink) override;
     void detach() override;

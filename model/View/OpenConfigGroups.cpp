@@ -76,7 +76,8 @@ bool OpenConfigGroups::encode(const Gale::EntryKey& key, Gale::EncodedEntry& to)
     return true;
 }
 
-void OpenConfigGroups::encodeDelete(const Gale::EntryKey& key, std::string& notification) const {
+void OpenConfigGroups::encodeDelete(const Gale::EntryKey& key,
+                                    Gale::PackedNotification& notification) const {
     const Decimal id{key.lo};
     const std::array<std::string_view, 2> keys{instances_.name(OpenConfigInstances::kDefault), id};
     NotificationWriter{notification}.deletion(OpenConfigPaths::kOrigin, paths_->deletion, keys);

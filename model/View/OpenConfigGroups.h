@@ -18,7 +18,8 @@ public:
     std::optional<Gale::EntryKey> nextKey(
         const std::optional<Gale::EntryKey>& after) const override;
     bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
-    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const override;
+    void encodeDelete(const Gale::EntryKey& key,
+                      Gale::PackedNotification& notification) const override;
     bool pending(const Gale::EntryKey& key) const override;
 
 private:

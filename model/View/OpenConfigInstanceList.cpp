@@ -69,7 +69,7 @@ bool OpenConfigInstanceList::encode(const Gale::EntryKey& key, Gale::EncodedEntr
 }
 
 void OpenConfigInstanceList::encodeDelete(const Gale::EntryKey& key,
-                                          std::string& notification) const {
+                                          Gale::PackedNotification& notification) const {
     const std::array<std::string_view, 1> keys{instances_.name(OpenConfigKeys::instanceOf(key))};
     NotificationWriter{notification}.deletion(OpenConfigPaths::kOrigin, paths_->deletion, keys);
 }

@@ -96,7 +96,7 @@ std::string_view labelName(std::uint32_t label) {
 
 class Writer {
 public:
-    Writer(std::string& notification, const OpenConfigInstances& instances)
+    Writer(Gale::PackedNotification& notification, const OpenConfigInstances& instances)
         : to{notification}, instances_{instances} {}
 
     void address(const PathTemplate& path, PathTemplate::Keys keys, const Nexo::IpGenAddr& value) {
@@ -221,7 +221,8 @@ bool OpenConfigNextHops::encode(const Gale::EntryKey& key, Gale::EncodedEntry& t
     return true;
 }
 
-void OpenConfigNextHops::encodeDelete(const Gale::EntryKey& key, std::string& notification) const {
+void OpenConfigNextHops::encodeDelete(const Gale::EntryKey& key,
+                                      Gale::PackedNotification& notification) const {
     const Decimal index{key.lo};
     const std::array<std::string_view, 2> keys{instances_.name(OpenConfigInstances::kDefault),
                                                index};

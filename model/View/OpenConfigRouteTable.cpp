@@ -57,7 +57,7 @@ bool OpenConfigRouteTable::encode(const Gale::EntryKey& key, Gale::EncodedEntry&
 }
 
 void OpenConfigRouteTable::encodeDelete(const Gale::EntryKey& key,
-                                        std::string& notification) const {
+                                        Gale::PackedNotification& notification) const {
     routes_.encodeDelete(key, notification);
 }
 

@@ -47,7 +47,7 @@ const OpenConfigRoutes::Family& OpenConfigRoutes::family(const Gale::EntryKey& k
 
 void OpenConfigRoutes::encode(const Gale::EntryKey& key,
                               const Mesa::FibRoute& route,
-                              std::string& notification) const {
+                              Gale::PackedNotification& notification) const {
     const std::uint32_t instance = OpenConfigKeys::instanceOf(key);
     const OpenConfigKeys::PrefixText prefix{OpenConfigKeys::prefixOf(key)};
     const std::array<std::string_view, 2> keys{instances_.name(instance), prefix};
@@ -65,7 +65,8 @@ void OpenConfigRoutes::encode(const Gale::EntryKey& key,
     writer.atomic();
 }
 
-void OpenConfigRoutes::encodeDelete(const Gale::EntryKey& key, std::string& notification) const {
+void OpenConfigRoutes::encodeDelete(const Gale::EntryKey& key,
+                                    Gale::PackedNotification& notification) const {
     const OpenConfigKeys::PrefixText prefix{OpenConfigKeys::prefixOf(key)};
     const std::array<std::string_view, 2> keys{instances_.name(OpenConfigKeys::instanceOf(key)),
                                                prefix};

@@ -28,8 +28,8 @@ public:
     /// Appends prefix, leaves and atomic mark.
     void encode(const Gale::EntryKey& key,
                 const Mesa::FibRoute& route,
-                std::string& notification) const;
-    void encodeDelete(const Gale::EntryKey& key, std::string& notification) const;
+                Gale::PackedNotification& notification) const;
+    void encodeDelete(const Gale::EntryKey& key, Gale::PackedNotification& notification) const;
 
 private:
     struct Family {

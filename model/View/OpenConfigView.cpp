@@ -81,7 +81,7 @@ Gale::Reference OpenConfigView::referenceOf(std::uint64_t value) const {
 void OpenConfigView::encodeValue(Gale::Lane lane,
                                  const EntryKey& key,
                                  std::uint64_t value,
-                                 std::string& notification) const {
+                                 Gale::PackedNotification& notification) const {
     VEL_ASSERT(lane == Gale::Lane::prefixes);
     routes_.encode(key, OpenConfigRoutes::unpack(value), notification);
 }

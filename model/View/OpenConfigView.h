@@ -33,7 +33,7 @@ public:
     void encodeValue(Gale::Lane lane,
                      const Gale::EntryKey& key,
                      std::uint64_t value,
-                     std::string& notification) const override;
+                     Gale::PackedNotification& notification) const override;
     void attach(SourceSink sink) override;
 
 private:

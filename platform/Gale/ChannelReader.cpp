@@ -1,7 +1,6 @@
 #include "platform/Gale/ChannelReader.h"
 
 #include "platform/Gale/Channel.h"
-#include "platform/Gale/NotificationWriter.h"
 
 #include <utility>
 
@@ -25,12 +24,12 @@ Cursor::Result ChannelReader::next(std::span<CursorMessage> out) {
 std::string_view ChannelReader::notification(const Channel& channel,
                                              const Reference& entry,
                                              const Content& content,
-                                             std::string& made) {
+                                             PackedNotification& made) {
     if (!content.isValue()) { return content.view(); }
     made.clear();
-    NotificationWriter{made}.stamp(content.stamp());
+    made.stampIs(content.stamp());
     channel.view->encodeValue(entry.lane, entry.key, content.value(), made);
-    return made;
+    return made.bytes();
 }
 
 CursorStatistics ChannelReader::statistics() const {

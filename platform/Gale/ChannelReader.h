@@ -3,12 +3,12 @@
 #include "platform/Gale/Cursor.h"
 #include "platform/Gale/Demand.h"
 #include "platform/Gale/EntryFilter.h"
+#include "platform/Gale/PackedNotification.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
 #include <span>
-#include <string>
 #include <string_view>
 
 namespace Gale {
@@ -30,12 +30,12 @@ public:
     Cursor::Result next(std::span<CursorMessage> out);
     /// From the beginning once more.
     void restart() { cursor_.reset(); }
-    /// The PROTO form of what an entry of the channel holds; what has to be made goes to `made`.
-    /// Valid as long as both are.
+    /// What an entry of the channel holds, as PackedNotification::bytes(); what has to be made goes to
+    /// `made`. Valid as long as both are.
     static std::string_view notification(const Channel& channel,
                                          const Reference& entry,
                                          const Content& content,
-                                         std::string& made);
+                                         PackedNotification& made);
 
     CursorStatistics statistics() const;
 

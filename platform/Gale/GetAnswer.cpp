@@ -133,8 +133,9 @@ void GetAnswer::take(const Reference& entry, const Content& content) {
     const Channel& channel = *part.channel;
     const PathPattern& pattern = part.pattern();
     const Schema::Kind& kind = channel.schema.kinds()[channel.view->kindOf(entry.lane, entry.key)];
-    const std::string_view notification =
-        ChannelReader::notification(channel, entry, content, made_);
+    PackedNotification::unpack(ChannelReader::notification(channel, entry, content, made_),
+                               unpacked_);
+    const std::string_view notification = unpacked_;
 
     elems_.clear();
     atEntry_ = pattern.begin();

@@ -100,7 +100,8 @@ private:
     absl::flat_hash_map<std::string, std::size_t> ownAt_;
     bool added_ = false;
     std::vector<JsonTree::Step> steps_;
-    std::string made_;
+    PackedNotification made_;
+    std::string unpacked_;
     std::string names_;
     std::string value_;
 };

@@ -1,5 +1,7 @@
 #include "platform/Gale/JsonForms.h"
 
+#include "platform/Gale/PackedNotification.h"
+
 #include <utility>
 
 namespace Gale {
@@ -16,7 +18,8 @@ SharedBytes JsonForms::of(const Schema::Kind& kind, const SharedBytes& notificat
         return keep(std::move(form));
     }
     scratch_.clear();
-    converter_.convert(kind, notification.view(), scratch_);
+    PackedNotification::unpack(notification.view(), unpacked_);
+    converter_.convert(kind, unpacked_, scratch_);
     ++made_;
     return keep({notification, SharedBytes::copyOf(scratch_)});
 }

@@ -28,7 +28,7 @@ public:
     JsonForms(ValueEncoding encoding, std::size_t mostBytes)
         : converter_(encoding), mostBytes_(mostBytes) {}
 
-    /// The JSON form of an entry's Notification.
+    /// The JSON form of an entry's packed Notification.
     SharedBytes of(const Schema::Kind& kind, const SharedBytes& notification);
     /// For what is not shared: no form is kept.
     JsonConverter& converter() { return converter_; }
@@ -51,6 +51,7 @@ private:
     const std::size_t mostBytes_;
     Half young_;
     Half old_;
+    std::string unpacked_;
     std::string scratch_;
     std::uint64_t made_ = 0;
 };

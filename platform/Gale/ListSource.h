@@ -1,11 +1,11 @@
 #pragma once
 
 #include "platform/Gale/JournalEntry.h"
+#include "platform/Gale/PackedNotification.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace Gale {
@@ -16,7 +16,7 @@ class ListSource;
 /// allocating once it has grown.
 struct EncodedEntry {
     /// One Notification: its stamp is there already, the encoder appends prefix, updates, atomic.
-    std::string notification;
+    PackedNotification notification;
     /// Entries of earlier lanes (or of the same) that this one names.
     std::vector<Reference> references;
     /// Instead of bytes: what View::encodeValue makes the Notification of when it is sent.
@@ -56,7 +56,7 @@ public:
     /// Reads the entry; false when it is not there.
     virtual bool encode(const EntryKey& key, EncodedEntry& to) = 0;
     /// Appends what a Notification needs besides its stamp to delete the entry.
-    virtual void encodeDelete(const EntryKey& key, std::string& notification) const = 0;
+    virtual void encodeDelete(const EntryKey& key, PackedNotification& notification) const = 0;
     /// Who fills the collection has yet to consider the entry: that it is missing says nothing.
     virtual bool pending(const EntryKey& /*key*/) const { return false; }
 

@@ -3,6 +3,8 @@
 #include "platform/Gale/GnmiFields.h"
 #include "platform/Gale/WireFields.h"
 
+#include <array>
+
 namespace Gale {
 
 using namespace WireFields;
@@ -15,11 +17,6 @@ std::size_t elementSize(const NotificationWriter::Element& element) {
 
 }  // namespace
 
-void NotificationWriter::stamp(std::int64_t nanoseconds) {
-    to_.push_back(varintTag(Fields::Notification::timestamp));
-    appendVarint(to_, static_cast<std::uint64_t>(nanoseconds));
-}
-
 void NotificationWriter::prefix(const PathTemplate& path, Keys keys) {
     appendHead(to_, Fields::Notification::prefix, path.size(keys));
     path.append(to_, keys);
@@ -31,15 +28,20 @@ void NotificationWriter::updateHead(const PathTemplate& path,
     const std::size_t pathBytes = path.size(keys);
     appendHead(
         to_, Fields::Notification::update, fieldSize(pathBytes) + fieldSize(typedValueBytes));
-    appendHead(to_, Fields::Update::path, pathBytes);
-    path.append(to_, keys);
-    appendHead(to_, Fields::Update::val, typedValueBytes);
+    path.appendToUpdate(to_, keys, pathBytes);
+    appendVarint(to_, typedValueBytes);
+}
+
+void NotificationWriter::varint(int field, std::uint64_t value) {
+    std::array<char, 1 + protozero::max_varint_length> bytes;
+    bytes[0] = varintTag(field);
+    const int size = 1 + protozero::write_varint(bytes.data() + 1, value);
+    to_.append(std::string_view{bytes.data(), static_cast<std::size_t>(size)});
 }
 
 void NotificationWriter::leaf(const PathTemplate& path, Keys keys, std::uint64_t value) {
     updateHead(path, keys, 1 + varintSize(value));
-    to_.push_back(varintTag(Fields::TypedValue::uint));
-    appendVarint(to_, value);
+    varint(Fields::TypedValue::uint, value);
 }
 
 void NotificationWriter::leaf(const PathTemplate& path, Keys keys, std::string_view value) {
@@ -49,8 +51,7 @@ void NotificationWriter::leaf(const PathTemplate& path, Keys keys, std::string_v
 
 void NotificationWriter::flagLeaf(const PathTemplate& path, Keys keys, bool value) {
     updateHead(path, keys, 2);
-    to_.push_back(varintTag(Fields::TypedValue::flag));
-    to_.push_back(value ? '\1' : '\0');
+    varint(Fields::TypedValue::flag, value ? 1 : 0);
 }
 
 void NotificationWriter::leafList(const PathTemplate& path,
@@ -63,8 +64,7 @@ void NotificationWriter::leafList(const PathTemplate& path,
     for (const Element& element : elements) {
         appendHead(to_, Fields::ScalarArray::element, elementSize(element));
         if (element.name.empty()) {
-            to_.push_back(varintTag(Fields::TypedValue::uint));
-            appendVarint(to_, element.number);
+            varint(Fields::TypedValue::uint, element.number);
         } else {
             appendField(to_, Fields::TypedValue::string, element.name);
         }
@@ -72,8 +72,7 @@ void NotificationWriter::leafList(const PathTemplate& path,
 }
 
 void NotificationWriter::atomic() {
-    to_.push_back(varintTag(Fields::Notification::atomic));
-    to_.push_back('\1');
+    varint(Fields::Notification::atomic, 1);
 }
 
 void NotificationWriter::deletion(std::string_view origin, const PathTemplate& path, Keys keys) {

@@ -4,25 +4,19 @@
 
 #include <cstdint>
 #include <span>
-#include <string>
 #include <string_view>
 
 namespace Gale {
 
-/// Writes one gNMI Notification straight into wire format, PROTO encoding. Order of calls: stamp,
-/// then prefix, leaves and atomic, or else deletion.
+/// Writes one gNMI Notification as its fields stand on the wire, PROTO encoding. Order of calls:
+/// prefix, leaves and atomic, or else deletion.
 class NotificationWriter final {
 public:
     using Keys = PathTemplate::Keys;
 
-    /// Bytes at the front that hold the stamp; the same for all stamps from 1973 to 2262.
-    static constexpr std::size_t kStampBytes = 10;
-
     /// Appends to `to`, which it borrows.
-    explicit NotificationWriter(std::string& to) : to_(to) {}
+    explicit NotificationWriter(PackedNotification& to) : to_(to) {}
 
-    /// Nanoseconds since the epoch.
-    void stamp(std::int64_t nanoseconds);
     void prefix(const PathTemplate& path, Keys keys);
     void leaf(const PathTemplate& path, Keys keys, std::uint64_t value);
     void leaf(const PathTemplate& path, Keys keys, std::string_view value);
@@ -39,8 +33,9 @@ public:
 
 private:
     void updateHead(const PathTemplate& path, Keys keys, std::size_t typedValueBytes);
+    void varint(int field, std::uint64_t value);
 
-    std::string& to_;
+    PackedNotification& to_;
 };
 
 }  // namespace Gale

@@ -1,7 +1,6 @@
 #include "platform/Gale/Provider.h"
 
 #include "platform/Blink/Trace.h"
-#include "platform/Gale/NotificationWriter.h"
 #include "platform/Gale/StampClock.h"
 #include "platform/Vel/Assert.h"
 
@@ -150,7 +149,7 @@ bool Provider::process(ListSource& source, const EntryKey& key) {
     entry_.references.clear();
     entry_.value.reset();
     stamp_ = stamps_.next();
-    NotificationWriter{entry_.notification}.stamp(stamp_);
+    entry_.notification.stampIs(stamp_);
     try {
         if (source.encode(key, entry_)) {
             show(source, key);
@@ -249,8 +248,8 @@ void Provider::show(ListSource& source, const EntryKey& key) {
     const bool changed = entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp_)
                                       : journal_.update(lane,
                                                         key,
-                                                        entry_.notification,
-                                                        NotificationWriter::kStampBytes,
+                                                        entry_.notification.bytes(),
+                                                        PackedNotification::kStampBytes,
                                                         entry_.references);
     const bool isNew = changed && journal_.added();
     // Who waits for a present one saw it leaving.
@@ -279,9 +278,9 @@ void Provider::remove(ListSource& source, const EntryKey& key) {
     releaseNamed(self);
     const std::int64_t stamp = stamps_.next();
     entry_.notification.clear();
-    NotificationWriter{entry_.notification}.stamp(stamp);
+    entry_.notification.stampIs(stamp);
     source.encodeDelete(key, entry_.notification);
-    journal_.remove(self.lane, key, entry_.notification);
+    journal_.remove(self.lane, key, entry_.notification.bytes());
     stamps_.used(stamp);
     ++statistics_.removed;
     if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }

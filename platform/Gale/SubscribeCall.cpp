@@ -171,17 +171,26 @@ bool SubscribeCall::prepare(const CursorMessage& message) {
         partsSent_ = {};
         return true;
     }
-    if (json_ && message.kind == CursorMessage::Kind::update) {
-        prepareJson(message);
-    } else {
-        notification_ = ChannelReader::notification(
-            *plan_->channel, {message.lane, message.key}, message.content, made_);
+    notification_ = ChannelReader::notification(
+        *plan_->channel, {message.lane, message.key}, message.content, made_);
+    packed_ = true;
+    if (message.kind == CursorMessage::Kind::update) {
+        if (json_) { prepareJson(message); }
+        if (plan_->filter->of(message.lane, message.key) == EntryFilter::Coverage::part) {
+            notification_ = cut(unpacked(), message);
+        }
+        if (notification_.empty()) { return false; }
     }
-    if (message.kind == CursorMessage::Kind::update &&
-        plan_->filter->of(message.lane, message.key) == EntryFilter::Coverage::part) {
-        notification_ = cut(notification_, message);
-    }
-    return !notification_.empty();
+    size_ = packed_ ? PackedNotification::unpackedSize(notification_) : notification_.size();
+    return true;
+}
+
+/// The pending message as it is sent.
+std::string_view SubscribeCall::unpacked() {
+    if (!packed_) { return notification_; }
+    PackedNotification::unpack(notification_, unpacked_);
+    packed_ = false;
+    return unpacked_;
 }
 
 void SubscribeCall::prepareJson(const CursorMessage& message) {
@@ -190,15 +199,12 @@ void SubscribeCall::prepareJson(const CursorMessage& message) {
         channel.schema.kinds()[channel.view->kindOf(message.lane, message.key)];
     if (message.content.isValue()) {
         madeJson_.clear();
-        json_->converter().convert(
-            kind,
-            ChannelReader::notification(
-                channel, {message.lane, message.key}, message.content, made_),
-            madeJson_);
+        json_->converter().convert(kind, unpacked(), madeJson_);
         notification_ = madeJson_;
     } else {
         sharedJson_ = json_->of(kind, message.content.bytes());
         notification_ = sharedJson_.view();
+        packed_ = false;
     }
 }
 
@@ -215,7 +221,7 @@ std::string_view SubscribeCall::cut(std::string_view notification, const CursorM
 }
 
 std::size_t SubscribeCall::pendingSize() const {
-    return pendingSync_ ? kSync.size() : fieldSize(notification_.size() + suffix_.size());
+    return pendingSync_ ? kSync.size() : fieldSize(size_ + suffix_.size());
 }
 
 void SubscribeCall::writePending(std::byte* out) {
@@ -233,10 +239,14 @@ void SubscribeCall::writePending(std::byte* out) {
     }
     std::array<char, 16> head{};
     head[0] = lengthTag(Fields::SubscribeResponse::update);
-    const int varint =
-        protozero::write_varint(head.data() + 1, notification_.size() + suffix_.size());
+    const int varint = protozero::write_varint(head.data() + 1, size_ + suffix_.size());
     put({head.data(), 1 + static_cast<std::size_t>(varint)});
-    put(notification_);
+    if (packed_) {
+        PackedNotification::unpack(notification_, {reinterpret_cast<char*>(out), size_});
+        out += size_;
+    } else {
+        put(notification_);
+    }
     put(suffix_);
     ++messages_;
     bytes_ += size;

@@ -3,6 +3,7 @@
 #include "platform/Gale/CallContext.h"
 #include "platform/Gale/ChannelReader.h"
 #include "platform/Gale/LeafFilter.h"
+#include "platform/Gale/PackedNotification.h"
 #include "platform/Gale/SubscribePlan.h"
 #include "platform/Gale/Subscribers.h"
 #include "platform/Gale/Wire/Call.h"
@@ -45,8 +46,9 @@ private:
     bool refill();
     bool prepare(const CursorMessage& message);
     void prepareJson(const CursorMessage& message);
-    std::string_view cut(std::string_view notification, const CursorMessage& message);
+    std::string_view unpacked();
     std::size_t pendingSize() const;
+    std::string_view cut(std::string_view notification, const CursorMessage& message);
     void writePending(std::byte* out);
 
     Wire::Call& call_;
@@ -65,9 +67,12 @@ private:
     // The message that is to be written next.
     bool pending_ = false;
     bool pendingSync_ = false;
-    std::string_view notification_;  // without suffix_; stands in batch_ or in one of these:
+    std::string_view notification_;  // without suffix_; stands in batch_ or in one of those below
+    bool packed_ = false;            // it is still to be unpacked
+    std::size_t size_ = 0;           // of it when it is unpacked
     SharedBytes sharedJson_;
-    std::string made_;
+    PackedNotification made_;
+    std::string unpacked_;
     std::string madeJson_;
     std::string cutDown_;
 

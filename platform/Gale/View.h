@@ -2,6 +2,7 @@
 
 #include "platform/Gale/JournalEntry.h"
 #include "platform/Gale/ListSource.h"
+#include "platform/Gale/PackedNotification.h"
 #include "platform/Vel/Entity.h"
 
 #include <cstddef>
@@ -101,7 +102,7 @@ public:
     virtual void encodeValue(Lane lane,
                              const EntryKey& key,
                              std::uint64_t value,
-                             std::string& notification) const = 0;
+                             PackedNotification& notification) const = 0;
 
     /// Whether there are entries only while somebody reads them. Constant.
     virtual bool lazy() const { return false; }

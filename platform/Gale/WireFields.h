@@ -10,8 +10,8 @@
 #include <protozero/pbf_reader.hpp>
 #include <protozero/varint.hpp>
 
-// The few pieces of protobuf's wire format that notifications are made of. What is read here the
-// server itself has written.
+// The few pieces of protobuf's wire format that notifications are made of, written into a string or
+// a PackedNotification. What is read here the server itself has written.
 namespace Gale::WireFields {
 
 /// Tag of a field whose number is below 16.
@@ -22,10 +22,11 @@ constexpr char varintTag(int field) {
     return static_cast<char>(field << 3);
 }
 
-inline void appendVarint(std::string& to, std::uint64_t value) {
+template <class Bytes>
+void appendVarint(Bytes& to, std::uint64_t value) {
     std::array<char, protozero::max_varint_length> bytes;
     const int size = protozero::write_varint(bytes.data(), value);
-    to.append(bytes.data(), static_cast<std::size_t>(size));
+    to.append(std::string_view{bytes.data(), static_cast<std::size_t>(size)});
 }
 inline std::size_t varintSize(std::uint64_t value) {
     return static_cast<std::size_t>(protozero::length_of_varint(value));
@@ -35,13 +36,15 @@ inline std::size_t fieldSize(std::size_t bytes) {
     return 1 + varintSize(bytes) + bytes;
 }
 /// What goes before the content of a field.
-inline void appendHead(std::string& to, int field, std::size_t bytes) {
+template <class Bytes>
+void appendHead(Bytes& to, int field, std::size_t bytes) {
     std::array<char, 1 + protozero::max_varint_length> head;
     head[0] = lengthTag(field);
     const int size = 1 + protozero::write_varint(head.data() + 1, bytes);
-    to.append(head.data(), static_cast<std::size_t>(size));
+    to.append(std::string_view{head.data(), static_cast<std::size_t>(size)});
 }
-inline void appendField(std::string& to, int field, std::string_view content) {
+template <class Bytes>
+void appendField(Bytes& to, int field, std::string_view content) {
     appendHead(to, field, content.size());
     to.append(content);
 }

@@ -108,7 +108,7 @@ public:
                 entry.notification.clear();
                 entry.references.clear();
                 source->encode(*key, entry);
-                benchmark::DoNotOptimize(entry.notification.data());
+                benchmark::DoNotOptimize(entry.notification.bytes().data());
                 ++count;
             }
         });

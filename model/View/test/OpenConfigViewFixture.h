@@ -17,9 +17,9 @@
 #include "model/Route/RouteStatus.h"
 #include "model/View/OpenConfigView.h"
 #include "platform/Gale/Channel.h"
+#include "platform/Gale/ChannelReader.h"
 #include "platform/Gale/Cursor.h"
 #include "platform/Gale/GetAnswer.h"
-#include "platform/Gale/NotificationWriter.h"
 #include "platform/Gale/StampClock.h"
 #include "platform/Mesa/EntityManager.h"
 #include "platform/Mesa/Publisher.h"
@@ -97,10 +97,12 @@ protected:
         }
     }
     std::string bytesOf(const Gale::CursorMessage& message) {
-        if (!message.content.isValue()) { return std::string{message.content.view()}; }
+        Gale::PackedNotification packed;
         std::string bytes;
-        Gale::NotificationWriter{bytes}.stamp(message.content.stamp());
-        channel->view->encodeValue(message.lane, message.key, message.content.value(), bytes);
+        Gale::PackedNotification::unpack(
+            Gale::ChannelReader::notification(
+                *channel, {message.lane, message.key}, message.content, packed),
+            bytes);
         return bytes;
     }
     static std::string pathText(const gnmi::Path& path) {

@@ -23,18 +23,18 @@
 
 namespace {
 
-const std::string& sample() {
-    static const std::string bytes = [] {
-        std::string made;
+const Gale::PackedNotification& sample() {
+    static const Gale::PackedNotification notification = [] {
+        Gale::PackedNotification made;
         Gale::NotificationWriter writer{made};
         const std::vector<std::string_view> keys{"main", "1"};
-        writer.stamp(1);
+        made.stampIs(1);
         writer.prefix(Gale::PathTemplate{"zoo[name]/beasts/beast[index]", "openconfig"}, keys);
         writer.leaf(Gale::PathTemplate{"state/colour"}, {}, std::string_view{"red"});
         writer.atomic();
         return made;
     }();
-    return bytes;
+    return notification;
 }
 
 using Channels = std::vector<std::unique_ptr<Gale::Channel>>;
@@ -45,7 +45,7 @@ const Channels& channels() {
         made->push_back(std::make_unique<Gale::Channel>(
             "openconfig", std::make_unique<Gale::TestView>(), [] {}));
         Gale::Journal& journal = made->front()->journal;
-        journal.update(Gale::Lane::nextHops, {0, 0, 1}, sample());
+        journal.update(Gale::Lane::nextHops, {0, 0, 1}, sample().bytes());
         journal.updateValue(Gale::Lane::prefixes, {0, 0, 5}, 7, 1);
         journal.updateValue(Gale::Lane::prefixes, {0, 0, 6}, 7, 1);
         return made;
@@ -63,7 +63,9 @@ void use(const Gale::SubscribePlan& plan) {
     }
     std::string cut;
     Gale::LeafFilter filter{plan.filter->patterns()};
-    if (filter.cut(sample(), cut)) {
+    std::string unpacked;
+    Gale::PackedNotification::unpack(sample().bytes(), unpacked);
+    if (filter.cut(unpacked, cut)) {
         gnmi::Notification notification;
         VEL_ASSERT(notification.ParseFromString(cut));
         VEL_ASSERT(notification.update_size() == 1 && notification.atomic());

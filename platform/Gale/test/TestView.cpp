@@ -39,7 +39,7 @@ public:
         encode_(key.lo, *value, to);
         return true;
     }
-    void encodeDelete(const EntryKey& key, std::string& notification) const override {
+    void encodeDelete(const EntryKey& key, PackedNotification& notification) const override {
         const std::string id = std::to_string(key.lo);
         const std::array<std::string_view, 2> keys{"main", id};
         NotificationWriter{notification}.deletion(
@@ -69,7 +69,7 @@ public:
         writer.leaf(PathTemplate{"name"}, {}, std::string_view{"main"});
         return true;
     }
-    void encodeDelete(const EntryKey& /*key*/, std::string& /*to*/) const override {}
+    void encodeDelete(const EntryKey& /*key*/, PackedNotification& /*to*/) const override {}
 };
 
 void begin(NotificationWriter& writer, Lane lane, std::uint64_t number) {
@@ -122,7 +122,7 @@ KeyPredicate TestView::keyPredicate(std::size_t /*kind*/, const KeyValues& value
 void TestView::encodeValue(Lane lane,
                            const EntryKey& key,
                            std::uint64_t value,
-                           std::string& notification) const {
+                           PackedNotification& notification) const {
     NotificationWriter writer{notification};
     begin(writer, lane, key.lo);
     writer.leaf(PathTemplate{"id"}, {}, key.lo);

@@ -47,7 +47,7 @@ public:
     void encodeValue(Lane lane,
                      const EntryKey& key,
                      std::uint64_t value,
-                     std::string& notification) const override;
+                     PackedNotification& notification) const override;
     bool lazy() const override { return lazy_; }
     void attach(SourceSink sink) override;
 

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace Gale {
+
+/// Bytes that are the same in many messages; kept once, for as long as the process lives.
+struct Segment {
+    std::string_view bytes;
+    std::uint16_t number = 0;  ///< names it in packed bytes; 0: has to be written out
+};
+
+/// The segments that prepared paths are made of: as many as there are in the schemas, each for some
+/// lengths of a key.
+namespace Segments {
+
+/// How many have a number.
+inline constexpr std::size_t kMost = 1U << 14U;
+/// A shorter one is written out in less than its number takes.
+inline constexpr std::size_t kLeastBytes = 4;
+
+/// The one segment of these bytes. Any thread.
+const Segment& of(std::string_view bytes);
+/// The bytes of a number that of() has given out. Any thread that was told it.
+std::string_view at(std::uint16_t number);
+
+}  // namespace Segments
+
+}  // namespace Gale
