@@ -21,6 +21,9 @@ namespace Kiln {
 template <class Key>
 using KeyCursor = std::function<std::optional<Key>(const std::optional<Key>& after)>;
 
+/// Puts a few keys into a machine's backlog; answers whether it has more.
+using BacklogFeed = std::function<bool()>;
+
 /// A set of keys that wait to be processed, in key order from a bookmark onward and round. Besides
 /// single keys it takes "everything in this collection" as a cursor: a million keys cost nothing
 /// until the walk comes to them. A key that waits more than once, in whatever way, is drawn once a
@@ -140,7 +143,7 @@ class WalkMachine : public Vel::Sm {
 public:
     const std::optional<Key>& backlogBookmark() const { return backlog_.bookmark(); }
     bool backlogHas(const Key& key) const { return backlog_.has(key); }
-    bool backlogEmpty() { return backlog_.empty(); }
+    bool backlogEmpty() { return !feed_ && backlog_.empty(); }
     /// Elements that ended in an exception since the machine's creation.
     std::uint64_t failedElements() const { return failedElements_; }
     const TaskStatistics& walkStatistics() const { return task_.statistics(); }
@@ -154,8 +157,15 @@ protected:
     TaskScheduler& scheduler() { return *scheduler_; }
     void backlogIs(const Key& key) { backlog_.insert(key); }
     void backlogDel(const Key& key) { backlog_.erase(key); }
-    void backlogDelAll() { backlog_.clear(); }
+    void backlogDelAll() {
+        feed_ = nullptr;
+        backlog_.clear();
+    }
     void backlogAddAll(KeyCursor<Key> nextKey) { backlog_.addAll(std::move(nextKey)); }
+    /// Keys that wait elsewhere, too many to be put into the backlog at once: before each element
+    /// the feed puts a few into it, or none, and answers whether it has more. The backlog is not
+    /// empty before it has none. There is one feed at a time; it must not name another.
+    void backlogFeedIs(BacklogFeed feed) { feed_ = std::move(feed); }
     /// If no walk is scheduled, schedules one.
     void scheduleWalk() { task_.schedule(); }
 
@@ -168,16 +178,21 @@ protected:
     /// One slice. Answers whether work is still pending.
     bool walk() {
         const Vel::Ref<Vel::Sm> keep = Vel::keepAlive<Vel::Sm>(this);
-        while (const std::optional<Key> key = backlog_.draw()) {
-            if (!guarded("element", [&] { backlogProcessElem(*key); })) {
-                ++failedElements_;
-                guarded("elementFailed", [&] { elementFailed(*key); });
+        for (;;) {
+            if (feed_ && !feed_()) { feed_ = nullptr; }
+            if (const std::optional<Key> key = backlog_.draw()) {
+                if (!guarded("element", [&] { backlogProcessElem(*key); })) {
+                    ++failedElements_;
+                    guarded("elementFailed", [&] { elementFailed(*key); });
+                }
+                if (keep.unique()) { return false; }  // released meanwhile
+            } else if (!feed_) {
+                break;
             }
-            if (keep.unique()) { return false; }  // released meanwhile
             if (scheduler_->mustYield()) { break; }
         }
         guarded("walkEnded", [&] { walkEnded(); });
-        return !backlog_.empty();
+        return !backlogEmpty();
     }
 
 private:
@@ -200,6 +215,7 @@ private:
 
     Vel::Ref<TaskScheduler> scheduler_;
     Backlog<Key> backlog_;
+    BacklogFeed feed_;
     std::uint64_t failedElements_ = 0;
     Task task_;
 };

@@ -30,11 +30,21 @@ public:
         backlogAddAll([&all](const std::optional<int>& after) { return all.nextKey(after); });
         scheduleWalk();
     }
+    /// A feed whose steps put these keys in.
+    void feed(std::vector<std::vector<int>> steps) {
+        backlogFeedIs([this, left = std::move(steps), next = std::size_t{0}]() mutable {
+            ++fed;
+            for (const int key : left.at(next)) { backlogIs(key); }
+            return ++next < left.size();
+        });
+        scheduleWalk();
+    }
     void del(int key) { backlogDel(key); }
     void delAll() { backlogDelAll(); }
 
     std::vector<int> seen;
     std::vector<int> failed;
+    int fed = 0;
     int ends = 0;
     int endsWhileEmpty = 0;
     std::function<void(int)> process;
@@ -151,6 +161,36 @@ TEST_P(WalkTest, ACollectionMayChangeUnderTheWalk) {
     walker_->addAll(all);
     run();
     EXPECT_EQ(walker_->seen, (std::vector<int>{10, 20, 25, 30, 5}));
+}
+
+TEST_P(WalkTest, AFeedIsAskedBeforeEachElementUntilItHasNoMore) {
+    walker_->add(15);
+    walker_->feed({{10, 20}, {}, {30}, {}, {}});
+    EXPECT_FALSE(walker_->backlogEmpty()) << "what the feed has counts";
+    EXPECT_EQ(walker_->fed, 0) << "and costs nothing until the walk comes to it";
+    std::vector<int> fedAt;
+    walker_->process = [&](int /*key*/) { fedAt.push_back(walker_->fed); };
+    run();
+    EXPECT_EQ(walker_->seen, (std::vector<int>{10, 15, 20, 30}));
+    EXPECT_EQ(fedAt, (std::vector<int>{1, 2, 3, 4}));
+    EXPECT_EQ(walker_->fed, 5);
+    EXPECT_EQ(walker_->endsWhileEmpty, 1);
+}
+
+TEST_P(WalkTest, AFeedThatHasNothingForLongYieldsToo) {
+    walker_->feed(std::vector<std::vector<int>>(100));
+    run();
+    EXPECT_EQ(walker_->fed, 100);
+    EXPECT_EQ(walker_->ends, GetParam() == Policy::always ? 100 : 1);
+    EXPECT_TRUE(walker_->backlogEmpty());
+}
+
+TEST_P(WalkTest, AFeedThatIsTakenAwayIsNotAskedAgain) {
+    walker_->feed({{1}, {2}, {3}});
+    walker_->process = [&](int /*key*/) { walker_->delAll(); };
+    run();
+    EXPECT_EQ(walker_->fed, 1);
+    EXPECT_EQ(walker_->seen, (std::vector<int>{1}));
 }
 
 TEST(BacklogTest, AKeyMayBeDrawnWhileItWaitsOrARoundHasNotPassedIt) {
