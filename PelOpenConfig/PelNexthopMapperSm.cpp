@@ -2,13 +2,12 @@
 
 #include <utility>
 
+#include "PelOpenConfig/PelNexthopEncapHeaders.h"
+#include "PelOpenConfig/PelNexthopMapperTrace.h"
 #include "PelOpenConfig/PelOpenConfigDestash.h"
-#include "platform/Blink/Trace.h"
 #include "platform/Kiln/FreeInSlices.h"
 #include "platform/Stash/Set.h"
 #include "platform/Toggle/Toggle.h"
-
-BLINK_TRACE_HANDLE("PelNexthopMapperSm");
 
 namespace Pel::Oc {
 
@@ -75,6 +74,12 @@ void NexthopMapperSm::handleInitialized() {
         onFecReady_ = flattenFecSetReadyStatus_->onFecReady().subscribe(
             this, &NexthopMapperSm::handleFecReady);
     }
+    if (vxlanVtiStatusDir_) {
+        onVtepAddr_ = vxlanVtiStatusDir_->onVtepAddr().subscribe(
+            this, &NexthopMapperSm::handleVtepAddrChange);
+        onVlanVni_ =
+            vxlanVtiStatusDir_->onVlanVni().subscribe(this, &NexthopMapperSm::handleVlanVni);
+    }
     nextHopSet_->pendingAre([this](OcApi::NextHopIndex index) {
         return backlogMayDraw(Stash::OcNextHopIndex{index.value()});
     });
@@ -116,6 +121,7 @@ void NexthopMapperSm::backlogProcessElem(const Stash::OcNextHopIndex& nhId) {
     }
     const OcApi::NextHopIndex index{nhId.value()};
     if (!flattenFecSet_->nextHop().has(nhId)) {
+        vxlanInfoDel(nhId);
         nextHopCounterSet_->nextHopCounterDel(index);
         const bool hadEntry = nextHopSet_->nextHop(index) != nullptr;
         nextHopSet_->nextHopDel(index);
@@ -139,8 +145,90 @@ void NexthopMapperSm::backlogProcessElem(const Stash::OcNextHopIndex& nhId) {
             TRACE5("No entry for {} in vrfIdToName map", from->fallbackVrfId.value());
         }
     }
+    to.encapHeaders = encapHeadersOf(*from);
+    TRACE7("Adding the encapHeaders to the next hop object");
+    if (toggleOCNextHopAftVxlanEncapHeaderEnabled()) { vxlanIs(*from, nhId, to); }
     nextHopSet_->nextHopIs(std::move(to));
     TRACE7("Added");
+}
+
+void NexthopMapperSm::vxlanIs(const Stash::FlattenFecNextHop& from,
+                              Stash::OcNextHopIndex nhId,
+                              OcApi::NextHop& to) {
+    if (!from.vxlan) {
+        vxlanInfoDel(nhId);
+        return;
+    }
+    const Nexo::IntfId& vti = from.vxlan->vti;
+    PEL_TRACE_OF(7,
+                 "backlogProcessElem",
+                 "VxLAN Encap to process, VLAN: {}, VTI: {}",
+                 from.vxlan->vlan,
+                 vti);
+    const NextHopVxlanInfo info{vti, boundedVlan(from.vxlan->vlan)};
+    const NextHopVxlanInfo* const indexed = vxlanIndexes_.nextHopVxlanInfo(nhId);
+    if (indexed == nullptr || *indexed != info) {
+        vxlanInfoDel(nhId);
+        vxlanIndexes_.nextHopIs(nhId, info);
+    }
+    to.encapHeaders =
+        vxlanHeader(vxlanVtiStatusDir_ ? vxlanVtiStatusDir_->vtiStatus(vti) : nullptr, info.vlanId);
+}
+
+void NexthopMapperSm::vxlanInfoDel(Stash::OcNextHopIndex nhId) {
+    const NextHopVxlanInfo* const info = vxlanIndexes_.nextHopVxlanInfo(nhId);
+    if (info == nullptr) { return; }
+    PEL_TRACE_OF(7,
+                 "backlogProcessElem",
+                 "Detected VxLAN Encap info to remove from supporting collections: nhID: {}, "
+                 "VTI ID: {}, VLAN ID: {}",
+                 nhId.value(),
+                 info->vtiId,
+                 info->vlanId);
+    vxlanIndexes_.nextHopDel(nhId);
+}
+
+void NexthopMapperSm::handleVtepAddrChange(const Nexo::IntfId& vti, Nexo::V4V6 /*family*/) {
+    if (!toggleOCNextHopAftVxlanEncapHeaderEnabled()) { return; }
+    TRACE9("vtiId to process {}", vti);
+    if (!vxlanIndexes_.vtiToNextHopIdMap().contains(vti)) {
+        TRACE9("vtiToNextHopIdMap does not contain this vtiId, bailing out");
+        return;
+    }
+    requeueIs({vti, std::nullopt});
+}
+
+void NexthopMapperSm::handleVlanVni(const Nexo::IntfId& vti, std::uint32_t vlan) {
+    if (vlan > Nexo::ExtendedVlanId::kMax) {  // no next hop is ever looked up there
+        TRACE5("{}: {} is no VLAN, the change of its VNI is left out", vti, vlan);
+        return;
+    }
+    handleVlanVniMapChange(vti, Nexo::ExtendedVlanId{vlan});
+}
+
+void NexthopMapperSm::handleVlanVniMapChange(const Nexo::IntfId& vti, Nexo::ExtendedVlanId vlan) {
+    if (!toggleOCNextHopAftVxlanEncapHeaderEnabled()) { return; }
+    TRACE9("vtiId, vlanId to process {}; {}", vti, vlan);
+    if (!vxlanIndexes_.vlanToNextHopIdMap().contains(vlan)) {
+        TRACE9("vlanToNextHopIdMap does not contain this vtiId, bailing out");
+        return;
+    }
+    requeueIs({vti, vlan});
+}
+
+void NexthopMapperSm::requeueIs(const VxlanChange& change) {
+    vxlanRequeue_.changeIs(change);
+    backlogFeedIs([this] {
+        return vxlanRequeue_.step([this](const VxlanChange& of, Stash::OcNextHopIndex nhId) {
+            if (of.vlan) {
+                PEL_TRACE_OF(9, "handleVlanVniMapChange", "NH ID to process {}", nhId.value());
+            } else {
+                PEL_TRACE_OF(9, "handleVtepAddrChange", "NH ID to process {}", nhId.value());
+            }
+            backlogIs(nhId);
+        });
+    });
+    scheduleWalk();
 }
 
 void NexthopMapperSm::elementFailed(const Stash::OcNextHopIndex& nhId) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "PelOpenConfig/PelAnchorValidatorContext.h"
+#include "PelOpenConfig/PelNexthopVxlanIndexes.h"
+#include "PelOpenConfig/PelNexthopVxlanRequeue.h"
 #include "PelOpenConfig/PelOcFecExportData.h"
 #include "model/Aft/NextHopContainer.h"
 #include "model/Aft/NextHopCountersContainer.h"
@@ -21,18 +23,27 @@ struct FlattenFecNextHop;
 namespace Pel::Oc {
 
 /// Feature toggles, each read once per process on first use; default on.
-bool toggleOCNextHopAftVxlanEncapHeaderEnabled();  ///< "PelL3Unicast.json"
-bool toggleOCNhDecapAndFallbackVrfEnabled();       ///< "PelOpenConfig.json"
-bool toggleOCNHGContentStreamingTtlTosEnabled();   ///< "PelOpenConfig.json"
+/// "PelL3Unicast.json". Off: VXLAN next hops are exported like any other, and changes of VXLAN
+/// tunnel interfaces concern nobody.
+bool toggleOCNextHopAftVxlanEncapHeaderEnabled();
+/// "PelOpenConfig.json". Off: no network instance is exported.
+bool toggleOCNhDecapAndFallbackVrfEnabled();
+/// "PelOpenConfig.json". Off: UDP headers are exported without their TTL (they carry no TOS).
+bool toggleOCNHGContentStreamingTtlTosEnabled();
 
 /// Turns each next hop of the flattened FEC set into one AFT next hop and keeps it current.
 ///
-///   input                                    handler              output
-///   stashMountGroup ready                    handleStashReady     every next hop in the backlog
-///   flattenFecSet nextHop entry              handleNextHop        that next hop in the backlog
-///   flattenFecSetReadyStatus fecReady        handleFecReady       fecReadyState.nhReady = true
-///   walk "NexthopMapperSmTask", priority 3   backlogProcessElem   nextHopSet, nextHopCounterSet
-///   owner lets go                            handleCleanup        nextHopSet and counters map empty
+///   input                                    handler                output
+///   stashMountGroup ready                    handleStashReady       every next hop in the backlog
+///   flattenFecSet nextHop entry              handleNextHop          that next hop in the backlog
+///   flattenFecSetReadyStatus fecReady        handleFecReady         fecReadyState.nhReady = true
+///   vxlanVtiStatusDir VTEP address           handleVtepAddrChange   the VTI's in the backlog
+///   vxlanVtiStatusDir VNI of a VLAN          handleVlanVniMapChange the VTI's on the VLAN, too
+///   walk "NexthopMapperSmTask", priority 3   backlogProcessElem     nextHopSet, nextHopCounterSet
+///   owner lets go                            handleCleanup          nextHopSet, counters map empty
+///
+/// Encapsulation headers and the VXLAN indexes are steps of the mapping of an element, in files of
+/// their own. A VXLAN next hop is in the indexes as it is exported.
 ///
 /// nhReady rises at the first moment when the set is complete and all of it has been mapped; it
 /// never falls here. The only writer of nextHopSet. Inputs that the host could not find are null
@@ -63,8 +74,13 @@ public:
     void handleStashReady();
     void handleNextHop(const Stash::OcNextHopIndex& nhId);
     void handleFecReady();
+    /// The next hops get into the backlog a few at a time, as the walk comes to them.
+    void handleVtepAddrChange(const Nexo::IntfId& vti, Nexo::V4V6 family);
+    void handleVlanVniMapChange(const Nexo::IntfId& vti, Nexo::ExtendedVlanId vlan);
     /// Empties what this machine wrote; its owner calls it when it lets go.
     void handleCleanup();
+
+    const NexthopVxlanIndexes& vxlanIndexes() const { return vxlanIndexes_; }
 
 private:
     void backlogProcessElem(const Stash::OcNextHopIndex& nhId) override;
@@ -77,6 +93,15 @@ private:
     OcApi::NextHop build(OcApi::NextHopIndex index, const Stash::FlattenFecNextHop& from) const;
     /// The VRF's name, nothing for VRF id 0. False when the id is not known.
     bool networkInstance(Vrf::VrfId vrfId, Nexo::InternedName& to) const;
+    /// The VXLAN header in place of all others, and the index entries; or, for a next hop that
+    /// carries no VXLAN, none of them.
+    void vxlanIs(const Stash::FlattenFecNextHop& from,
+                 Stash::OcNextHopIndex nhId,
+                 OcApi::NextHop& to);
+    /// Takes the next hop out of the VXLAN indexes, if it is there.
+    void vxlanInfoDel(Stash::OcNextHopIndex nhId);
+    void handleVlanVni(const Nexo::IntfId& vti, std::uint32_t vlan);
+    void requeueIs(const VxlanChange& change);
     void countersMapDelAll();
 
     Vel::Ref<Stash::MountGroup> stashMountGroup_;
@@ -91,9 +116,13 @@ private:
     Vel::Ref<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable> counterKeyTable_;
     Vel::Ref<const Vxlan::VtiStatusDir> vxlanVtiStatusDir_;
     Vel::Ref<Vrf::VrfIdMap::Status> vrfIdMap_;
+    NexthopVxlanIndexes vxlanIndexes_;
+    NexthopVxlanRequeue vxlanRequeue_{vxlanIndexes_};
     Vel::Subscription onStashReady_;
     Vel::Subscription onNextHop_;
     Vel::Subscription onFecReady_;
+    Vel::Subscription onVtepAddr_;
+    Vel::Subscription onVlanVni_;
 };
 
 /// Takes the constructor's arguments.

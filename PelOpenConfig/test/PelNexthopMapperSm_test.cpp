@@ -1,61 +1,12 @@
 #include "PelOpenConfig/PelNexthopMapperSm.h"
 
-#include "PelOpenConfig/test/ExportFixture.h"
-#include "platform/Mesa/Publisher.h"
+#include "PelOpenConfig/test/MapperFixture.h"
 #include "test/support/AllocationCount.h"
 
 namespace Pel::Oc {
 namespace {
 
 using testing::ElementsAre;
-
-class MapperFixture : public ExportFixture {
-protected:
-    MapperFixture() {
-        Mesa::MountGroup group{mesa};
-        group.mount(Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType);
-        group.close();
-        vrfIdMap = mesa->entity<Vrf::VrfIdMap::Status>(Vrf::VrfIdMap::Status::kPath);
-        onProcessed = nextHopSet->onProcessed().subscribe(
-            [this](const OcApi::NextHopIndex& id) { processed.push_back(id.value()); });
-    }
-    ~MapperFixture() override { sut = nullptr; }
-    MapperFixture(const MapperFixture&) = delete;
-    MapperFixture& operator=(const MapperFixture&) = delete;
-
-    void start() {
-        sut = NexthopMapperSmIs(scheduler,
-                                stashMountGroup,
-                                flattenFecSet,
-                                flattenFecSetReadyStatus,
-                                nextHopSet,
-                                fecReadyState,
-                                nextHopCounterSet,
-                                pelOcFecExportData,
-                                anchorValidatorCtx,
-                                pelOcNextHopCountersMap,
-                                nullptr,
-                                nullptr,
-                                vrfIdMap);
-    }
-    const OcApi::NextHop* entry(std::uint64_t id) const {
-        return nextHopSet->nextHop(OcApi::NextHopIndex{id});
-    }
-    void vrfIs(std::uint32_t id, const std::string& name) {
-        Mesa::TablePublisher<Vrf::VrfId, Vrf::VrfIdMap::Entry> table{
-            *writer, Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType};
-        table.set(Vrf::VrfId{id}, {Vrf::VrfName{name}});
-    }
-    std::vector<std::string> texts() const { return traces.texts("PelNexthopMapperSm"); }
-
-    Vel::Ref<OcApi::NextHopContainer> nextHopSet = Vel::make<OcApi::NextHopContainer>("nextHops");
-    Vel::Ref<OcApi::NextHopCountersContainer> nextHopCounterSet =
-        Vel::make<OcApi::NextHopCountersContainer>("nextHopCounters");
-    Vel::Ref<Vrf::VrfIdMap::Status> vrfIdMap;
-    Vel::Ref<NexthopMapperSm> sut;
-    std::vector<std::uint64_t> processed;
-    Vel::Subscription onProcessed;
-};
 
 using NexthopMapper = UnderBothPolicies<MapperFixture>;
 INSTANTIATE_TEST_SUITE_P(, NexthopMapper, testing::Values(Yield::never, Yield::always), yieldName);

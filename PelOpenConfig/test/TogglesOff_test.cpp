@@ -1,55 +1,46 @@
 #include <fstream>
 
-#include "PelOpenConfig/PelNexthopMapperSm.h"
-#include "PelOpenConfig/test/ExportFixture.h"
-#include "platform/Mesa/Publisher.h"
+#include "PelOpenConfig/test/HeaderTexts.h"
+#include "PelOpenConfig/test/MapperFixture.h"
 #include "platform/Toggle/Toggle.h"
 
 // A process of its own: each toggle is read once per process.
 namespace Pel::Oc {
 namespace {
 
-using TogglesOff = ExportFixture;
+using testing::IsEmpty;
+
+/// Writes the toggle files before the first test.
+class AllOff final : public testing::Environment {
+public:
+    void SetUp() override {
+        std::ofstream{directory_.path() / "PelOpenConfig.json"}
+            << R"({"OCNhDecapAndFallbackVrf": false, "OCNHGContentStreamingTtlTos": false})";
+        std::ofstream{directory_.path() / "PelL3Unicast.json"}
+            << R"({"OCNextHopAftVxlanEncapHeader": false})";
+        Toggle::directoryIs(directory_.path());
+    }
+
+private:
+    TestSupport::TempDir directory_;
+};
+[[maybe_unused]] testing::Environment* const allOff = testing::AddGlobalTestEnvironment(new AllOff);
+
+using TogglesOff = MapperFixture;
 
 TEST_F(TogglesOff, NoNetworkInstanceIsSetAndEachToggleIsReadFromItsFileOnce) {
-    std::ofstream{dir.path() / "PelOpenConfig.json"}
-        << R"({"OCNhDecapAndFallbackVrf": false, "OCNHGContentStreamingTtlTos": false})";
-    std::ofstream{dir.path() / "PelL3Unicast.json"} << R"({"OCNextHopAftVxlanEncapHeader": false})";
-    Toggle::directoryIs(dir.path());
-
-    Mesa::TablePublisher<Vrf::VrfId, Vrf::VrfIdMap::Entry> table{
-        *writer, Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType};
-    table.set(Vrf::VrfId{10}, {Vrf::VrfName{"red"}});
-    Mesa::MountGroup group{mesa};
-    group.mount(Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType);
-    group.close();
+    vrfIs(10, "red");
     Stash::FlattenFecNextHop nextHop;
     fill(nextHop);
     nextHop.decapVrfId = Vrf::VrfId{10};
     nextHop.fallbackVrfId = Vrf::VrfId{99};
     nextHopIs(7, nextHop);
     publish();
-
-    const auto nextHopSet = Vel::make<OcApi::NextHopContainer>("nextHops");
-    const auto sut =
-        NexthopMapperSmIs(scheduler,
-                          stashMountGroup,
-                          flattenFecSet,
-                          flattenFecSetReadyStatus,
-                          nextHopSet,
-                          fecReadyState,
-                          Vel::make<OcApi::NextHopCountersContainer>("nextHopCounters"),
-                          pelOcFecExportData,
-                          anchorValidatorCtx,
-                          pelOcNextHopCountersMap,
-                          nullptr,
-                          nullptr,
-                          mesa->entity<Vrf::VrfIdMap::Status>(Vrf::VrfIdMap::Status::kPath));
+    start();
     settle();
-    const OcApi::NextHop* const entry = nextHopSet->nextHop(OcApi::NextHopIndex{7});
-    ASSERT_NE(entry, nullptr);
-    EXPECT_TRUE(entry->decapNetworkInstance.empty());
-    EXPECT_TRUE(entry->fallbackNetworkInstance.empty());
+    ASSERT_NE(entry(7), nullptr);
+    EXPECT_TRUE(entry(7)->decapNetworkInstance.empty());
+    EXPECT_TRUE(entry(7)->fallbackNetworkInstance.empty());
     EXPECT_FALSE(traces.has("No entry for 99 in vrfIdToName map"));
 
     EXPECT_FALSE(toggleOCNhDecapAndFallbackVrfEnabled());
@@ -58,6 +49,38 @@ TEST_F(TogglesOff, NoNetworkInstanceIsSetAndEachToggleIsReadFromItsFileOnce) {
     Toggle::directoryIs("/nonexistent");
     Toggle::forgetAll();
     EXPECT_FALSE(toggleOCNhDecapAndFallbackVrfEnabled()) << "read once per process";
+}
+
+TEST_F(TogglesOff, UdpHeadersAreExportedWithoutTheirTtl) {
+    const auto nextHop = encapsulated({4, 9});
+    nextHopIs(7, *nextHop);
+    nextHop->gue = Stash::GueEncap{
+        2, *Nexo::IpGenAddr::parse("2001:db8::1"), *Nexo::IpGenAddr::parse("2001:db8::2"), 64};
+    nextHopIs(8, *nextHop);
+    publish();
+    start();
+    settle();
+    EXPECT_EQ(headerTexts(entry(7)->encapHeaders),
+              "0 mpls [17, 16]; 1 udpv4 192.0.2.1 192.0.2.2 -");
+    EXPECT_EQ(headerTexts(entry(8)->encapHeaders),
+              "0 mpls [17, 16]; 1 udpv6 2001:db8::1 2001:db8::2 -");
+}
+
+TEST_F(TogglesOff, AVxlanNextHopIsLikeAnyOtherAndVtiChangesMapNothingAgain) {
+    const auto nextHop = encapsulated({4});
+    nextHop->vxlan = Stash::VxlanEncap{Nexo::IntfId{"vxlan1"}, 100};
+    nextHopIs(7, *nextHop);
+    publish();
+    start();
+    settle();
+    EXPECT_EQ(headerTexts(entry(7)->encapHeaders), "0 mpls [17, 16]");
+    EXPECT_TRUE(sut->vxlanIndexes().nextHopVxlanInfoShadowMap().empty());
+    const TestSupport::TraceCapture later;
+    const Nexo::IntfId vti{"vxlan1"};
+    vtisAre({{{vti, {vti, *Nexo::IpGenAddr::parse("192.0.2.1"), {}, {{100, 10100}}}}}});
+    EXPECT_TRUE(sut->backlogEmpty());
+    settle();
+    EXPECT_THAT(later.texts("PelNexthopMapperSm"), IsEmpty());
 }
 
 }  // namespace

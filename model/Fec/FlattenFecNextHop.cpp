@@ -94,6 +94,9 @@ Vel::Ref<const FlattenFecNextHop> RecordCodec<FlattenFecNextHop>::decode(std::st
     const auto* const from = Record::verified<Wire::FlattenFecNextHop>(bytes);
     if (from == nullptr) { return nullptr; }
     const auto to = Vel::make<FlattenFecNextHop>();
+    if (const Labels* const labels = from->mpls_encap_labels()) {
+        to->mplsEncapLabels.reserve(std::min<std::size_t>(labels->size(), kMaxLabels));
+    }
     const bool inRange =
         toInterface(from->interface(), to->interface) &&
         toLabels(from->labels(), [&](Nexo::MplsLabel label) { to->labels.push(label); }) &&
