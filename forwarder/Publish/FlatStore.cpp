@@ -50,6 +50,12 @@ void forEachKey(Store::Writer& writer, Store::TableId table, Visit visit) {
     });
 }
 
+/// Where the tunnel configuration of a source stands: the device's own, or that of a dynamic source.
+template <class Entity>
+std::string sourcePath(const std::string& source) {
+    return source.empty() ? Entity::kPath : std::string{Entity::kDynamicPath} + "/" + source;
+}
+
 std::string routePath(const std::string& vrf, AddressFamily family) {
     return Mesa::fibTableMountPath(family, vrf, "rib");
 }
@@ -356,6 +362,25 @@ void FlatStore::vtisIs(const Vxlan::VtiStatusDirRecord& vtis) {
         Dir::kPath, Dir::kType, Mesa::RecordCodec<Vxlan::VtiStatusDirRecord>::encode(vtis));
 }
 
+void FlatStore::udpPortsIs(const std::string& source,
+                           const L3::Tunnel::UdpDestinationPortConfigRecord& ports) {
+    using Config = L3::Tunnel::UdpDestinationPortConfig;
+    const std::string path = sourcePath<Config>(source);
+    if (ports.payloadTypeToPort.empty()) { return state_.entityDel(path); }
+    state_.entityIs(path,
+                    Config::kType,
+                    Mesa::RecordCodec<L3::Tunnel::UdpDestinationPortConfigRecord>::encode(ports));
+}
+
+void FlatStore::decapGroupsIs(const std::string& source,
+                              const Tunnel::Decap::ConfigRecord& groups) {
+    using Config = Tunnel::Decap::ConfigInput;
+    const std::string path = sourcePath<Config>(source);
+    if (groups.decapGroup.empty()) { return state_.entityDel(path); }
+    state_.entityIs(
+        path, Config::kType, Mesa::RecordCodec<Tunnel::Decap::ConfigRecord>::encode(groups));
+}
+
 // What is there
 
 OcNextHopNumber FlatStore::firstFreeIndex() {
@@ -412,6 +437,26 @@ void FlatStore::forEachRoute(const std::string& vrf,
     for (const AddressFamily family : {AddressFamily::ipv4, AddressFamily::ipv6}) {
         forEachKey<Nexo::IpPrefix>(writer_, routeTable(vrf, family).table(), visit);
     }
+}
+
+std::vector<std::string> FlatStore::udpPortSources() {
+    using Config = L3::Tunnel::UdpDestinationPortConfig;
+    return sourcesAt(Config::kPath, Config::kDynamicPath);
+}
+
+std::vector<std::string> FlatStore::decapGroupSources() {
+    using Config = Tunnel::Decap::ConfigInput;
+    return sourcesAt(Config::kPath, Config::kDynamicPath);
+}
+
+std::vector<std::string> FlatStore::sourcesAt(std::string_view own, std::string_view dynamic) {
+    std::vector<std::string> sources;
+    const std::string directory = std::string{dynamic} + "/";
+    state_.forEachPath([&](std::string_view path) {
+        if (path == own) { sources.emplace_back(); }
+        if (path.starts_with(directory)) { sources.emplace_back(path.substr(directory.size())); }
+    });
+    return sources;
 }
 
 // Readiness

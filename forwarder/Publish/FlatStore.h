@@ -14,6 +14,8 @@
 #include "model/Fec/FlattenFecEntry.h"
 #include "model/Fec/FlattenNextHopEntry.h"
 #include "model/Route/RouteStatus.h"
+#include "model/Tunnel/DecapConfig.h"
+#include "model/Tunnel/UdpDestinationPortConfig.h"
 #include "model/Vrf/VrfIdMap.h"
 #include "model/Vxlan/VtiStatusDir.h"
 #include "platform/Hubdb/Publisher.h"
@@ -75,6 +77,11 @@ public:
     void vrfTablesDel(const std::string& vrf);
     /// The VXLAN tunnel interfaces; none of them, no record.
     void vtisIs(const Vxlan::VtiStatusDirRecord& vtis);
+    // Tunnel configuration of one source: "" is the device's own configuration, any other name a
+    // dynamic source. None of it, no record.
+    void udpPortsIs(const std::string& source,
+                    const L3::Tunnel::UdpDestinationPortConfigRecord& ports);
+    void decapGroupsIs(const std::string& source, const Tunnel::Decap::ConfigRecord& groups);
     void fecReadyIs(bool ready);
     /// Nullopt: the VRF waits for nobody, there is no such record.
     void fibReadyIs(const std::string& vrf, std::optional<bool> ready);
@@ -93,6 +100,9 @@ public:
     /// Names of the VRFs that have route tables.
     std::vector<std::string> routeVrfs();
     void forEachRoute(const std::string& vrf, absl::FunctionRef<void(const Nexo::IpPrefix&)> visit);
+    // Sources of tunnel configuration that have a record.
+    std::vector<std::string> udpPortSources();
+    std::vector<std::string> decapGroupSources();
 
 private:
     using RouteTable = Mesa::TablePublisher<Nexo::IpPrefix, Mesa::FibRoute>;
@@ -102,6 +112,7 @@ private:
     std::optional<FlattenNextHopEntry> nextHop(Stash::OcNextHopIndex index);
     void counterKeyDel(const FlattenNextHopEntry& entry);
     bool holds(const Stash::Handle& handle, std::string_view content);
+    std::vector<std::string> sourcesAt(std::string_view own, std::string_view dynamic);
     absl::btree_map<std::uint32_t, std::string> vrfNames();
     void readBackNextHops(Flatten& flatten);
     void readBackFecs(Flatten& flatten);

@@ -12,6 +12,8 @@
 #include "model/Fec/OcNextHopIndex.h"
 #include "model/Net/IpPrefix.h"
 #include "model/Route/RouteStatus.h"
+#include "model/Tunnel/DecapConfig.h"
+#include "model/Tunnel/UdpDestinationPortConfig.h"
 #include "model/Vrf/VrfId.h"
 #include "model/Vxlan/VtiStatusDir.h"
 
@@ -25,6 +27,15 @@ struct VrfItem {
 };
 struct VtisItem {
     Vxlan::VtiStatusDirRecord record;  ///< all of them
+};
+/// Tunnel configuration of one source, all of it; "" is the device's own configuration.
+struct UdpPortsItem {
+    std::string source;
+    L3::Tunnel::UdpDestinationPortConfigRecord record;
+};
+struct DecapGroupsItem {
+    std::string source;
+    Tunnel::Decap::ConfigRecord record;
 };
 struct NextHopItem {
     FlattenNextHopEntry entry;  ///< no group: no counter
@@ -71,6 +82,8 @@ struct FibReadyItem {
 
 using Change = std::variant<VrfItem,
                             VtisItem,
+                            UdpPortsItem,
+                            DecapGroupsItem,
                             NextHopItem,
                             FecItem,
                             RouteItem,

@@ -30,6 +30,8 @@ public:
     virtual bool hasNextHop(Stash::OcNextHopIndex index) const = 0;
     virtual bool hasFec(Pel::FecId id) const = 0;
     virtual bool hasRoute(const RouteKey& key) const = 0;
+    virtual bool hasUdpPorts(const std::string& source) const = 0;
+    virtual bool hasDecapGroups(const std::string& source) const = 0;
     /// No number that a kernel could be given too is this or above.
     virtual std::uint64_t firstFreeIndex() const = 0;
 

@@ -24,6 +24,15 @@ Stash::OcNextHopIndex derivedIndex(const std::string& name) {
     return Stash::OcNextHopIndex{kFirstDerivedIndex | (hash & (kFirstDerivedIndex - 1))};
 }
 
+std::string shown(Pel::FecId id) {
+    const std::string number = std::to_string(fecNumber(id));
+    const auto kind = static_cast<std::size_t>(fecKind(id));
+    if (fecKind(id) == FecKind::scenario) { return number; }
+    return (kind < kFecKindWords.size() ? std::string{kFecKindWords[kind].first}
+                                        : std::to_string(kind)) +
+           "/" + number;
+}
+
 std::string recordBytes(const DescribedNextHop& nextHop) {
     Stash::FlattenFecNextHop record;
     record.interface = nextHop.interface;
@@ -36,9 +45,9 @@ std::string recordBytes(const DescribedNextHop& nextHop) {
     record.mplsEncapLabels = nextHop.mplsEncapLabels;
     record.gue = nextHop.gue;
     record.vxlan = nextHop.vxlan;
-    record.decapVrfId = Vrf::VrfId{nextHop.decapVrf};
+    record.decapVrfId = Vrf::VrfId{nextHop.decapVrf.id};
     record.decapHeader = nextHop.decapHeader;
-    record.fallbackVrfId = Vrf::VrfId{nextHop.fallbackVrf};
+    record.fallbackVrfId = Vrf::VrfId{nextHop.fallbackVrf.id};
     record.popTopLabel = nextHop.pop;
     return cut(Stash::RecordCodec<Stash::FlattenFecNextHop>::encode(record), nextHop.truncate);
 }

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <array>
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "forwarder/Scenario/Problems.h"
@@ -10,6 +14,7 @@
 #include "model/Fec/FlattenFecNextHop.h"
 #include "model/Fec/OcNextHopIndex.h"
 #include "model/Route/OriginProtocol.h"
+#include "model/Tunnel/PayloadType.h"
 #include "model/Vrf/VrfId.h"
 
 /// The elements of a scenario as a file describes them, and the bytes of their records. `place` is where the description
@@ -20,6 +25,13 @@ struct DescribedVrf {
     Place place;
     std::string name;
     Vrf::VrfId id;
+};
+
+/// A VRF by its id, or by its name until ScenarioState has looked up the id. 0: none.
+struct VrfReference {
+    Place place;
+    std::string name;
+    std::uint32_t id = 0;
 };
 
 struct DescribedNextHop {
@@ -34,9 +46,9 @@ struct DescribedNextHop {
     std::vector<Nexo::MplsLabel> mplsEncapLabels;
     std::optional<Stash::GueEncap> gue;
     std::optional<Stash::VxlanEncap> vxlan;
-    std::uint32_t decapVrf = 0;
+    VrfReference decapVrf;
     std::uint8_t decapHeader = 0;
-    std::uint32_t fallbackVrf = 0;
+    VrfReference fallbackVrf;
     bool pop = false;
     std::optional<std::uint32_t> truncate;  ///< the record has only so many of its bytes
 };
@@ -65,10 +77,27 @@ struct DescribedRoute {
     OriginProtocol origin = OriginProtocol::unset;
 };
 
+/// What names a piece of tunnel configuration; `source` "" is the device's own configuration.
+template <class Name>
+struct SourcedKey {
+    std::string source;
+    Name name{};
+    friend auto operator<=>(const SourcedKey&, const SourcedKey&) = default;
+};
+using UdpPortKey = SourcedKey<Tunnel::PayloadType>;
+using DecapGroupKey = SourcedKey<std::string>;
+
 /// The number of a next hop that is given none: made of its name, so that it is the same in every run, and at or above
 /// kFirstDerivedIndex, where no kernel's next hop ever gets one.
 Stash::OcNextHopIndex derivedIndex(const std::string& name);
 inline constexpr std::uint64_t kFirstDerivedIndex = std::uint64_t{1} << 47U;
+
+/// A word of a file and the number that it stands for.
+using Word = std::pair<std::string_view, std::uint8_t>;
+inline constexpr std::array<Word, 5> kFecKindWords = {
+    {{"kernel", 0}, {"memberSet", 1}, {"ipInIpTunnel", 2}, {"bottom", 3}, {"scenario", 4}}};
+/// The id as a file says it: "41", "kernel/41".
+std::string shown(Pel::FecId id);
 
 std::string recordBytes(const DescribedNextHop& nextHop);
 /// `indexes`: of the members.

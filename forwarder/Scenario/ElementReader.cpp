@@ -12,7 +12,6 @@ namespace Pel::Forwarder {
 namespace {
 
 using Tunnel::TunnelTable::EncapType;
-using Word = std::pair<std::string_view, std::uint8_t>;
 
 constexpr std::size_t kMaxNameBytes = 255;
 constexpr std::size_t kMaxLaxLabels = 1000;
@@ -38,8 +37,10 @@ constexpr std::array<Word, 8> kOrigins = {{{"unset", 0},
                                            {"isis", 5},
                                            {"ospf", 6},
                                            {"ospf3", 7}}};
-constexpr std::array<Word, 5> kFecKinds = {
-    {{"kernel", 0}, {"memberSet", 1}, {"ipInIpTunnel", 2}, {"bottom", 3}, {"scenario", 4}}};
+constexpr std::array<Word, 3> kUdpPayloads = {{{"mpls", 1}, {"ipv4", 3}, {"ipv6", 4}}};
+constexpr std::array<Word, 4> kDecapPayloads = {
+    {{"mpls", 1}, {"gre", 2}, {"ipv4", 3}, {"ipv6", 4}}};
+constexpr std::array<Word, 2> kConfigModes = {{{"default", 0}, {"configured", 1}}};
 
 template <std::size_t N>
 std::string listed(const std::array<Word, N>& words) {
@@ -129,7 +130,7 @@ std::optional<Pel::FecId> ElementReader::fecIdText(const YamlNode& node) const {
     if (const auto slash = node.text.find('/'); slash != std::string::npos) {
         YamlNode word = node;
         word.text.resize(slash);
-        const auto known = wordOf(word, kFecKinds, values_, false);
+        const auto known = wordOf(word, kFecKindWords, values_, false);
         if (!known) { return std::nullopt; }
         number.text.erase(0, slash + 1);
         const auto value = values_.number(number, 1, kFecNumberMask);
@@ -171,14 +172,15 @@ void ElementReader::vrf(const YamlNode& node, DescribedVrf& to) const {
 void ElementReader::vti(const YamlNode& node, Vxlan::VtiStatus& to) const {
     const FieldReader fields{node, {"name", "vtep", "vtepV6", "vlans"}, values_};
     if (const auto text = name(node)) { to.name = Nexo::IntfId{*text}; }
-    address(fields, "vtep", to.vtepAddr);
-    address(fields, "vtepV6", to.vtepAddrV6);
+    addressOf(fields, "vtep", Nexo::AddressFamily::ipv4, to.vtepAddr);
+    addressOf(fields, "vtepV6", Nexo::AddressFamily::ipv6, to.vtepAddrV6);
     const YamlNode* vlans = fields.find("vlans");
     if (vlans == nullptr) { return; }
     if (vlans->kind != YamlNode::Kind::map) {
         values_.expected(*vlans, "a map of VLAN to VNI");
         return;
     }
+    values_.checkKeysOnce(*vlans);
     to.vlanVniMap.clear();
     for (std::size_t i = 0; i + 1 < vlans->items.size(); i += 2) {
         const std::uint64_t all = std::numeric_limits<std::uint32_t>::max();
@@ -188,6 +190,71 @@ void ElementReader::vti(const YamlNode& node, Vxlan::VtiStatus& to) const {
             to.vlanVniMap[static_cast<std::uint32_t>(*vlan)] = static_cast<std::uint32_t>(*vni);
         }
     }
+}
+
+std::string ElementReader::payloadName(Tunnel::PayloadType type) {
+    const auto number = static_cast<std::uint8_t>(type);
+    for (const auto& [word, value] : kDecapPayloads) {
+        if (value == number) { return std::string{word}; }
+    }
+    return std::to_string(number);
+}
+
+/// A source's name is an element of a path.
+std::optional<std::string> ElementReader::sourceOf(const YamlNode& element) const {
+    const YamlNode* node = valueOf(element, "source");
+    if (node == nullptr) { return std::string{}; }
+    const auto text = values_.text(*node, kMaxNameBytes);
+    if (text && text->find('/') != std::string::npos) {
+        return values_.expected(*node, "a name without '/'");
+    }
+    return text;
+}
+
+std::optional<UdpPortKey> ElementReader::udpPortKey(const YamlNode& element) const {
+    const YamlNode* node = needed(element, "payload", values_);
+    const auto payload =
+        node != nullptr ? wordOf(*node, kUdpPayloads, values_, lax_) : std::nullopt;
+    const auto source = sourceOf(element);
+    if (!payload || !source) { return std::nullopt; }
+    return UdpPortKey{*source, static_cast<Tunnel::PayloadType>(*payload)};
+}
+
+std::optional<DecapGroupKey> ElementReader::decapGroupKey(const YamlNode& element) const {
+    const auto group = name(element);
+    const auto source = sourceOf(element);
+    if (!group || !source) { return std::nullopt; }
+    return DecapGroupKey{*source, *group};
+}
+
+void ElementReader::port(const FieldReader& fields, std::uint16_t& to, bool whole) const {
+    if (whole) { fields.need("port"); }
+    fields.read("port", to, lax_ ? 0 : 1);
+}
+
+void ElementReader::udpPort(const YamlNode& node,
+                            L3::Tunnel::DestinationPort& to,
+                            bool whole) const {
+    const FieldReader fields{node, {"payload", "source", "port", "mode"}, values_};
+    if (whole) { to.configMode = 1; }
+    port(fields, to.port, whole);
+    if (const YamlNode* at = fields.find("mode")) {
+        to.configMode = wordOf(*at, kConfigModes, values_, lax_).value_or(to.configMode);
+    }
+}
+
+void ElementReader::decapGroup(const YamlNode& node,
+                               Tunnel::Decap::DecapGroup& to,
+                               bool whole) const {
+    const FieldReader fields{node, {"name", "source", "payload", "port"}, values_};
+    if (whole) { fields.need("payload"); }
+    if (const YamlNode* at = fields.find("payload")) {
+        if (const auto payload = wordOf(*at, kDecapPayloads, values_, lax_)) {
+            to.payloadType = static_cast<Tunnel::PayloadType>(*payload);
+        }
+    }
+    const bool overUdp = to.payloadType != Tunnel::PayloadType::gre;
+    port(fields, to.dPort, whole && overUdp);
 }
 
 void ElementReader::nextHop(const YamlNode& node, DescribedNextHop& to) const {
@@ -208,6 +275,7 @@ void ElementReader::nextHop(const YamlNode& node, DescribedNextHop& to) const {
                               "fallbackVrf",
                               "truncate"},
                              values_};
+    const std::size_t problems = values_.problems().count();
     to.place = node.place;
     fields.read("name", to.name, kMaxNameBytes);
     if (to.index == Stash::OcNextHopIndex{}) { to.index = derivedIndex(to.name); }
@@ -224,13 +292,14 @@ void ElementReader::nextHop(const YamlNode& node, DescribedNextHop& to) const {
     labels(fields.find("mplsEncapLabels"), maxLabels, to.mplsEncapLabels);
     if (const YamlNode* at = fields.find("gue")) { gue(*at, to.gue); }
     if (const YamlNode* at = fields.find("vxlan")) { vxlan(*at, to.vxlan); }
-    fields.read("decapVrf", to.decapVrf, 0);
-    fields.read("fallbackVrf", to.fallbackVrf, 0);
+    vrfReference(fields, "decapVrf", to.decapVrf);
+    vrfReference(fields, "fallbackVrf", to.fallbackVrf);
     if (const YamlNode* at = fields.find("decapHeader")) {
         to.decapHeader = wordOf(*at, kDecapHeaders, values_, lax_).value_or(to.decapHeader);
     }
     truncation(fields, to.truncate);
-    if (!lax_) { checkEncaps(to); }
+    // Of what could not be read there is nothing to say about how it fits.
+    if (!lax_ && values_.problems().count() == problems) { checkEncaps(to); }
 }
 
 /// A healthy producer gives the data of each encapsulation that it orders, and of no other.
@@ -288,6 +357,7 @@ void ElementReader::encapOrder(const YamlNode& node, std::vector<std::uint8_t>& 
 void ElementReader::gue(const YamlNode& node, std::optional<Stash::GueEncap>& to) const {
     if (node.kind == YamlNode::Kind::null) { return to.reset(); }
     const FieldReader fields{node, {"addressFamily", "source", "destination", "ttl"}, values_};
+    const std::size_t problems = values_.problems().count();
     Stash::GueEncap gue = to.value_or(Stash::GueEncap{});
     fields.need("source");
     fields.need("destination");
@@ -297,7 +367,9 @@ void ElementReader::gue(const YamlNode& node, std::optional<Stash::GueEncap>& to
     gue.addressFamily = static_cast<std::uint8_t>(gue.source.family());
     fields.read("addressFamily", gue.addressFamily, 0);
     const auto family = static_cast<std::uint8_t>(gue.source.family());
-    if (!lax_ && (gue.destination.family() != gue.source.family() || gue.addressFamily != family)) {
+    const bool oneFamily =
+        gue.destination.family() == gue.source.family() && gue.addressFamily == family;
+    if (!lax_ && !oneFamily && values_.problems().count() == problems) {
         values_.problems().add(node.place,
                                "expected 'source', 'destination' and 'addressFamily' (1 IPv4, 2 "
                                "IPv6) of one family");
@@ -416,6 +488,32 @@ void ElementReader::address(const FieldReader& fields,
                             Nexo::IpGenAddr& to) const {
     const YamlNode* at = fields.find(key);
     if (at != nullptr) { to = values_.address(*at).value_or(to); }
+}
+
+void ElementReader::addressOf(const FieldReader& fields,
+                              std::string_view key,
+                              Nexo::AddressFamily family,
+                              Nexo::IpGenAddr& to) const {
+    address(fields, key, to);
+    const YamlNode* at = fields.find(key);
+    if (at == nullptr || lax_ || to.family() == family || to == Nexo::IpGenAddr{}) { return; }
+    values_.expected(*at,
+                     family == Nexo::AddressFamily::ipv4 ? "an IPv4 address" : "an IPv6 address");
+}
+
+/// What can be a number is an id.
+void ElementReader::vrfReference(const FieldReader& fields,
+                                 std::string_view key,
+                                 VrfReference& to) const {
+    const YamlNode* at = fields.find(key);
+    if (at == nullptr) { return; }
+    const bool number =
+        at->text.find_first_not_of("0123456789") == std::string::npos || at->text.starts_with("0x");
+    if (at->kind == YamlNode::Kind::scalar && !number) {
+        to = VrfReference{at->place, at->text, 0};
+    } else if (const auto id = values_.number(*at, 0, std::numeric_limits<std::uint32_t>::max())) {
+        to = VrfReference{at->place, {}, static_cast<std::uint32_t>(*id)};
+    }
 }
 
 }  // namespace Pel::Forwarder

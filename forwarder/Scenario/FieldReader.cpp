@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <set>
 
 namespace Pel::Forwarder {
 
@@ -104,8 +105,13 @@ std::optional<Nexo::IpGenAddr> ValueReader::address(const YamlNode& node) const 
 }
 
 std::optional<Nexo::IpPrefix> ValueReader::prefix(const YamlNode& node) const {
-    if (auto value = Nexo::IpPrefix::parse(node.text)) { return value; }
-    return expected(node, "a prefix such as 10.0.0.0/8 or 2001:db8::/32");
+    const auto value = Nexo::IpPrefix::parse(node.text);
+    if (!value) { return expected(node, "a prefix such as 10.0.0.0/8 or 2001:db8::/32"); }
+    const auto address = Nexo::IpGenAddr::parse(node.text.substr(0, node.text.find('/')));
+    if (address != value->address()) {
+        return expected(node, value->stringValue() + ", without bits beyond the length");
+    }
+    return value;
 }
 
 std::optional<Nexo::EthAddr> ValueReader::mac(const YamlNode& node) const {
@@ -125,6 +131,16 @@ const std::vector<YamlNode>& ValueReader::list(const YamlNode& node) const {
     if (node.kind == YamlNode::Kind::list) { return node.items; }
     expected(node, "a list");
     return kNoNodes;
+}
+
+void ValueReader::checkKeysOnce(const YamlNode& map) const {
+    std::set<std::string_view> seen;
+    for (std::size_t i = 0; i + 1 < map.items.size(); i += 2) {
+        const YamlNode& key = map.items[i];
+        if (!seen.insert(key.text).second) {
+            problems_.add(key.place, "the key " + inQuotes(key.text) + " comes twice");
+        }
+    }
 }
 
 FieldReader::FieldReader(const YamlNode& node,

@@ -35,6 +35,8 @@ public:
     std::optional<Nexo::EthAddr> mac(const YamlNode& node) const;
     /// The elements of a list; empty after a problem.
     const std::vector<YamlNode>& list(const YamlNode& node) const;
+    /// Reports the keys of a map that come twice.
+    void checkKeysOnce(const YamlNode& map) const;
     /// Reports what stands there in place of what was expected; nullopt to return.
     std::nullopt_t expected(const YamlNode& node, const std::string& what) const;
 

@@ -17,6 +17,10 @@ FileSource::FileSource(Scenario scenario) : scenario_{std::move(scenario)} {
             fecs_.insert(fec->id);
         } else if (const auto* route = std::get_if<RouteItem>(&change)) {
             routes_.insert(route->key);
+        } else if (const auto* ports = std::get_if<UdpPortsItem>(&change)) {
+            udpPortSources_.insert(ports->source);
+        } else if (const auto* groups = std::get_if<DecapGroupsItem>(&change)) {
+            decapGroupSources_.insert(groups->source);
         }
     }
 }

@@ -25,6 +25,12 @@ public:
     }
     bool hasFec(Pel::FecId id) const override { return fecs_.contains(id); }
     bool hasRoute(const RouteKey& key) const override { return routes_.contains(key); }
+    bool hasUdpPorts(const std::string& source) const override {
+        return udpPortSources_.contains(source);
+    }
+    bool hasDecapGroups(const std::string& source) const override {
+        return decapGroupSources_.contains(source);
+    }
     std::uint64_t firstFreeIndex() const override { return scenario_.firstFreeIndex; }
     void due(Kiln::Duration now, Changes& to, std::size_t limit) override;
     std::optional<Kiln::Duration> nextDue() const override;
@@ -41,6 +47,8 @@ private:
     absl::btree_set<Stash::OcNextHopIndex> nextHops_;
     absl::btree_set<Pel::FecId> fecs_;
     absl::btree_set<RouteKey> routes_;
+    absl::btree_set<std::string> udpPortSources_;
+    absl::btree_set<std::string> decapGroupSources_;
     std::size_t described_ = 0;  // of the initial changes
     std::uint64_t round_ = 0;
     Kiln::Duration roundBegan_{};

@@ -40,6 +40,8 @@ public:
     bool hasNextHop(Stash::OcNextHopIndex index) const override;
     bool hasFec(Pel::FecId id) const override;
     bool hasRoute(const RouteKey& key) const override;
+    bool hasUdpPorts(const std::string& /*source*/) const override { return false; }
+    bool hasDecapGroups(const std::string& /*source*/) const override { return false; }
     std::uint64_t firstFreeIndex() const override { return count(Kind::nextHop) + 1; }
     void due(Kiln::Duration now, Changes& to, std::size_t limit) override;
     std::optional<Kiln::Duration> nextDue() const override;

@@ -25,6 +25,8 @@ public:
     explicit Problems(std::string file) : file_{std::move(file)} {}
     void add(Place place, std::string text);
     bool empty() const { return kept_.empty(); }
+    /// How many there are so far, those that were left out included.
+    std::size_t count() const { return kept_.size() + leftOut_; }
     /// "file:line:column: text" in the order of the file, and at the end how many were left out.
     std::vector<std::string> lines() const;
 

@@ -22,6 +22,8 @@ struct Put {
     FlatStore& store;
     void operator()(const VrfItem& item) { store.vrfIs(FlatVrf{item.id.value(), item.name}); }
     void operator()(const VtisItem& item) { store.vtisIs(item.record); }
+    void operator()(const UdpPortsItem& item) { store.udpPortsIs(item.source, item.record); }
+    void operator()(const DecapGroupsItem& item) { store.decapGroupsIs(item.source, item.record); }
     void operator()(const NextHopItem& item) { store.nextHopIs(item.entry, item.content); }
     void operator()(const FecItem& item) { store.fecIs(item.id, item.entry, item.content); }
     void operator()(const RouteItem& item) {
@@ -69,6 +71,12 @@ void ScenarioPublish::compare() {
     const std::vector<std::string> vrfs = store_->routeVrfs();
     for (const std::string& vrf : vrfs) {
         if (!source_.hasVrf(vrf)) { stale_.emplace_back(VrfTablesDel{vrf}); }
+    }
+    for (const std::string& source : store_->udpPortSources()) {
+        if (!source_.hasUdpPorts(source)) { stale_.emplace_back(UdpPortsItem{source, {}}); }
+    }
+    for (const std::string& source : store_->decapGroupSources()) {
+        if (!source_.hasDecapGroups(source)) { stale_.emplace_back(DecapGroupsItem{source, {}}); }
     }
     store_->forEachNextHop([this](Stash::OcNextHopIndex index) {
         if (!source_.hasNextHop(index)) { stale_.emplace_back(NextHopDel{index}); }

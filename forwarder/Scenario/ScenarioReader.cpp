@@ -15,16 +15,22 @@ namespace {
 constexpr std::uint32_t kDefaultVrfId = 254;  // as the kernel numbers its main table
 constexpr Kiln::Duration kShortestRound = std::chrono::milliseconds{1};
 
+std::string ofSource(const std::string& source) {
+    return source.empty() ? std::string{} : " of the source " + inQuotes(source);
+}
+
 std::string shown(const std::string& name) {
     return inQuotes(name);
 }
 std::string shown(const RouteKey& key) {
     return inQuotes(key.prefix.stringValue()) + " in " + inQuotes(key.vrf);
 }
-std::string shown(Pel::FecId id) {
-    return std::to_string(fecNumber(id));
+std::string shown(const UdpPortKey& key) {
+    return inQuotes(ElementReader::payloadName(key.name)) + ofSource(key.source);
 }
-
+std::string shown(const DecapGroupKey& key) {
+    return inQuotes(key.name) + ofSource(key.source);
+}
 }  // namespace
 
 Scenario ScenarioReader::read() {
@@ -34,6 +40,8 @@ Scenario ScenarioReader::read() {
                               "interfaces",
                               "vrfs",
                               "vtis",
+                              "udpDestinationPorts",
+                              "decapGroups",
                               "nextHops",
                               "fecs",
                               "routes",
@@ -46,11 +54,12 @@ Scenario ScenarioReader::read() {
     if (const YamlNode* list = fields.find("interfaces")) {
         for (const YamlNode& node : elements_.values().list(*list)) { elements_.interfaceIs(node); }
     }
-    elements(fields, Verb::add);
+    vrfs(fields.find("vrfs"), Verb::add);
     const std::string defaultVrf{Vrf::kDefaultVrfName};
     if (state_.vrf(defaultVrf) == nullptr) {
         state_.put(DescribedVrf{{}, defaultVrf, Vrf::VrfId{kDefaultVrfId}});
     }
+    elementsInVrfs(fields, Verb::add);
     readiness(fields.find("ready"));
 
     Scenario scenario;
@@ -67,9 +76,10 @@ Scenario ScenarioReader::read() {
     return scenario;
 }
 
-void ScenarioReader::elements(const FieldReader& fields, Verb verb) {
-    vrfs(fields.find("vrfs"), verb);
+void ScenarioReader::elementsInVrfs(const FieldReader& fields, Verb verb) {
     vtis(fields.find("vtis"), verb);
+    udpPorts(fields.find("udpDestinationPorts"), verb);
+    decapGroups(fields.find("decapGroups"), verb);
     nextHops(fields.find("nextHops"), verb);
     fecs(fields.find("fecs"), verb);
     routes(fields.find("routes"), verb);
@@ -132,6 +142,42 @@ void ScenarioReader::vtis(const YamlNode* list, Verb verb) {
              state_.put(name, vti);
          },
          [&](const std::string& name, Place) { state_.vtiDel(name); }});
+}
+
+void ScenarioReader::udpPorts(const YamlNode* list, Verb verb) {
+    each<UdpPortKey, ScenarioState::UdpPort>(
+        list,
+        verb,
+        {"UDP destination port",
+         [&](const YamlNode& node) {
+             if (verb == Verb::del) {
+                 FieldReader{node, {"payload", "source"}, elements_.values()};
+             }
+             return elements_.udpPortKey(node);
+         },
+         [&](const UdpPortKey& key) { return state_.udpPort(key); },
+         [&](const YamlNode& node, const UdpPortKey& key, ScenarioState::UdpPort& port) {
+             elements_.udpPort(node, port, verb == Verb::add);
+             state_.put(key, port);
+         },
+         [&](const UdpPortKey& key, Place) { state_.udpPortDel(key); }});
+}
+
+void ScenarioReader::decapGroups(const YamlNode* list, Verb verb) {
+    each<DecapGroupKey, ScenarioState::DecapGroup>(
+        list,
+        verb,
+        {"decap group",
+         [&](const YamlNode& node) {
+             if (verb == Verb::del) { FieldReader{node, {"name", "source"}, elements_.values()}; }
+             return elements_.decapGroupKey(node);
+         },
+         [&](const DecapGroupKey& key) { return state_.decapGroup(key); },
+         [&](const YamlNode& node, const DecapGroupKey& key, ScenarioState::DecapGroup& group) {
+             elements_.decapGroup(node, group, verb == Verb::add);
+             state_.put(key, group);
+         },
+         [&](const DecapGroupKey& key, Place) { state_.decapGroupDel(key); }});
 }
 
 void ScenarioReader::nextHops(const YamlNode* list, Verb verb) {
@@ -197,6 +243,7 @@ void ScenarioReader::readiness(const YamlNode* node) {
         elements_.values().expected(*vrfs, "a map of VRF name to readiness");
         return;
     }
+    elements_.values().checkKeysOnce(*vrfs);
     for (std::size_t i = 0; i + 1 < vrfs->items.size(); i += 2) {
         const YamlNode& vrf = vrfs->items[i];
         std::optional<bool> ready;
@@ -248,9 +295,12 @@ Scenario::Step ScenarioReader::step(const YamlNode& node) {
     for (const auto& [key, verb] : verbs) {
         const YamlNode* what = fields.find(key);
         if (what == nullptr) { continue; }
-        elements(
-            FieldReader{*what, {"vrfs", "vtis", "nextHops", "fecs", "routes"}, elements_.values()},
-            verb);
+        const FieldReader lists{
+            *what,
+            {"vrfs", "vtis", "udpDestinationPorts", "decapGroups", "nextHops", "fecs", "routes"},
+            elements_.values()};
+        vrfs(lists.find("vrfs"), verb);
+        elementsInVrfs(lists, verb);
     }
     readiness(fields.find("ready"));
     auto changes = state_.takeChanges();

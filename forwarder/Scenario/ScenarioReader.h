@@ -36,11 +36,14 @@ private:
         absl::FunctionRef<void(const Key&, Place)> del;
     };
 
-    void elements(const FieldReader& fields, Verb verb);
+    /// All lists but that of the VRFs, which others name.
+    void elementsInVrfs(const FieldReader& fields, Verb verb);
     template <class Key, class Element>
     void each(const YamlNode* list, Verb verb, const Kind<Key, Element>& kind);
     void vrfs(const YamlNode* list, Verb verb);
     void vtis(const YamlNode* list, Verb verb);
+    void udpPorts(const YamlNode* list, Verb verb);
+    void decapGroups(const YamlNode* list, Verb verb);
     void nextHops(const YamlNode* list, Verb verb);
     void fecs(const YamlNode* list, Verb verb);
     void routes(const YamlNode* list, Verb verb);

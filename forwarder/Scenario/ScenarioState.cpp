@@ -21,13 +21,6 @@ void count(Map& map, const Key& key, bool more) {
     if (users == 0) { map.erase(key); }
 }
 
-std::string shown(Pel::FecId id) {
-    const std::string number = std::to_string(fecNumber(id));
-    return fecKind(id) == FecKind::scenario
-               ? number
-               : std::to_string(static_cast<unsigned>(fecKind(id))) + "/" + number;
-}
-
 std::string some(std::size_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
@@ -71,7 +64,28 @@ void ScenarioState::put(const DescribedVrf& vrf) {
     touchedVrfs_[vrf.name] = vrf.place;
 }
 
-void ScenarioState::put(const DescribedNextHop& nextHop) {
+/// Names are known for ever, so that an id that was looked up once stays right.
+void ScenarioState::resolve(VrfReference& vrf) {
+    if (vrf.name.empty()) { return; }
+    if (const auto* id = findIn(vrfIds_, vrf.name)) {
+        vrf.id = id->value();
+        vrf.name.clear();
+    } else {
+        problems_.add(vrf.place, "there is no VRF " + inQuotes(vrf.name));
+    }
+}
+
+void ScenarioState::countVrfs(const DescribedNextHop& nextHop, bool more) {
+    for (const VrfReference* vrf : {&nextHop.decapVrf, &nextHop.fallbackVrf}) {
+        if (vrf->id != 0) { count(nextHopsTo_, vrf->id, more); }
+    }
+}
+
+void ScenarioState::put(DescribedNextHop nextHop) {
+    resolve(nextHop.decapVrf);
+    resolve(nextHop.fallbackVrf);
+    if (const DescribedNextHop* old = this->nextHop(nextHop.name)) { countVrfs(*old, false); }
+    countVrfs(nextHop, true);
     const auto index = indexes_.try_emplace(nextHop.name, nextHop.index).first->second;
     const auto& name = names_.try_emplace(nextHop.index, nextHop.name).first->second;
     if (index != nextHop.index) {
@@ -141,7 +155,11 @@ void ScenarioState::vrfDel(const std::string& name, Place place) {
 }
 
 void ScenarioState::nextHopDel(const std::string& name, Place place) {
-    if (nextHops_.erase(name) > 0) { touchedNextHops_[name] = place; }
+    const auto it = nextHops_.find(name);
+    if (it == nextHops_.end()) { return; }
+    countVrfs(it->second, false);
+    nextHops_.erase(it);
+    touchedNextHops_[name] = place;
 }
 
 void ScenarioState::fecDel(Pel::FecId id, Place place) {
@@ -219,7 +237,10 @@ FecItem ScenarioState::item(const DescribedFec& fec) const {
 
 ScenarioState::Taken ScenarioState::takeChanges() {
     checkVrfs();
-    if (!lax_) { checkReferences(); }
+    if (!lax_) {
+        checkReferences();
+        checkVrfReferences();
+    }
     Taken taken;
     takeReadiness(taken);
     takePuts(taken.data);
@@ -253,6 +274,12 @@ void ScenarioState::takePuts(Changes& to) {
         for (const auto& [name, vti] : vtis_) { all.record.vti.emplace(vti.name, vti); }
         to.emplace_back(std::move(all));
     }
+    udpPorts_.take([&](const std::string& source, auto ports) {
+        to.emplace_back(UdpPortsItem{source, {std::move(ports)}});
+    });
+    decapGroups_.take([&](const std::string& source, auto groups) {
+        to.emplace_back(DecapGroupsItem{source, {std::move(groups)}});
+    });
     for (const auto& [name, place] : touchedNextHops_) {
         if (const auto* nextHop = this->nextHop(name)) { to.emplace_back(item(*nextHop)); }
     }
@@ -329,9 +356,35 @@ void ScenarioState::checkReferences() {
     }
     for (const auto& [key, place] : touchedRoutes_) {
         const auto* present = route(key);
-        if (present != nullptr && fec(present->fec) == nullptr &&
+        if (present != nullptr && present->fec && fec(present->fec) == nullptr &&
             !touchedFecs_.contains(present->fec)) {
             problems_.add(present->place, "there is no FEC " + shown(present->fec));
+        }
+    }
+}
+
+const DescribedVrf* ScenarioState::vrfOfId(std::uint32_t id) const {
+    const auto* name = findIn(vrfNames_, Vrf::VrfId{id});
+    return name == nullptr ? nullptr : vrf(*name);
+}
+
+void ScenarioState::checkVrfReferences() {
+    for (const auto& [name, place] : touchedNextHops_) {
+        const auto* present = nextHop(name);
+        if (present == nullptr) { continue; }
+        for (const VrfReference* vrf : {&present->decapVrf, &present->fallbackVrf}) {
+            if (vrf->id != 0 && vrfOfId(vrf->id) == nullptr) {
+                problems_.add(vrf->place, "there is no VRF with the id " + std::to_string(vrf->id));
+            }
+        }
+    }
+    for (const auto& [name, place] : touchedVrfs_) {
+        const auto* users = findIn(nextHopsTo_, vrfIds_.at(name).value());
+        if (vrf(name) == nullptr && users != nullptr) {
+            problems_.add(place,
+                          "the VRF " + inQuotes(name) +
+                              " is deleted, but next hops still name it (" + some(*users, "time") +
+                              ")");
         }
     }
 }

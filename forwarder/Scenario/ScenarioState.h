@@ -11,6 +11,7 @@
 
 #include "forwarder/Scenario/Change.h"
 #include "forwarder/Scenario/Description.h"
+#include "forwarder/Scenario/SourcedRecords.h"
 
 namespace Pel::Forwarder {
 
@@ -20,6 +21,8 @@ namespace Pel::Forwarder {
 /// Unless `lax`, a state that refers to what it does not have is a problem.
 class ScenarioState {
 public:
+    using UdpPort = L3::Tunnel::DestinationPort;
+    using DecapGroup = Tunnel::Decap::DecapGroup;
     struct Taken {
         Changes data;   ///< readiness that ends, puts in reference order, deletes in the reverse
         Changes ready;  ///< readiness that begins
@@ -33,12 +36,16 @@ public:
     const DescribedFec* fec(Pel::FecId id) const;
     const DescribedRoute* route(const RouteKey& key) const;
     const Vxlan::VtiStatus* vti(const std::string& name) const;
+    const UdpPort* udpPort(const UdpPortKey& key) const { return udpPorts_.find(key); }
+    const DecapGroup* decapGroup(const DecapGroupKey& key) const { return decapGroups_.find(key); }
 
     void put(const DescribedVrf& vrf);
-    void put(const DescribedNextHop& nextHop);
+    void put(DescribedNextHop nextHop);
     void put(const DescribedFec& fec);
     void put(const RouteKey& key, const DescribedRoute& route);
     void put(const std::string& name, const Vxlan::VtiStatus& vti);
+    void put(const UdpPortKey& key, const UdpPort& port) { udpPorts_.put(key, port); }
+    void put(const DecapGroupKey& key, const DecapGroup& group) { decapGroups_.put(key, group); }
 
     // Without effect when it is not there.
     void vrfDel(const std::string& name, Place place);
@@ -46,6 +53,8 @@ public:
     void fecDel(Pel::FecId id, Place place);
     void routeDel(const RouteKey& key, Place place);
     void vtiDel(const std::string& name);
+    void udpPortDel(const UdpPortKey& key) { udpPorts_.del(key); }
+    void decapGroupDel(const DecapGroupKey& key) { decapGroups_.del(key); }
 
     void fecReadyIs(bool ready);
     void fibReadyIs(const std::string& vrf, std::optional<bool> ready, Place place);
@@ -64,6 +73,10 @@ private:
     void takeDeletes(Changes& to);
     void checkVrfs();
     void checkReferences();
+    void checkVrfReferences();
+    void resolve(VrfReference& vrf);
+    void countVrfs(const DescribedNextHop& nextHop, bool more);
+    const DescribedVrf* vrfOfId(std::uint32_t id) const;
     NextHopItem item(const DescribedNextHop& nextHop) const;
     FecItem item(const DescribedFec& fec) const;
 
@@ -74,6 +87,8 @@ private:
     absl::btree_map<Pel::FecId, DescribedFec> fecs_;
     absl::btree_map<RouteKey, DescribedRoute> routes_;
     std::map<std::string, Vxlan::VtiStatus> vtis_;
+    SourcedRecords<Tunnel::PayloadType, UdpPort> udpPorts_;
+    SourcedRecords<std::string, DecapGroup> decapGroups_;
     bool fecReady_ = true;
     absl::btree_map<std::string, std::optional<bool>> fibReady_;  // each VRF's
 
@@ -81,6 +96,7 @@ private:
     absl::btree_map<std::string, absl::btree_set<Slot>> slots_;  // next hop -> members
     absl::btree_map<Pel::FecId, std::size_t> routesOf_;
     absl::btree_map<std::string, std::size_t> routesIn_;
+    absl::btree_map<std::uint32_t, std::size_t> nextHopsTo_;  // VRF id -> decap and fallback
 
     // Identities hold for ever, so that the end of one thing never is the change of another.
     absl::btree_map<std::string, Stash::OcNextHopIndex> indexes_;

@@ -34,6 +34,8 @@ class ConfigInput final : public Pel::MirroredRecord<ConfigRecord> {
 public:
     static constexpr const char* kType = "Tunnel::Decap::ConfigInput";
     static constexpr const char* kPath = "routing/tunneldecap/input/cli";
+    /// Directory of the dynamic sources.
+    static constexpr const char* kDynamicPath = "routing/tunneldecap/input/dynamic";
     using MirroredRecord::MirroredRecord;
 };
 

@@ -35,6 +35,8 @@ class UdpDestinationPortConfig final : public Pel::MirroredRecord<UdpDestination
 public:
     static constexpr const char* kType = "L3::Tunnel::UdpDestinationPortConfig";
     static constexpr const char* kPath = "l3/tunnel/udpDestinationPortConfig";
+    /// Directory of what dynamic sources configure, an entity of this type each.
+    static constexpr const char* kDynamicPath = "routing/nexthopgroup/input/config";
     using MirroredRecord::MirroredRecord;
 };
 

@@ -15,4 +15,11 @@ void Publisher::entityDel(std::string_view path) {
     writer_->erase(table_, path);
 }
 
+void Publisher::forEachPath(absl::FunctionRef<void(std::string_view path)> visit) {
+    writer_->forEach(table_, [&](std::string_view path, std::string_view) {
+        visit(path);
+        return true;
+    });
+}
+
 }  // namespace Hubdb

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <absl/functional/function_ref.h>
+
 #include <string>
 #include <string_view>
 
@@ -14,6 +16,8 @@ public:
     bool valid() const { return table_ != 0; }
     void entityIs(std::string_view path, std::string_view type, std::string_view record);
     void entityDel(std::string_view path);
+    /// Visits the paths of all entities, in order. The visitor must not write.
+    void forEachPath(absl::FunctionRef<void(std::string_view path)> visit);
 
 private:
     Store::Writer* writer_;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -12,6 +13,8 @@
 #include "forwarder/Scenario/Description.h"
 #include "forwarder/Scenario/FileSource.h"
 #include "forwarder/Scenario/test/FeedBed.h"
+#include "model/Fec/FlattenFecNextHop.h"
+#include "platform/Vel/Fields.h"
 
 namespace Pel::Forwarder {
 namespace {
@@ -30,10 +33,18 @@ const std::string kText =
     "interfaces: [{name: e1}, {name: e1.7, parent: e1, subinterface: 7}]\n"
     "vrfs: [{name: red, id: 1001}]\n"
     "vtis: [{name: Vxlan1, vtep: 10.9.0.1, vlans: {10: 10010}}]\n"
+    "udpDestinationPorts:\n"
+    "  - {payload: mpls, port: 6635}\n"
+    "  - {payload: ipv4, port: 6080, mode: default}\n"
+    "  - {payload: mpls, source: bgp, port: 6636}\n"
+    "decapGroups:\n"
+    "  - {name: in, payload: mpls, port: 6635}\n"
+    "  - {name: in, source: bgp, payload: ipv6, port: 6081}\n"
+    "  - {name: tun, source: bgp, payload: gre}\n"
     "nextHops:\n"
     "  - {name: a, index: 1, interface: e1, address: 10.0.0.1, mac: '02:00:00:00:00:01'}\n"
     "  - {name: b, index: 2, interface: e1.7, address: '2001:db8::2', labels: [100, 200],\n"
-    "     pop: true, decapVrf: 1001, decapHeader: mpls, fallbackVrf: 9}\n"
+    "     pop: true, decapVrf: red, decapHeader: mpls, fallbackVrf: 254}\n"
     "  - {name: c, index: 3, encapOrder: [mpls, udp], mplsEncapLabels: [300],\n"
     "     gue: {source: 192.0.2.1, destination: 192.0.2.2, ttl: 64}}\n"
     "  - {name: d, index: 4, vxlan: {vti: Vxlan1, vlan: 10}}\n"
@@ -91,6 +102,144 @@ TEST_F(ScenarioFeedTest, AgentSeesWhatIsDescribed) {
     EXPECT_EQ(view().fibReady("default"), "true");
     EXPECT_EQ(view().fibReady("red"), "none");
     EXPECT_TRUE(view().entity("interface/status/eth/vxlan"));
+}
+
+constexpr const char* kPorts = "l3/tunnel/udpDestinationPortConfig";
+constexpr const char* kPortsOfBgp = "routing/nexthopgroup/input/config/bgp";
+constexpr const char* kGroups = "routing/tunneldecap/input/cli";
+constexpr const char* kGroupsOfBgp = "routing/tunneldecap/input/dynamic/bgp";
+
+TEST_F(ScenarioFeedTest, TunnelConfigurationIsOneRecordASource) {
+    play(kText);
+    EXPECT_EQ(view().vtis(), "Vxlan1 10.9.0.1/ 10:10010");
+    EXPECT_EQ(view().udpPorts(kPorts), "1:6635/1 3:6080/0");
+    EXPECT_EQ(view().udpPorts(kPortsOfBgp), "1:6636/1");
+    EXPECT_EQ(view().decapGroups(kGroups), "in:1/6635");
+    EXPECT_EQ(view().decapGroups(kGroupsOfBgp), "in:4/6081 tun:2/0");
+}
+
+TEST_F(ScenarioFeedTest, TunnelConfigurationThatTheScenarioHasNoMoreIsDeleted) {
+    play(kText);
+    play(
+        "scenario: 1\n"
+        "udpDestinationPorts: [{payload: mpls, source: bgp, port: 6636}]\n"
+        "decapGroups: [{name: in, payload: mpls, port: 6635}]\n");
+    EXPECT_EQ(view().vtis(), "none");
+    EXPECT_EQ(view().udpPorts(kPorts), "none");
+    EXPECT_EQ(view().udpPorts(kPortsOfBgp), "1:6636/1");
+    EXPECT_EQ(view().decapGroups(kGroups), "in:1/6635");
+    EXPECT_EQ(view().decapGroups(kGroupsOfBgp), "none");
+    play("scenario: 1\n");
+    EXPECT_EQ(view().udpPorts(kPortsOfBgp), "none");
+    EXPECT_EQ(view().decapGroups(kGroups), "none");
+}
+
+TEST_F(ScenarioFeedTest, TunnelConfigurationFollowsTheTimeline) {
+    play(kText +
+         "timeline:\n"
+         "  - at: 1s\n"
+         "    add:\n"
+         "      vtis: [{name: Vxlan2, vtepV6: '2001:db8::9', vlans: {20: 10020}}]\n"
+         "      udpDestinationPorts: [{payload: ipv6, port: 6081},\n"
+         "                            {payload: ipv4, source: isis, port: 1}]\n"
+         "      decapGroups: [{name: out, payload: ipv4, port: 7}]\n"
+         "    change:\n"
+         "      vtis: [{name: Vxlan1, vlans: {11: 10011}}]\n"
+         "      udpDestinationPorts: [{payload: mpls, port: 6637}]\n"
+         "      decapGroups: [{name: in, source: bgp, payload: mpls}]\n"
+         "  - at: 2s\n"
+         "    delete:\n"
+         "      vtis: [Vxlan1]\n"
+         "      udpDestinationPorts: [{payload: mpls}, {payload: ipv4, source: isis}]\n"
+         "      decapGroups: [{name: in}, {name: tun, source: bgp}]\n");
+    pass(999ms);
+    EXPECT_EQ(view().udpPorts(kPorts), "1:6635/1 3:6080/0");
+    pass(1ms);
+    EXPECT_EQ(view().vtis(), "Vxlan1 10.9.0.1/ 11:10011\nVxlan2 /2001:db8::9 20:10020");
+    EXPECT_EQ(view().udpPorts(kPorts), "1:6637/1 3:6080/0 4:6081/1");
+    EXPECT_EQ(view().udpPorts(kPortsOfBgp), "1:6636/1");
+    EXPECT_EQ(view().udpPorts("routing/nexthopgroup/input/config/isis"), "3:1/1");
+    EXPECT_EQ(view().decapGroups(kGroups), "in:1/6635 out:3/7");
+    EXPECT_EQ(view().decapGroups(kGroupsOfBgp), "in:1/6081 tun:2/0");
+    pass(1s);
+    EXPECT_EQ(view().vtis(), "Vxlan2 /2001:db8::9 20:10020");
+    EXPECT_EQ(view().udpPorts(kPorts), "3:6080/0 4:6081/1");
+    EXPECT_EQ(view().udpPorts("routing/nexthopgroup/input/config/isis"), "none");
+    EXPECT_EQ(view().decapGroups(kGroups), "out:3/7");
+    EXPECT_EQ(view().decapGroups(kGroupsOfBgp), "in:1/6081");
+}
+
+TEST_F(ScenarioFeedTest, AStepTouchesOnlyTheTunnelConfigurationThatItNames) {
+    play(kText + "timeline: [{at: 1s, change: {decapGroups: [{name: in, port: 6640}]}}]\n");
+    const auto before = view().position();
+    pass(1s);
+    EXPECT_EQ(view().decapGroups(kGroups), "in:1/6640");
+    EXPECT_EQ(view().position(), before + 1);
+}
+
+TEST_F(ScenarioFeedTest, EveryFieldOfANextHopArrives) {
+    play(
+        "scenario: 1\n"
+        "interfaces: [{name: e1}]\n"
+        "vrfs: [{name: red, id: 1001}]\n"
+        "vtis: [{name: Vxlan1}]\n"
+        "nextHops:\n"
+        "  - {name: a, index: 1, interface: e1, address: 10.0.0.1, mac: '02:00:00:00:00:01',\n"
+        "     labels: [100, 200], pop: true, encapOrder: [mpls, udp], mplsEncapLabels: [300, "
+        "301],\n"
+        "     gue: {source: '2001:db8::1', destination: '2001:db8::2', ttl: 64},\n"
+        "     vxlan: {vti: Vxlan1, vlan: 16383}, decapVrf: 1001, decapHeader: udpv6,\n"
+        "     fallbackVrf: default}\n");
+    Stash::FlattenFecNextHop want;
+    want.interface = Nexo::IntfId{"e1"};
+    want.address = *Nexo::IpGenAddr::parse("10.0.0.1");
+    want.mac = Nexo::EthAddr{std::array<std::uint8_t, 6>{2, 0, 0, 0, 0, 1}};
+    want.labels.push(Nexo::MplsLabel{100});
+    want.labels.push(Nexo::MplsLabel{200});
+    want.encapOrder.push(Tunnel::TunnelTable::EncapType::mpls);
+    want.encapOrder.push(Tunnel::TunnelTable::EncapType::udp);
+    want.mplsEncapLabels = {Nexo::MplsLabel{300}, Nexo::MplsLabel{301}};
+    want.gue = Stash::GueEncap{
+        2, *Nexo::IpGenAddr::parse("2001:db8::1"), *Nexo::IpGenAddr::parse("2001:db8::2"), 64};
+    want.vxlan = Stash::VxlanEncap{Nexo::IntfId{"Vxlan1"}, 16383};
+    want.decapVrfId = Vrf::VrfId{1001};
+    want.decapHeader = 6;
+    want.fallbackVrfId = Vrf::VrfId{254};
+    want.popTopLabel = true;
+    EXPECT_EQ(view().nextHop(1), "0[0] " + Vel::toString(want));
+}
+
+TEST_F(ScenarioFeedTest, EncapsulationOfANextHopChanges) {
+    play(
+        "scenario: 1\n"
+        "vrfs: [{name: red, id: 1001}, {name: blue, id: 1002}]\n"
+        "nextHops:\n"
+        "  - {name: a, index: 1, encapOrder: [mpls, udp], mplsEncapLabels: [300],\n"
+        "     gue: {source: 192.0.2.1, destination: 192.0.2.2, ttl: 64}, decapVrf: red}\n"
+        "timeline:\n"
+        "  - at: 1s\n"
+        "    change:\n"
+        "      nextHops:\n"
+        "        - {name: a, encapOrder: [udp], mplsEncapLabels: [], decapVrf: blue,\n"
+        "           gue: {source: '2001:db8::1', destination: '2001:db8::2'}}\n"
+        "  - {at: 2s, change: {nextHops: [{name: a, encapOrder: [], gue: null, decapVrf: 0,\n"
+        "                                  vxlan: {vti: Vxlan1, vlan: 10}}]}}\n"
+        "  - {at: 3s, change: {nextHops: [{name: a, vxlan: null}]}}\n");
+    pass(1s);
+    Stash::FlattenFecNextHop udp;
+    udp.encapOrder.push(Tunnel::TunnelTable::EncapType::udp);
+    udp.gue = Stash::GueEncap{2,
+                              *Nexo::IpGenAddr::parse("2001:db8::1"),
+                              *Nexo::IpGenAddr::parse("2001:db8::2"),
+                              64};  // not given: as before
+    udp.decapVrfId = Vrf::VrfId{1002};
+    EXPECT_EQ(view().nextHop(1), "0[0] " + Vel::toString(udp));
+    pass(1s);
+    Stash::FlattenFecNextHop vxlan;
+    vxlan.vxlan = Stash::VxlanEncap{Nexo::IntfId{"Vxlan1"}, 10};
+    EXPECT_EQ(view().nextHop(1), "0[0] " + Vel::toString(vxlan));
+    pass(1s);
+    EXPECT_EQ(view().nextHop(1), "0[0] " + Vel::toString(Stash::FlattenFecNextHop{}));
 }
 
 TEST_F(ScenarioFeedTest, ReadinessComesAfterTheData) {
@@ -284,6 +433,10 @@ TEST_F(ScenarioFeedTest, InvalidRecordsArriveAsTheyAreDescribed) {
         "  - {name: a, index: 1, labels: [1,2,3,4,5,6,7,8,9,10,11,12,13,14,15]}\n"
         "  - {name: b, index: 2, vxlan: {vti: Vxlan1, vlan: 16384}, encapOrder: [17]}\n"
         "  - {name: c, index: 3, interface: e, truncate: 10}\n"
+        "  - {name: d, index: 4, decapVrf: 77}\n"
+        "udpDestinationPorts: [{payload: 2, port: 0, mode: 9}]\n"
+        "decapGroups: [{name: in, payload: 99, port: 0}]\n"
+        "vtis: [{name: Vxlan1, vtep: '2001:db8::9', vtepV6: 10.9.0.1, vlans: {16384: 16777216}}]\n"
         "interfaces: [{name: e}]\n"
         "fecs:\n"
         "  - {id: 1, members: [{nextHop: a, weight: 0}, nobody]}\n"
@@ -298,6 +451,10 @@ TEST_F(ScenarioFeedTest, InvalidRecordsArriveAsTheyAreDescribed) {
     EXPECT_THAT(view().fec(kFec | 2), HasSubstr("corrupt"));
     EXPECT_EQ(view().route("default", "10.0.0.0/8"), "77 ");
     EXPECT_EQ(view().vrfName(5), "none");  // does not verify
+    EXPECT_THAT(view().nextHop(4), HasSubstr("decapVrfId: 77"));
+    EXPECT_EQ(view().udpPorts(kPorts), "2:0/9");
+    EXPECT_EQ(view().decapGroups(kGroups), "in:99/0");
+    EXPECT_EQ(view().vtis(), "Vxlan1 2001:db8::9/10.9.0.1 16384:16777216");
     EXPECT_THAT(view().routeTables(),
                 testing::Contains("routing/vrf/status/" + std::string(150, 'v')));
     const auto before = view().position();

@@ -1,8 +1,13 @@
 #include "forwarder/Scenario/test/StoreView.h"
 
+#include <fmt/format.h>
+
 #include "model/Fec/FlattenFec.h"
 #include "model/Fec/FlattenFecNextHop.h"
 #include "model/Readiness/ReadyRecord.h"
+#include "model/Tunnel/DecapConfig.h"
+#include "model/Tunnel/UdpDestinationPortConfig.h"
+#include "model/Vxlan/VtiStatusDir.h"
 #include "platform/Hubdb/RecordFrame.h"
 #include "platform/Vel/Fields.h"
 
@@ -94,12 +99,65 @@ std::uint64_t StoreView::counter(std::uint64_t fecId, std::uint32_t slot) {
     return row ? row->counterIndex : 0;
 }
 
-std::string StoreView::readyAt(const std::string& path) {
+template <class Record, class Show>
+std::string StoreView::shown(const std::string& path, Show show) {
     const auto bytes = state_.read(path);
     const auto frame = bytes ? Hubdb::RecordFrame::decode(*bytes) : std::nullopt;
-    const auto record =
-        frame ? Mesa::RecordCodec<ReadyRecord>::decode(frame->record) : std::nullopt;
-    return !record ? "none" : record->ready ? "true" : "false";
+    const auto record = frame ? Mesa::RecordCodec<Record>::decode(frame->record) : std::nullopt;
+    return record ? show(*record) : "none";
+}
+
+std::string StoreView::readyAt(const std::string& path) {
+    return shown<ReadyRecord>(
+        path, [](const ReadyRecord& record) { return record.ready ? "true" : "false"; });
+}
+
+std::string StoreView::vtis() {
+    using Record = Vxlan::VtiStatusDirRecord;
+    return shown<Record>(Vxlan::VtiStatusDir::kPath, [](const Record& record) {
+        std::string text;
+        for (const auto& [name, vti] : record.vti) {
+            text += fmt::format("{}{} {}/{}",
+                                text.empty() ? "" : "\n",
+                                name.stringValue(),
+                                vti.vtepAddr.stringValue(),
+                                vti.vtepAddrV6.stringValue());
+            for (const auto& [vlan, vni] : vti.vlanVniMap) {
+                text += fmt::format(" {}:{}", vlan, vni);
+            }
+        }
+        return text;
+    });
+}
+
+std::string StoreView::udpPorts(const std::string& path) {
+    using Record = L3::Tunnel::UdpDestinationPortConfigRecord;
+    return shown<Record>(path, [](const Record& record) {
+        std::string text;
+        for (const auto& [type, port] : record.payloadTypeToPort) {
+            text += fmt::format("{}{}:{}/{}",
+                                text.empty() ? "" : " ",
+                                static_cast<unsigned>(type),
+                                port.port,
+                                port.configMode);
+        }
+        return text;
+    });
+}
+
+std::string StoreView::decapGroups(const std::string& path) {
+    using Record = Tunnel::Decap::ConfigRecord;
+    return shown<Record>(path, [](const Record& record) {
+        std::string text;
+        for (const auto& [name, group] : record.decapGroup) {
+            text += fmt::format("{}{}:{}/{}",
+                                text.empty() ? "" : " ",
+                                name,
+                                static_cast<unsigned>(group.payloadType),
+                                group.dPort);
+        }
+        return text;
+    });
 }
 
 std::vector<std::string> StoreView::routeTables() {

@@ -33,6 +33,12 @@ public:
     std::string fibReady(const std::string& vrf) {
         return readyAt("cell/1/routing/fibReady/" + vrf);
     }
+    /// The tunnel interfaces: "Vxlan1 10.9.0.1/- 10:10010", a line each.
+    std::string vtis();
+    /// Payload type, port and mode of a source's UDP destination ports: "1:6635/1 3:6080/0".
+    std::string udpPorts(const std::string& path);
+    /// Name, payload type and port of a source's decap groups: "in:1/6635".
+    std::string decapGroups(const std::string& path);
     /// Whether an entity of this path is there.
     bool entity(const std::string& path) { return state_.read(path).has_value(); }
     const Vel::Ref<Store::Reader>& reader() const { return reader_; }
@@ -60,6 +66,9 @@ private:
         Mesa::Fib6::RouteStatus v6;
     };
     std::string readyAt(const std::string& path);
+    /// `show` of the record that an entity holds; "none".
+    template <class Record, class Show>
+    std::string shown(const std::string& path, Show show);
 
     Kiln::VirtualClock clock_;
     Vel::Ref<Kiln::TaskScheduler> scheduler_ =
