@@ -210,6 +210,15 @@ TEST_P(NexthopVxlan, BothFamiliesAtOnceMapEachNextHopOnce) {
     EXPECT_EQ(later->count("vtiId to process vxlan1"), 2U);
 }
 
+TEST_P(NexthopVxlan, ChangesOfSeveralVtisAtOnceMapTheNextHopsOfAll) {
+    startWithThree();
+    statusOf("vxlan1").vtepAddr = *Nexo::IpGenAddr::parse("192.0.2.9");
+    vtepIs("vxlan2", "192.0.2.10");
+    settle();
+    EXPECT_THAT(exported, testing::UnorderedElementsAre(1, 2, 3));
+    EXPECT_EQ(headers(3), "0 vxlan 192.0.2.10 -");
+}
+
 TEST_P(NexthopVxlan, AVtepChangeWithoutNextHopsOnlyTraces) {
     startWithThree();
     const auto runs = sut->walkStatistics().runs;
