@@ -107,10 +107,10 @@ void Agent::createServerObjects(const Vel::Ref<Hubdb::EntityManager>& entityMana
     TRACE9("Create streamed objects");
     toloConfig_ = entityManager->entity<Tolo::Config>(Tolo::Config::kPath);
 
-    aftContainer_ = entityManager->globalDir()
-                        ->entityIs<Vel::Dir>(entityManager->name())
-                        ->entityIs<Vel::Dir>(kExportDirName)
-                        ->entityIs<Vel::Dir>("OpenConfig")
+    const Vel::Ref<Vel::Dir> exportDir = entityManager->globalDir()
+                                             ->entityIs<Vel::Dir>(entityManager->name())
+                                             ->entityIs<Vel::Dir>(kExportDirName);
+    aftContainer_ = exportDir->entityIs<Vel::Dir>("OpenConfig")
                         ->entityIs<Vel::Dir>("afts")
                         ->entityIs<OcApi::AftContainer>("aftContainer");
     aftContainer_->nextHopGroupsIs();
@@ -118,14 +118,41 @@ void Agent::createServerObjects(const Vel::Ref<Hubdb::EntityManager>& entityMana
     aftContainer_->fibReadyIs();
     aftContainer_->nextHopCountersIs();
 
-    udpDestPortConfigLocal_ = Vel::make<L3::Tunnel::UdpDestinationPortConfig>("udpDestPort");
-    dgConfigLocal_ = Vel::make<Tunnel::Decap::Config>("dgConfig");
+    createGuePorts(entityManager, exportDir);
 
     vxlanVtiStatusDir_ = entityManager->entity<Vxlan::VtiStatusDir>(Vxlan::VtiStatusDir::kPath);
     allVrfGatedFibReadyDir_ =
         entityManager->entity<Vel::Dir>(entityManager->cellPath("routing/fibReady"));
     flattenFecSetReadyStatus_ =
         entityManager->entity<FlattenFecSetReadyStatus>(FlattenFecSetReadyStatus::kPath);
+}
+
+/// The port machine reads the ports as they are configured, and the decap groups as they are merged.
+void Agent::createGuePorts(const Vel::Ref<Hubdb::EntityManager>& entityManager,
+                           const Vel::Ref<Vel::Dir>& exportDir) {
+    using L3::Tunnel::UdpDestinationPortConfig;
+    using Tunnel::Decap::ConfigInput;
+    lumoControl_.scheduler = scheduler();
+    udpDestPortConfigLocal_ = Vel::make<UdpDestinationPortConfig>("udpDestPort");
+    const auto udpDestPortConfig =
+        entityManager->entity<UdpDestinationPortConfig>(UdpDestinationPortConfig::kPath);
+    nexthopGroupCliDynamicUdpDestPortMergeSm_ = NexthopGroupCliDynamicConfigUdpDestPortMergeSmIs(
+        udpDestPortConfigLocal_,
+        udpDestPortConfig,
+        entityManager->entity<Vel::Dir>(kNexthopGroupInputConfigPath),
+        lumoControl_);
+
+    dgConfigLocal_ = Vel::make<Tunnel::Decap::Config>("dgConfig");
+    dgConfigMergeSm_ =
+        DecapGroupConfigMergeSmIs(dgConfigLocal_,
+                                  entityManager->entity<ConfigInput>(ConfigInput::kPath),
+                                  entityManager->entity<Vel::Dir>(kDecapDynamicPath),
+                                  entityManager);
+
+    gueEncapDestPort_ = pelNexthopGueEncapDestPortFactory(PelNexthopGueEncapDestPort::kName);
+    exportDir->insert(gueEncapDestPort_);  // where the views look for it
+    pelNexthopGuePortSm_ =
+        PelNexthopGuePortSmIs(dgConfigLocal_, udpDestPortConfig, gueEncapDestPort_);
 }
 
 void Agent::startAftExportRootSm() {

@@ -4,9 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "PelOpenConfig/DecapGroupConfigMergeSm.h"
+#include "PelOpenConfig/NexthopGroupCliDynamicConfigUdpDestPortMergeSm.h"
 #include "PelOpenConfig/PelAftExportRootSm.h"
-#include "model/Tunnel/DecapConfig.h"
-#include "model/Tunnel/UdpDestinationPortConfig.h"
+#include "PelOpenConfig/PelNexthopGuePortSm.h"
 #include "platform/AgentHost/AgentBase.h"
 
 namespace Gale {
@@ -49,6 +50,13 @@ public:
     const Vel::Ref<Kiln::TaskGroup>& notifyTaskGroup() const { return notifyTaskGroup_; }
     const Vel::Ref<const Tolo::Config>& toloConfig() const { return toloConfig_; }
     const Vel::Ref<OcApi::AftContainer>& aftContainer() const { return aftContainer_; }
+    const Vel::Ref<L3::Tunnel::UdpDestinationPortConfig>& udpDestPortConfigLocal() const {
+        return udpDestPortConfigLocal_;
+    }
+    const Vel::Ref<Tunnel::Decap::Config>& dgConfigLocal() const { return dgConfigLocal_; }
+    const Vel::Ref<PelNexthopGueEncapDestPort>& gueEncapDestPort() const {
+        return gueEncapDestPort_;
+    }
     const Vel::Ref<Stash::MountGroup>& stashMountGroup() const { return stashMountGroup_; }
     const Vel::Ref<const FlattenFecSet>& flattenFecSet() const { return flattenFecSet_; }
     const Vel::Ref<PelOcFecExportData>& pelOcFecExportData() const { return pelOcFecExportData_; }
@@ -63,6 +71,8 @@ private:
     void hubdbMounts();
     void mesaMounts();
     void createServerObjects(const Vel::Ref<Hubdb::EntityManager>& entityManager);
+    void createGuePorts(const Vel::Ref<Hubdb::EntityManager>& entityManager,
+                        const Vel::Ref<Vel::Dir>& exportDir);
     void startAftExportRootSm();
     void createStreamServer(const Vel::Ref<Hubdb::EntityManager>& entityManager);
 
@@ -72,7 +82,12 @@ private:
     Vel::Ref<const Tolo::Config> toloConfig_;
     Vel::Ref<OcApi::AftContainer> aftContainer_;
     Vel::Ref<L3::Tunnel::UdpDestinationPortConfig> udpDestPortConfigLocal_;
+    Vel::Ref<NexthopGroupCliDynamicConfigUdpDestPortMergeSm>
+        nexthopGroupCliDynamicUdpDestPortMergeSm_;
     Vel::Ref<Tunnel::Decap::Config> dgConfigLocal_;
+    Vel::Ref<DecapGroupConfigMergeSm> dgConfigMergeSm_;
+    Vel::Ref<PelNexthopGueEncapDestPort> gueEncapDestPort_;
+    Vel::Ref<PelNexthopGuePortSm> pelNexthopGuePortSm_;
     Vel::Ref<const Vxlan::VtiStatusDir> vxlanVtiStatusDir_;
     Vel::Ref<const Vel::Dir> allVrfGatedFibReadyDir_;
     Vel::Ref<const FlattenFecSetReadyStatus> flattenFecSetReadyStatus_;
@@ -87,6 +102,7 @@ private:
     Vel::Ref<AftExportRootSm> aftExportRootSm_;
     Vel::Ref<Vel::Dir> runnabilityDir_;
     Vel::Ref<Gale::RunnabilitySm> galeRunnabilitySm_;
+    Lmo::SmControl lumoControl_;
 };
 
 }  // namespace Pel::Oc

@@ -104,17 +104,24 @@ TEST_F(AgentFixture, TheStartUpIsTracedInItsOrder) {
     start();
     std::vector<std::string> order;
     for (const Blink::Message& message : ring()) {
-        if (message.handle.starts_with("Pel") && message.handle != "PelFibReadyMapperSm" &&
+        const bool machine =
+            message.handle.starts_with("Pel") || message.handle.ends_with("MergeSm");
+        if (machine && message.handle != "PelFibReadyMapperSm" &&
+            message.function != "handleDecapGroupDestPortConfig" &&
             !message.text.starts_with("StashMountGroup")) {
             order.push_back(message.handle + "." + message.function + ": " + message.text);
         }
     }
-    ASSERT_GE(order.size(), 8U);
-    order.resize(8);
+    ASSERT_GE(order.size(), 11U);
+    order.resize(11);
     EXPECT_THAT(order,
                 ElementsAre("PelOpenConfigAgent.doInit: Mounting Hubdb",
                             "PelOpenConfigAgent.doMountsComplete: Hubdb Mounts Completed",
                             "PelOpenConfigAgent.createServerObjects: Create streamed objects",
+                            "NexthopGroupCliDynamicConfigUdpDestPortMergeSm."
+                            "NexthopGroupCliDynamicConfigUdpDestPortMergeSm: Starting",
+                            "DecapGroupConfigMergeSm.DecapGroupConfigMergeSm: Starting",
+                            "PelNexthopGuePortSm.handleInitialized: Starting",
                             "PelAftExportRootSm.handleInitialized: ",
                             "PelAftExportRootSm.handleInitialized: Enabled",
                             "PelNexthopMapperSm.handleInitialized: Starting",
@@ -161,6 +168,47 @@ TEST_F(AgentFixture, TheAftTreeStandsWithItsFourContainers) {
     EXPECT_NE(container->nextHops(), nullptr);
     EXPECT_NE(container->fibReady(), nullptr);
     EXPECT_NE(container->nextHopCounters(), nullptr);
+}
+
+TEST_F(AgentFixture, GuePortsComeFromTheConfiguredPortsAndTheMergedDecapGroups) {
+    using Tunnel::PayloadType;
+    const auto writer = makeWriter();
+    Hubdb::Publisher publisher{*writer};
+    const auto udp = [&](const std::string& path, PayloadType type, std::uint16_t port) {
+        L3::Tunnel::UdpDestinationPortConfigRecord record;
+        record.payloadTypeToPort[type] = {port, 1};
+        publisher.entityIs(path,
+                           L3::Tunnel::UdpDestinationPortConfig::kType,
+                           Mesa::RecordCodec<decltype(record)>::encode(record));
+    };
+    const auto decap = [&](const std::string& path, const char* group, std::uint16_t port) {
+        Tunnel::Decap::ConfigRecord record;
+        record.decapGroup[group] = {PayloadType::mpls, port};
+        publisher.entityIs(path,
+                           Tunnel::Decap::ConfigInput::kType,
+                           Mesa::RecordCodec<Tunnel::Decap::ConfigRecord>::encode(record));
+    };
+    udp(L3::Tunnel::UdpDestinationPortConfig::kPath, PayloadType::ipv4, 6080);
+    udp("routing/nexthopgroup/input/config/bgp", PayloadType::ipv6, 6081);
+    decap("routing/tunneldecap/input/dynamic/bgp", "west", 6635);
+    ASSERT_EQ(writer->commit(), "");
+    start();
+    const auto ports = agentDir()
+                           ->entity<Vel::Dir>("AftExport")
+                           ->entity<PelNexthopGueEncapDestPort>("gueEncapDestPort");
+    ASSERT_NE(ports, nullptr);
+    EXPECT_EQ(ports, sut().gueEncapDestPort());
+    EXPECT_EQ(ports->gueMplsEncapUdpDestPort(), 6635);
+    EXPECT_EQ(ports->gueIPv4EncapUdpDestPort(), 6080);
+    EXPECT_EQ(ports->gueIPv6EncapUdpDestPort(), 0) << "of the mounted ports only";
+    EXPECT_EQ(sut().udpDestPortConfigLocal()->name(), "udpDestPort");
+    EXPECT_EQ(sut().udpDestPortConfigLocal()->record().payloadTypeToPort.size(), 2U);
+
+    decap(Tunnel::Decap::ConfigInput::kPath, "west", 6636);
+    ASSERT_EQ(writer->commit(), "");
+    settleAfterASecond();
+    EXPECT_EQ(sut().dgConfigLocal()->record().decapGroup.at("west").dPort, 6636);
+    EXPECT_EQ(ports->gueMplsEncapUdpDestPort(), 6636);
 }
 
 TEST_F(AgentFixture, WithoutAConfigurationTheExportIsOffUntilTheHostAsksAgain) {

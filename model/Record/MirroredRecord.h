@@ -40,8 +40,6 @@ public:
 protected:
     /// Tells what differs; the new record is in place.
     virtual void recordChanged(const Record& /*previous*/) {}
-
-private:
     void replace(Record next) {
         if (Vel::isEq(record_, next)) { return; }
         const auto keep = Vel::keepAlive(this);
@@ -49,6 +47,8 @@ private:
         recordChanged(previous);
         changed_.publish();
     }
+
+private:
     Record record_;
     mutable Vel::Publisher<> changed_;
 };

@@ -1,9 +1,28 @@
 #include "model/Tunnel/UdpDestinationPortConfig.h"
 
+#include <set>
 #include <vector>
 
 #include "model/Record/FlatBytes.h"
 #include "model/Tunnel/Tunnel_generated.h"
+
+namespace L3::Tunnel {
+
+void UdpDestinationPortConfig::recordChanged(const UdpDestinationPortConfigRecord& previous) {
+    const auto& before = previous.payloadTypeToPort;
+    const auto now = record().payloadTypeToPort;  // a reaction may replace the record
+    std::set<::Tunnel::PayloadType> types;
+    for (const auto& [type, port] : before) { types.insert(type); }
+    for (const auto& [type, port] : now) { types.insert(type); }
+    for (const auto type : types) {
+        const auto from = before.find(type);
+        const auto to = now.find(type);
+        const bool same = from != before.end() && to != now.end() && from->second == to->second;
+        if (!same) { onEntry_.publish(type); }
+    }
+}
+
+}  // namespace L3::Tunnel
 
 using Codec = Mesa::RecordCodec<L3::Tunnel::UdpDestinationPortConfigRecord>;
 

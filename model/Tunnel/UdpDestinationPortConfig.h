@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "model/Record/MirroredRecord.h"
 #include "model/Tunnel/PayloadType.h"
@@ -30,7 +31,8 @@ struct UdpDestinationPortConfigRecord {
     }
 };
 
-/// UDP destination ports of tunnels, by what they carry.
+/// UDP destination ports of tunnels, by what they carry: of one source, mirrored, or of all
+/// sources, merged in this process.
 class UdpDestinationPortConfig final : public Pel::MirroredRecord<UdpDestinationPortConfigRecord> {
 public:
     static constexpr const char* kType = "L3::Tunnel::UdpDestinationPortConfig";
@@ -38,6 +40,15 @@ public:
     /// Directory of what dynamic sources configure, an entity of this type each.
     static constexpr const char* kDynamicPath = "routing/nexthopgroup/input/config";
     using MirroredRecord::MirroredRecord;
+    using MirroredRecord::recordIs;
+    /// What was merged.
+    void recordIs(UdpDestinationPortConfigRecord record) { replace(std::move(record)); }
+    /// The entry of this payload type was added, changed or removed.
+    Vel::Publisher<::Tunnel::PayloadType>& onPayloadTypeToPort() const { return onEntry_; }
+
+private:
+    void recordChanged(const UdpDestinationPortConfigRecord& previous) override;
+    mutable Vel::Publisher<::Tunnel::PayloadType> onEntry_;
 };
 
 }  // namespace L3::Tunnel
