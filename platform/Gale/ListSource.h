@@ -5,12 +5,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace Gale {
 
 class ListSource;
+
+/// Goes through keys that may change meanwhile: the first one after a key, or of all.
+using NextKey = std::function<std::optional<EntryKey>(const std::optional<EntryKey>& after)>;
 
 /// What an encoder says about one entry. Reused for one entry after the other, so that it stops
 /// allocating once it has grown.
@@ -31,8 +36,8 @@ public:
     MarkSink& operator=(const MarkSink&) = delete;
     virtual ~MarkSink() = default;
     virtual void mark(ListSource& source, const EntryKey& key) = 0;
-    /// Everything that source.nextKey() comes by until it ends.
-    virtual void markAll(ListSource& source) = 0;
+    /// Everything that `nextKey`, which lives as long as the source, comes by until it ends.
+    virtual void markEach(ListSource& source, NextKey nextKey) = 0;
     /// Everything that the source, the only one of its lane, has held so far.
     virtual void markHeld(ListSource& source) = 0;
 };
@@ -64,8 +69,11 @@ protected:
     void mark(const EntryKey& key) {
         if (sink_ != nullptr) { sink_->mark(*this, key); }
     }
+    void markEach(NextKey keys) {
+        if (sink_ != nullptr) { sink_->markEach(*this, std::move(keys)); }
+    }
     void markAll() {
-        if (sink_ != nullptr) { sink_->markAll(*this); }
+        markEach([this](const std::optional<EntryKey>& after) { return nextKey(after); });
     }
     void markHeld() {
         if (sink_ != nullptr) { sink_->markHeld(*this); }

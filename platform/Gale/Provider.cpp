@@ -54,7 +54,8 @@ void Provider::take(std::unique_ptr<ListSource> source) {
     lane.back()->source = std::move(source);
     bySource_[&taken] = lane.back().get();
     taken.sinkIs(*this);
-    markAll(taken);
+    markEach(taken,
+             [&taken](const std::optional<EntryKey>& after) { return taken.nextKey(after); });
 }
 
 Provider::Marked& Provider::marked(ListSource& source) {
@@ -68,9 +69,8 @@ void Provider::mark(ListSource& source, const EntryKey& key) {
     task_.schedule();
 }
 
-void Provider::markAll(ListSource& source) {
-    marked(source).backlog.addAll(
-        [&source](const std::optional<EntryKey>& after) { return source.nextKey(after); });
+void Provider::markEach(ListSource& source, NextKey nextKey) {
+    marked(source).backlog.addAll(std::move(nextKey));
     task_.schedule();
 }
 

@@ -55,7 +55,7 @@ public:
     ~Provider() override;
 
     void mark(ListSource& source, const EntryKey& key) override;
-    void markAll(ListSource& source) override;
+    void markEach(ListSource& source, NextKey nextKey) override;
     void markHeld(ListSource& source) override;
 
     ProviderStatistics statistics() const;
