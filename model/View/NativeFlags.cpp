@@ -16,33 +16,6 @@ namespace {
 constexpr const char* kDirName = "stateSynced";
 }
 
-NativeFibReady::NativeFibReady(Vel::Ref<FibReadyContainer> fibReady,
-                               const NativeLeaves<FibReadyContainer>& leaves)
-    : ListSource{Gale::Lane::flags},
-      entry_{NativePaths::kFibReady, NativePaths::kOrigin},
-      deletion_{NativePaths::kFibReady},
-      fibReady_{std::move(fibReady)},
-      leaves_{leaves} {
-    onReady_ = fibReady_->onFecReady().subscribe([this] { mark(kKey); });
-}
-
-std::optional<EntryKey> NativeFibReady::nextKey(const std::optional<EntryKey>& after) const {
-    return !after || *after < kKey ? std::optional{kKey} : std::nullopt;
-}
-
-bool NativeFibReady::encode(const EntryKey& /*key*/, Gale::EncodedEntry& to) {
-    NotificationWriter writer{to.notification};
-    writer.prefix(entry_, {});
-    leaves_.write(writer, *fibReady_);
-    writer.atomic();
-    return true;
-}
-
-void NativeFibReady::encodeDelete(const EntryKey& /*key*/,
-                                  Gale::PackedNotification& notification) const {
-    NotificationWriter{notification}.deletion(NativePaths::kOrigin, deletion_, {});
-}
-
 NativeStateSynced::NativeStateSynced(Vel::Ref<Vel::Dir> root,
                                      OpenConfigInstances& instances,
                                      const NativeLeaves<StateSyncedContainer>& leaves)

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "model/Aft/FibReadyContainer.h"
 #include "model/Aft/StateSyncedContainer.h"
 #include "model/View/NativeLeaves.h"
 #include "model/View/OpenConfigInstances.h"
@@ -14,29 +13,6 @@
 #include "platform/Gale/PathTemplate.h"
 
 namespace Pel::OcApi {
-
-/// Whether all next hops and groups are exported: the tree's "fibReady".
-class NativeFibReady final : public Gale::ListSource {
-public:
-    /// Beside the instances' keys.
-    static constexpr Gale::EntryKey kKey{0, 0, 1};
-
-    NativeFibReady(Vel::Ref<FibReadyContainer> fibReady,
-                   const NativeLeaves<FibReadyContainer>& leaves);
-
-    std::optional<Gale::EntryKey> nextKey(
-        const std::optional<Gale::EntryKey>& after) const override;
-    bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
-    void encodeDelete(const Gale::EntryKey& key,
-                      Gale::PackedNotification& notification) const override;
-
-private:
-    const Gale::PathTemplate entry_;
-    const Gale::PathTemplate deletion_;
-    const Vel::Ref<FibReadyContainer> fibReady_;
-    const NativeLeaves<FibReadyContainer>& leaves_;
-    Vel::Subscription onReady_;
-};
 
 /// Whether a VRF's state is synced: the entities of the tree's directory "stateSynced", which comes
 /// when the export is switched on.

@@ -11,6 +11,7 @@ inline constexpr const char* kGroup = "AftExport/OpenConfig/afts/aftContainer/ne
 inline constexpr const char* kCounter =
     "AftExport/OpenConfig/afts/aftContainer/nextHopCounters[index]";
 inline constexpr const char* kFibReady = "AftExport/OpenConfig/afts/aftContainer/fibReady";
+inline constexpr const char* kGueEncapDestPort = "AftExport/gueEncapDestPort";
 inline constexpr const char* kStateSynced = "AftExport/stateSynced[name]";
 // Below the paths of the shared-memory tables.
 inline constexpr const char* kTables = "FibRoute/";

@@ -5,6 +5,7 @@
 
 #include "model/Aft/AftContainer.h"
 #include "model/View/KeyPredicates.h"
+#include "model/View/NativeEntity.h"
 #include "model/View/NativeList.h"
 #include "model/View/NativePaths.h"
 #include "model/View/OpenConfigKeys.h"
@@ -35,6 +36,10 @@ NativeView::NativeView(Gale::ViewInputs inputs)
     addKind(Kind::groups, Lane::groups, NativePaths::kGroup, group_.leaves());
     addKind(Kind::counters, Lane::counters, NativePaths::kCounter, counter_.leaves());
     addKind(Kind::fibReady, Lane::flags, NativePaths::kFibReady, fibReady_.leaves());
+    addKind(Kind::gueEncapDestPort,
+            Lane::flags,
+            NativePaths::kGueEncapDestPort,
+            gueEncapDestPort_.leaves());
     addKind(Kind::stateSynced,
             Lane::flags,
             NativePaths::kStateSynced,
@@ -95,7 +100,8 @@ std::size_t NativeView::kindOf(Lane lane, const EntryKey& key) const {
             case Lane::summaries:
                 break;
         }
-        return key == NativeFibReady::kKey ? Kind::fibReady : Kind::stateSynced;
+        if (key == kFibReadyKey) { return Kind::fibReady; }
+        return key == kGueEncapDestPortKey ? Kind::gueEncapDestPort : Kind::stateSynced;
     };
     return indexOf_[static_cast<std::size_t>(kind())];
 }
@@ -108,10 +114,12 @@ KeyPredicate NativeView::keyPredicate(std::size_t kind, const Gale::KeyValues& v
         case Kind::counters:
             return numberIs(values[0]);
         case Kind::fibReady:
-            break;  // has no key
+        case Kind::gueEncapDestPort:
+            break;  // have no key
         case Kind::stateSynced:
-            return both(instanceIs(values[0], instances_),
-                        [](const EntryKey& key) { return key != NativeFibReady::kKey; });
+            return both(instanceIs(values[0], instances_), [](const EntryKey& key) {
+                return key != kFibReadyKey && key != kGueEncapDestPortKey;
+            });
         case Kind::ipv4Default:
             return prefixIs(values[0], AddressFamily::ipv4);
         case Kind::ipv6Default:
@@ -141,6 +149,7 @@ void NativeView::encodeValue(Lane lane,
 void NativeView::attach(SourceSink sink) {
     sink_ = std::move(sink);
     attachAft();
+    attachGueEncapDestPort();
     sink_(std::make_unique<NativeStateSynced>(inputs_.root, instances_, stateSynced_));
     if (!inputs_.tables) { return; }
     tables_ = std::make_unique<RouteTables>(
@@ -194,8 +203,27 @@ void NativeView::attachAft() {
             &NextHopCountersContainer::onNextHopCounterOrClear));
     }
     if (auto fibReady = aft->fibReady()) {
-        sink_(std::make_unique<NativeFibReady>(std::move(fibReady), fibReady_));
+        sink_(std::make_unique<NativeEntity<FibReadyContainer>>(
+            kFibReadyKey,
+            NativePaths::kFibReady,
+            fibReady,
+            fibReady_,
+            std::initializer_list{&fibReady->onFecReady()}));
     }
+}
+
+void NativeView::attachGueEncapDestPort() {
+    using Ports = Oc::PelNexthopGueEncapDestPort;
+    const auto ports = inputs_.root->entity<Ports>(Ports::kName);
+    if (!ports) { return; }
+    sink_(std::make_unique<NativeEntity<Ports>>(
+        kGueEncapDestPortKey,
+        NativePaths::kGueEncapDestPort,
+        ports,
+        gueEncapDestPort_,
+        std::initializer_list{&ports->onGueMplsEncapUdpDestPort(),
+                              &ports->onGueIPv4EncapUdpDestPort(),
+                              &ports->onGueIPv6EncapUdpDestPort()}));
 }
 
 void NativeView::detach() {

@@ -5,9 +5,11 @@
 #include <memory>
 #include <vector>
 
+#include "model/Aft/FibReadyContainer.h"
 #include "model/Aft/NextHop.h"
 #include "model/Aft/NextHopCountersContainer.h"
 #include "model/Aft/NextHopGroupContainer.h"
+#include "model/Tunnel/PelNexthopGueEncapDestPort.h"
 #include "model/View/NativeFlags.h"
 #include "model/View/NativeLeaves.h"
 #include "model/View/NativeRoutes.h"
@@ -47,17 +49,19 @@ private:
         groups,
         counters,
         fibReady,
+        gueEncapDestPort,
         stateSynced,
         ipv4Default,
         ipv4Vrf,
         ipv6Default,
         ipv6Vrf,
     };
-    static constexpr std::size_t kKinds = 9;
+    static constexpr std::size_t kKinds = 10;
 
     void addKind(Kind kind, Gale::Lane lane, std::string path, std::vector<Gale::Leaf> leaves);
     void addRouteKind(Kind kind, Nexo::AddressFamily family, bool inDefault);
     void attachAft();
+    void attachGueEncapDestPort();
 
     const Gale::ViewInputs inputs_;
     OpenConfigInstances instances_;
@@ -65,6 +69,7 @@ private:
     const NativeLeaves<NextHopGroup> group_;
     const NativeLeaves<NextHopCounter> counter_;
     const NativeLeaves<FibReadyContainer> fibReady_;
+    const NativeLeaves<Oc::PelNexthopGueEncapDestPort> gueEncapDestPort_;
     const NativeLeaves<StateSyncedContainer> stateSynced_;
     const NativeRoutes routes_;
     std::vector<Gale::EntryKind> kinds_;

@@ -1,13 +1,13 @@
 #include "model/View/OpenConfigNextHops.h"
 
-#include <absl/container/inlined_vector.h>
-
 #include <algorithm>
 #include <array>
 #include <utility>
 
+#include "model/View/OpenConfigEncapHeaders.h"
 #include "model/View/OpenConfigKeys.h"
 #include "model/View/OpenConfigPaths.h"
+#include "model/View/OpenConfigValues.h"
 #include "platform/Gale/NotificationWriter.h"
 
 namespace Pel::OcApi {
@@ -27,151 +27,18 @@ struct OpenConfigNextHops::Paths {
     PathTemplate labels{"state/pushed-mpls-label-stack"};
     PathTemplate decapsulateHeader{"state/decapsulate-header"};
     PathTemplate networkInstance{"state/network-instance"};
-    PathTemplate vniLabel{"state/vni-label"};
-    PathTemplate tunnelSource{"state/tunnel-src-ip-address"};
     PathTemplate interface { "interface-ref/state/interface" };
     PathTemplate subinterface{"interface-ref/state/subinterface"};
-    PathTemplate headerIndex{"encap-headers/encap-header[index]/index"};
-    PathTemplate headerStateIndex{"encap-headers/encap-header[index]/state/index"};
-    PathTemplate headerType{"encap-headers/encap-header[index]/state/type"};
-    PathTemplate headerLabels{"encap-headers/encap-header[index]/mpls/state/mpls-label-stack"};
-    struct Udp {
-        explicit Udp(const std::string& container)
-            : source{"encap-headers/encap-header[index]/" + container + "/state/src-ip"},
-              destination{"encap-headers/encap-header[index]/" + container + "/state/dst-ip"},
-              ttl{"encap-headers/encap-header[index]/" + container + "/state/ip-ttl"} {}
-        PathTemplate source;
-        PathTemplate destination;
-        PathTemplate ttl;
-    };
-    Udp udpV4{"udp-v4"};
-    Udp udpV6{"udp-v6"};
-    PathTemplate headerVni{"encap-headers/encap-header[index]/vxlan/state/vni-label"};
-    PathTemplate headerTunnelSource{
-        "encap-headers/encap-header[index]/vxlan/state/tunnel-src-ip-address"};
+    OpenConfigEncapHeaders encapHeaders;
 };
-
-namespace {
-
-/// The schema's name of a header type; empty for a type that has none.
-std::string_view typeName(EncapHeaderType type) {
-    switch (type) {
-        case EncapHeaderType::unset:
-            return {};
-        case EncapHeaderType::gre:
-            return "GRE";
-        case EncapHeaderType::mpls:
-            return "MPLS";
-        case EncapHeaderType::ipv4:
-            return "IPV4";
-        case EncapHeaderType::vxlan:
-            return "VXLAN";
-        case EncapHeaderType::udpv4:
-            return "UDPV4";
-        case EncapHeaderType::udpv6:
-            return "UDPV6";
-        case EncapHeaderType::ipv6:
-            return "IPV6";
-    }
-    return {};
-}
-
-/// Reserved labels go by name.
-std::string_view labelName(std::uint32_t label) {
-    switch (label) {
-        case 0:
-            return "IPV4_EXPLICIT_NULL";
-        case 1:
-            return "ROUTER_ALERT";
-        case 2:
-            return "IPV6_EXPLICIT_NULL";
-        case 3:
-            return "IMPLICIT_NULL";
-        case 7:
-            return "ENTROPY_LABEL_INDICATOR";
-        default:
-            return {};
-    }
-}
-
-class Writer {
-public:
-    Writer(Gale::PackedNotification& notification, const OpenConfigInstances& instances)
-        : to{notification}, instances_{instances} {}
-
-    void address(const PathTemplate& path, PathTemplate::Keys keys, const Nexo::IpGenAddr& value) {
-        if (!value.isZero()) { to.leaf(path, keys, value.stringValue()); }
-    }
-    /// The model's stacks are top first, the schema's bottom first. A stack with a label that the
-    /// schema cannot express (4 to 6, 8 to 15) is left out: half of it would be another path.
-    template <class Stack>
-    void labels(const PathTemplate& path, PathTemplate::Keys keys, const Stack& stack) {
-        absl::InlinedVector<NotificationWriter::Element, 16> elements;
-        for (const Nexo::MplsLabel label : stack) {
-            const std::string_view name = labelName(label.value());
-            if (name.empty() && label.value() < 16) { return; }
-            elements.push_back({label.value(), name});
-        }
-        if (elements.empty()) { return; }
-        std::reverse(elements.begin(), elements.end());
-        to.leafList(path, keys, elements);
-    }
-    /// An instance is said only together with the header that is removed before the look-up in it.
-    template <class P>
-    void decapsulation(const P& paths, const NextHop& nextHop) {
-        const std::string_view header = typeName(nextHop.decapsulateHeader);
-        if (header.empty()) { return; }
-        to.leaf(paths.decapsulateHeader, {}, header);
-        const std::string& vrf = nextHop.decapNetworkInstance.stringValue();
-        if (!vrf.empty()) { to.leaf(paths.networkInstance, {}, instances_.nameOf(vrf)); }
-    }
-    template <class P>
-    void udp(const P& paths, PathTemplate::Keys keys, const UdpState& state) {
-        address(paths.source, keys, state.srcIp);
-        address(paths.destination, keys, state.dstIp);
-        const std::uint64_t ttl = state.ipTtl.value_or(0);
-        if (ttl != 0) { to.leaf(paths.ttl, keys, ttl); }
-    }
-    /// VNI and local tunnel end have a home in the header and, for older clients, in the next hop.
-    template <class P>
-    void vxlan(const P& paths, PathTemplate::Keys keys, const VxlanState& state) {
-        if (state.vniLabel) {
-            to.leaf(paths.headerVni, keys, std::uint64_t{*state.vniLabel});
-            to.leaf(paths.vniLabel, {}, std::uint64_t{*state.vniLabel});
-        }
-        address(paths.headerTunnelSource, keys, state.tunnelSrcIpAddress);
-        address(paths.tunnelSource, {}, state.tunnelSrcIpAddress);
-    }
-    template <class P>
-    void header(const P& paths, const EncapHeader& header) {
-        const Decimal index{header.index};
-        const std::array<std::string_view, 1> keys{index};
-        to.leaf(paths.headerIndex, keys, std::uint64_t{header.index});
-        to.leaf(paths.headerStateIndex, keys, std::uint64_t{header.index});
-        const std::string_view type = typeName(header.type);
-        if (!type.empty()) { to.leaf(paths.headerType, keys, type); }
-        if (const auto* const mpls = header.stateAs<MplsState>()) {
-            labels(paths.headerLabels, keys, mpls->mplsLabelStack);
-        } else if (const auto* const udpState = header.stateAs<UdpState>()) {
-            udp(header.type == EncapHeaderType::udpv4 ? paths.udpV4 : paths.udpV6, keys, *udpState);
-        } else if (const auto* const vxlanState = header.stateAs<VxlanState>()) {
-            vxlan(paths, keys, *vxlanState);
-        }
-    }
-
-    NotificationWriter to;
-
-private:
-    const OpenConfigInstances& instances_;
-};
-
-}  // namespace
 
 OpenConfigNextHops::OpenConfigNextHops(Vel::Ref<NextHopContainer> nextHops,
-                                       const OpenConfigInstances& instances)
+                                       const OpenConfigInstances& instances,
+                                       Vel::Ref<const GuePorts> guePorts)
     : ListSource{Gale::Lane::nextHops},
       nextHops_{std::move(nextHops)},
       instances_{instances},
+      guePorts_{std::move(guePorts)},
       paths_{std::make_unique<Paths>()} {
     const auto markIndex = [this](const NextHopIndex& index) {
         mark(OpenConfigKeys::ofNumber(index.value()));
@@ -181,6 +48,10 @@ OpenConfigNextHops::OpenConfigNextHops(Vel::Ref<NextHopContainer> nextHops,
             index != nullptr ? markIndex(*index) : markHeld();
         });
     onProcessed_ = nextHops_->onProcessed().subscribe(markIndex);
+    if (guePorts_) {
+        onMplsPort_ =
+            guePorts_->onGueMplsEncapUdpDestPort().subscribe([this] { handleMplsPort(); });
+    }
 }
 
 OpenConfigNextHops::~OpenConfigNextHops() = default;
@@ -193,32 +64,69 @@ std::optional<Gale::EntryKey> OpenConfigNextHops::nextKey(
     return OpenConfigKeys::ofNumber(index->value());
 }
 
+/// There may be a million of them: they are gone through as they are encoded.
+void OpenConfigNextHops::handleMplsPort() {
+    markEach([this](const std::optional<Gale::EntryKey>& after) {
+        const auto it = after ? udpOverMpls_.upper_bound(after->lo) : udpOverMpls_.begin();
+        return it == udpOverMpls_.end() ? std::optional<Gale::EntryKey>{}
+                                        : OpenConfigKeys::ofNumber(*it);
+    });
+}
+
+void OpenConfigNextHops::noteUdpOverMpls(std::uint64_t index, const NextHop* nextHop) {
+    const bool holds =
+        nextHop != nullptr && guePorts_ &&
+        std::any_of(nextHop->encapHeaders.begin(),
+                    nextHop->encapHeaders.end(),
+                    [&](const EncapHeader& header) {
+                        return OpenConfigEncapHeaders::udpOverMpls(nextHop->encapHeaders, header);
+                    });
+    if (holds) {
+        udpOverMpls_.insert(index);
+    } else if (!udpOverMpls_.empty()) {
+        udpOverMpls_.erase(index);
+    }
+}
+
 bool OpenConfigNextHops::encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) {
     const NextHop* const nextHop = nextHops_->nextHop(NextHopIndex{key.lo});
+    noteUdpOverMpls(key.lo, nextHop);
     if (nextHop == nullptr) { return false; }
     const Decimal index{key.lo};
     const std::array<std::string_view, 2> keys{instances_.name(OpenConfigInstances::kDefault),
                                                index};
-    Writer writer{to.notification, instances_};
-    writer.to.prefix(paths_->entry, keys);
-    writer.to.leaf(paths_->index, {}, key.lo);
-    writer.to.leaf(paths_->stateIndex, {}, key.lo);
-    writer.address(paths_->ipAddress, {}, nextHop->ipAddress);
+    NotificationWriter writer{to.notification};
+    writer.prefix(paths_->entry, keys);
+    writer.leaf(paths_->index, {}, key.lo);
+    writer.leaf(paths_->stateIndex, {}, key.lo);
+    OpenConfigValues::writeAddress(writer, paths_->ipAddress, {}, nextHop->ipAddress);
     if (!nextHop->macAddress.isZero()) {
-        writer.to.leaf(paths_->macAddress, {}, nextHop->macAddress.stringValue());
+        writer.leaf(paths_->macAddress, {}, nextHop->macAddress.stringValue());
     }
-    if (nextHop->popTopLabel) { writer.to.flagLeaf(paths_->popTopLabel, {}, true); }
-    writer.labels(paths_->labels, {}, nextHop->pushedMplsLabelStack);
-    writer.decapsulation(*paths_, *nextHop);
+    if (nextHop->popTopLabel) { writer.flagLeaf(paths_->popTopLabel, {}, true); }
+    OpenConfigValues::writeLabelList(writer, paths_->labels, {}, nextHop->pushedMplsLabelStack);
+    writeDecapsulation(writer, *nextHop);
     if (!nextHop->interface.empty()) {
-        writer.to.leaf(paths_->interface, {}, nextHop->interface.stringValue());
+        writer.leaf(paths_->interface, {}, nextHop->interface.stringValue());
         if (nextHop->subinterface) {
-            writer.to.leaf(paths_->subinterface, {}, std::uint64_t{*nextHop->subinterface});
+            writer.leaf(paths_->subinterface, {}, std::uint64_t{*nextHop->subinterface});
         }
     }
-    for (const EncapHeader& header : nextHop->encapHeaders) { writer.header(*paths_, header); }
-    writer.to.atomic();
+    if (!nextHop->encapHeaders.empty()) {
+        const std::uint16_t port = guePorts_ ? guePorts_->gueMplsEncapUdpDestPort() : 0;
+        paths_->encapHeaders.write(writer, nextHop->encapHeaders, port);
+    }
+    writer.atomic();
     return true;
+}
+
+/// An instance is said only together with the header that is removed before the look-up in it.
+void OpenConfigNextHops::writeDecapsulation(NotificationWriter& to, const NextHop& nextHop) const {
+    const std::string_view header = OpenConfigValues::typeName(nextHop.decapsulateHeader);
+    if (header.empty()) { return; }
+    to.leaf(paths_->decapsulateHeader, {}, header);
+    const std::string& vrf = nextHop.decapNetworkInstance.stringValue();
+    if (!vrf.empty()) { to.leaf(paths_->networkInstance, {}, instances_.nameOf(vrf)); }
 }
 
 void OpenConfigNextHops::encodeDelete(const Gale::EntryKey& key,

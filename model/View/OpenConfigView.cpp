@@ -114,7 +114,9 @@ void OpenConfigView::attachAft() {
         TRACE5("no AFT container in the streamed tree: next hops and groups are not served");
         return;
     }
-    sink_(std::make_unique<OpenConfigNextHops>(aft->nextHops(), instances_));
+    using GuePorts = OpenConfigNextHops::GuePorts;
+    sink_(std::make_unique<OpenConfigNextHops>(
+        aft->nextHops(), instances_, inputs_.root->entity<GuePorts>(GuePorts::kName)));
     groups_ = aft->nextHopGroups();
     sink_(std::make_unique<OpenConfigGroups>(groups_, instances_));
 }

@@ -232,5 +232,35 @@ TEST(Mirrored, BadBytesChangeNothing) {
     EXPECT_EQ(changes, 2);
 }
 
+TEST(UdpDestinationPorts, EachEntryThatDiffersIsTold) {
+    using Tunnel::PayloadType;
+    L3::Tunnel::UdpDestinationPortConfig sut{"udpDestPort"};
+    std::vector<PayloadType> told;
+    const auto onEntry =
+        sut.onPayloadTypeToPort().subscribe([&](PayloadType type) { told.push_back(type); });
+    sut.recordIs({{{PayloadType::ipv4, {6080, 1}}, {PayloadType::ipv6, {6081, 1}}}});
+    EXPECT_THAT(told, ElementsAre(PayloadType::ipv4, PayloadType::ipv6));
+    told.clear();
+    // One stays, one changes its mode only, one comes.
+    sut.recordIs({{{PayloadType::mpls, {6635, 1}},
+                   {PayloadType::ipv4, {6080, 0}},
+                   {PayloadType::ipv6, {6081, 1}}}});
+    EXPECT_THAT(told, ElementsAre(PayloadType::mpls, PayloadType::ipv4));
+    told.clear();
+    sut.recordDel();
+    EXPECT_THAT(told, ElementsAre(PayloadType::mpls, PayloadType::ipv4, PayloadType::ipv6));
+}
+
+TEST(PayloadTypes, HaveNamesOrTheirNumber) {
+    using Tunnel::PayloadType;
+    using Tunnel::stringValue;
+    EXPECT_EQ(stringValue(PayloadType::none), "none");
+    EXPECT_EQ(stringValue(PayloadType::mpls), "mpls");
+    EXPECT_EQ(stringValue(PayloadType::gre), "gre");
+    EXPECT_EQ(stringValue(PayloadType::ipv4), "ipv4");
+    EXPECT_EQ(stringValue(PayloadType::ipv6), "ipv6");
+    EXPECT_EQ(stringValue(PayloadType{200}), "200");
+}
+
 }  // namespace
 }  // namespace Pel

@@ -131,6 +131,10 @@ TEST_F(NativeViewTest, TheSchemasLeavesAreTheRecordsFields) {
                              Pair(kAft + "/nextHopCounters[index]",
                                   ElementsAre("index", "packetsForwarded", "octetsForwarded")),
                              Pair(kAft + "/fibReady", ElementsAre("fecReady")),
+                             Pair("/AftExport/gueEncapDestPort",
+                                  ElementsAre("gueMplsEncapUdpDestPort",
+                                              "gueIPv4EncapUdpDestPort",
+                                              "gueIPv6EncapUdpDestPort")),
                              Pair("/AftExport/stateSynced[name]",
                                   ElementsAre("name", "ipv4Unicast", "ipv6Unicast"))));
     EXPECT_THAT(numbers64,
@@ -214,6 +218,34 @@ TEST_F(NativeViewTest, AChangeOfAnEntryIsOneUpdate) {
         ElementsAre(hop(7), groupPath(41), kAft + "/fibReady", "sync", hop(7), kAft + "/fibReady"));
     EXPECT_EQ(client.leaves(hop(7)).at("ipAddress"), "\"192.0.2.2\"");
     EXPECT_EQ(client.leaves(kAft + "/fibReady").at("fecReady"), "true");
+}
+
+TEST_F(NativeViewTest, GuePortsAreAnEntryOfTheirOwn) {
+    const auto ports = Oc::pelNexthopGueEncapDestPortFactory("gueEncapDestPort");
+    root->insert(ports);
+    root->entityIs<Vel::Dir>("stateSynced")->entityIs<StateSyncedContainer>("default");
+    ports->gueMplsEncapUdpDestPortIs(6635);
+    serve();
+    const std::string path = "/AftExport/gueEncapDestPort";
+    const std::string synced = "/AftExport/stateSynced[name=default]";
+    EXPECT_THAT(once({synced}).log(), ElementsAre(synced, "sync"));
+    NativeClient& client = stream({path});
+    EXPECT_THAT(client.log(), ElementsAre(path, "sync"));
+    EXPECT_THAT(client.leaves(path),
+                UnorderedElementsAre(Pair("gueMplsEncapUdpDestPort", "6635"),
+                                     Pair("gueIPv4EncapUdpDestPort", "0"),
+                                     Pair("gueIPv6EncapUdpDestPort", "0")));
+    const auto changes = [&](const char* leaf, const char* port) {
+        until(
+            client, [&] { return client.leaves(path).at(leaf) == port; }, leaf);
+    };
+    ports->gueMplsEncapUdpDestPortIs(6636);
+    changes("gueMplsEncapUdpDestPort", "6636");
+    ports->gueIPv4EncapUdpDestPortIs(6080);
+    changes("gueIPv4EncapUdpDestPort", "6080");
+    ports->gueIPv6EncapUdpDestPortIs(6081);
+    changes("gueIPv6EncapUdpDestPort", "6081");
+    EXPECT_THAT(client.log(), ElementsAre(path, "sync", path, path, path));
 }
 
 TEST_F(NativeViewTest, NothingDanglesWhenEntriesComeAndGo) {

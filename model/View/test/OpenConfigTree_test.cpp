@@ -1,3 +1,4 @@
+#include "model/Tunnel/PelNexthopGueEncapDestPort.h"
 #include "model/View/test/OpenConfigViewFixture.h"
 
 namespace Pel::OcApi {
@@ -7,6 +8,9 @@ namespace {
 class OpenConfigTree : public OpenConfigViewTest {
 protected:
     OpenConfigTree() {
+        const auto guePorts = Oc::pelNexthopGueEncapDestPortFactory("gueEncapDestPort");
+        guePorts->gueMplsEncapUdpDestPortIs(6635);
+        root->insert(guePorts);
         NextHop hop = nextHop(7);
         hop.macAddress = Nexo::EthAddr{{0, 0x1c, 0x73, 0, 0, 1}};
         hop.subinterface = 20;
@@ -17,6 +21,7 @@ protected:
         hop.decapNetworkInstance = Nexo::InternedName{"blue"};
         EncapHeader mpls{0, EncapHeaderType::mpls, MplsState{}};
         std::get<MplsState>(mpls.state).mplsLabelStackPush(Nexo::MplsLabel{17});
+        std::get<MplsState>(mpls.state).mplsLabelStackPush(Nexo::MplsLabel{0});
         hop.encapHeaders.encapHeaderIs(mpls);
         hop.encapHeaders.encapHeaderIs(
             {1,
@@ -79,16 +84,26 @@ TEST_F(OpenConfigTree, InJsonIetf) {
          "pushed-mpls-label-stack":["IMPLICIT_NULL",100],
          "decapsulate-header":"UDPV6",
          "openconfig-aft-network-instance:network-instance":"blue",
+         "encapsulate-header":"VXLAN",
          "vni-label":5000,
          "tunnel-src-ip-address":"10.0.0.3"},
         "interface-ref":{"state":{"interface":"Ethernet1","subinterface":20}},
         "encap-headers":{
          "encap-header":[
-          {"index":0,"state":{"index":0,"type":"MPLS"},"mpls":{"state":{"mpls-label-stack":[17]}}},
+          {
+           "index":0,
+           "state":{"index":0,"type":"MPLS"},
+           "mpls":{
+            "state":{"mpls-label-stack":["IPV4_EXPLICIT_NULL",17]},
+            "encap-mpls-label-stacks":{
+             "encap-mpls-label-stack":[
+              {"id":0,"state":{"id":0,"label":"IPV4_EXPLICIT_NULL"}},
+              {"id":1,"state":{"id":1,"label":17}}]}}},
           {
            "index":1,
            "state":{"index":1,"type":"UDPV6"},
-           "udp-v6":{"state":{"src-ip":"2001:db8::1","dst-ip":"2001:db8::2"}}},
+           "udp-v6":{
+            "state":{"src-ip":"2001:db8::1","dst-ip":"2001:db8::2","dst-udp-port":6635}}},
           {
            "index":2,
            "state":{"index":2,"type":"UDPV4"},

@@ -95,11 +95,18 @@ TEST_F(OpenConfigViewTest, EncapHeadersByTypeName) {
         }
         return some;
     };
+    const std::string label = "mpls/encap-mpls-label-stacks/encap-mpls-label-stack";
     EXPECT_THAT(header("0"),
                 UnorderedElementsAre(Pair("index", "0"),
                                      Pair("state/index", "0"),
                                      Pair("state/type", "MPLS"),
-                                     Pair("mpls/state/mpls-label-stack", "[16 17 ]")));
+                                     Pair("mpls/state/mpls-label-stack", "[16 17 ]"),
+                                     Pair(label + "[id=0]/id", "0"),
+                                     Pair(label + "[id=0]/state/id", "0"),
+                                     Pair(label + "[id=0]/state/label", "16"),
+                                     Pair(label + "[id=1]/id", "1"),
+                                     Pair(label + "[id=1]/state/id", "1"),
+                                     Pair(label + "[id=1]/state/label", "17")));
     EXPECT_THAT(header("1"),
                 UnorderedElementsAre(Pair("index", "1"),
                                      Pair("state/index", "1"),
