@@ -11,6 +11,12 @@ void Publisher::entityIs(std::string_view path, std::string_view type, std::stri
     writer_->put(table_, path, RecordFrame{type, record}.encode());
 }
 
+std::optional<std::string_view> Publisher::entity(std::string_view path, std::string_view type) {
+    const auto bytes = writer_->get(table_, path);
+    const auto frame = bytes ? RecordFrame::decode(*bytes) : std::nullopt;
+    return frame && frame->type == type ? std::optional{frame->record} : std::nullopt;
+}
+
 void Publisher::entityDel(std::string_view path) {
     writer_->erase(table_, path);
 }

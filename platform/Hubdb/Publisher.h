@@ -2,6 +2,7 @@
 
 #include <absl/functional/function_ref.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,8 @@ public:
     void entityDel(std::string_view path);
     /// Visits the paths of all entities, in order. The visitor must not write.
     void forEachPath(absl::FunctionRef<void(std::string_view path)> visit);
+    /// The record of this path, if it is there and of this type; valid until the next write.
+    std::optional<std::string_view> entity(std::string_view path, std::string_view type);
 
 private:
     Store::Writer* writer_;
