@@ -1,6 +1,7 @@
 #include "forwarder/Flatten/Fib.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "platform/Blink/Trace.h"
 
@@ -64,18 +65,11 @@ bool Fib::apply(const Link& link) {
     const bool stateChanged =
         isNew || stored.link.up != link.up || stored.link.running != link.running;
     const Link old = std::exchange(stored.link, link);
-    vrfChanged(old);
-    vrfChanged(link);
-    if (!changes_.everything) {
-        const bool renamed = old.name != link.name || old.parent != link.parent ||
-                             old.vlanId != link.vlanId || old.kind != link.kind;
-        changes_.links.push_back({link.ifindex, renamed});
-        for (const auto& [ifindex, other] : links_) {  // a VLAN interface shows its parent's name
-            if (renamed && other.link.parent == link.ifindex) {
-                changes_.links.push_back({ifindex, true});
-            }
-        }
+    if (old.master != link.master) {
+        ports_.erase({old.master, link.ifindex});
+        if (link.master != 0) { ports_.insert({link.master, link.ifindex}); }
     }
+    linkChanged(old, link);
     TRACE7("link {} {} up {} running {}", link.ifindex, link.name, link.up, link.running);
     return stateChanged;
 }
@@ -85,9 +79,113 @@ void Fib::linkDel(std::uint32_t ifindex) {
     if (at == links_.end()) { return; }
     const Link old = at->second.link;
     links_.erase(at);
-    vrfChanged(old);
-    if (!changes_.everything) { changes_.links.push_back({ifindex, true}); }
+    ports_.erase({old.master, ifindex});
+    bridgePorts_.erase(ifindex);
+    vniFilters_.forget(ifindex);  // the kernel says no word of them
+    linkChanged(old, Link{});
 }
+
+/// What a link says has changed; `old` or `now` may be no link.
+void Fib::linkChanged(const Link& old, const Link& now) {
+    vrfChanged(old);
+    vrfChanged(now);
+    const std::uint32_t ifindex = std::max(old.ifindex, now.ifindex);
+    if (old.kind == LinkKind::Vxlan || now.kind == LinkKind::Vxlan) { vtiChanged(ifindex); }
+    if (changes_.everything) { return; }
+    const bool renamed = old.name != now.name || old.parent != now.parent ||
+                         old.vlanId != now.vlanId || old.kind != now.kind || old.vni != now.vni ||
+                         old.vxlanExternal != now.vxlanExternal;
+    changes_.links.push_back({ifindex, renamed});
+    if (renamed && now.ifindex != 0) {
+        for (const auto& [child, other] : links_) {  // a VLAN interface shows its parent's name
+            if (other.link.parent == ifindex) { contentChanged(child); }
+        }
+    }
+    if (old.vlanFiltering != now.vlanFiltering) { portsChanged(ifindex); }
+    if (renamed || old.master != now.master) {
+        bridgeChanged(old.master);
+        bridgeChanged(now.master);
+        portChanged(ifindex);
+    }
+}
+
+void Fib::contentChanged(std::uint32_t ifindex) {
+    if (ifindex != 0 && !changes_.everything) { changes_.links.push_back({ifindex, true}); }
+}
+
+void Fib::vtiChanged(std::uint32_t ifindex) {
+    if (!changes_.everything) { changes_.vtis.push_back(ifindex); }
+}
+
+std::vector<std::uint32_t> Fib::vtis() const {
+    std::vector<std::uint32_t> result;
+    for (const auto& [ifindex, stored] : links_) {
+        if (stored.link.kind == LinkKind::Vxlan) { result.push_back(ifindex); }
+    }
+    return result;
+}
+
+// Bridge ports and VNI filters
+
+/// A bridge shows its only port's tunnel.
+void Fib::bridgeChanged(std::uint32_t ifindex) {
+    const Link* const master = link(ifindex);
+    if (master != nullptr && master->kind == LinkKind::Bridge) { contentChanged(ifindex); }
+}
+
+/// The VLANs of a port read differently, if it is one that shows them.
+void Fib::portChanged(std::uint32_t ifindex) {
+    const Link* const port = link(ifindex);
+    if (port == nullptr || port->kind != LinkKind::Vxlan) { return; }
+    vtiChanged(ifindex);
+    contentChanged(ifindex);
+    bridgeChanged(port->master);
+}
+
+void Fib::portsChanged(std::uint32_t bridge) {
+    for (auto at = ports_.lower_bound({bridge, 0}); at != ports_.end() && at->first == bridge;
+         ++at) {
+        portChanged(at->second);
+    }
+}
+
+void Fib::apply(const BridgePort& port) {
+    const auto [at, isNew] = bridgePorts_.try_emplace(port.ifindex);
+    at->second.generation = generation(FibPart::BridgePorts);
+    if (!isNew && at->second.port == port) { return; }
+    at->second.port = port;
+    portChanged(port.ifindex);
+}
+
+void Fib::bridgePortDel(std::uint32_t ifindex) {
+    if (bridgePorts_.erase(ifindex) > 0) { portChanged(ifindex); }
+}
+
+const BridgePort* Fib::vlansOf(const Link& port) const {
+    const Link* const bridge = link(port.master);
+    const auto at = bridgePorts_.find(port.ifindex);
+    const bool told = bridge != nullptr && bridge->vlanFiltering && at != bridgePorts_.end();
+    return told ? &at->second.port : nullptr;
+}
+
+const Link* Fib::onlyPortVxlan(std::uint32_t bridge) const {
+    const auto first = ports_.lower_bound({bridge, 0});
+    if (first == ports_.end() || first->first != bridge) { return nullptr; }
+    const auto second = std::next(first);
+    if (second != ports_.end() && second->first == bridge) { return nullptr; }
+    const Link* const port = link(first->second);
+    return port != nullptr && port->kind == LinkKind::Vxlan ? port : nullptr;
+}
+
+void Fib::apply(const VniFilter& filter) {
+    if (vniFilters_.add(filter)) { vtiChanged(filter.ifindex); }
+}
+
+void Fib::vniFilterDel(const VniFilter& filter) {
+    if (vniFilters_.remove(filter)) { vtiChanged(filter.ifindex); }
+}
+
+// VRFs
 
 void Fib::vrfChanged(const Link& link) {
     if (link.kind == LinkKind::Vrf && !changes_.everything) {
@@ -342,6 +440,10 @@ void Fib::beginDump(FibPart part) {
     ++generations_[static_cast<std::size_t>(part)];
     switch (part) {
         case FibPart::Links:
+        case FibPart::BridgePorts:
+            break;
+        case FibPart::VniFilters:
+            vniFilters_.beginDump();
             break;
         case FibPart::Neighbours:
             neighbourBookmark_ = {};
@@ -364,6 +466,10 @@ bool Fib::sweep(FibPart part, std::size_t& budget) {
     switch (part) {
         case FibPart::Links:
             return sweepLinks();
+        case FibPart::BridgePorts:
+            return sweepBridgePorts();
+        case FibPart::VniFilters:
+            return sweepVniFilters();
         case FibPart::Neighbours:
             return sweepNeighbours(budget);
         case FibPart::Nexthops:
@@ -382,6 +488,20 @@ bool Fib::sweepLinks() {
         if (stored.generation != generation(FibPart::Links)) { stale.push_back(ifindex); }
     }
     for (const std::uint32_t ifindex : stale) { linkDel(ifindex); }
+    return false;
+}
+
+bool Fib::sweepBridgePorts() {
+    std::vector<std::uint32_t> stale;
+    for (const auto& [ifindex, stored] : bridgePorts_) {
+        if (stored.generation != generation(FibPart::BridgePorts)) { stale.push_back(ifindex); }
+    }
+    for (const std::uint32_t ifindex : stale) { bridgePortDel(ifindex); }
+    return false;
+}
+
+bool Fib::sweepVniFilters() {
+    for (const std::uint32_t ifindex : vniFilters_.sweep()) { vtiChanged(ifindex); }
     return false;
 }
 

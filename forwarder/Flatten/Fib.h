@@ -1,6 +1,7 @@
 #pragma once
 
 #include <absl/container/btree_map.h>
+#include <absl/container/btree_set.h>
 #include <absl/container/inlined_vector.h>
 
 #include <cstddef>
@@ -15,12 +16,21 @@
 #include "forwarder/Flatten/FibMessages.h"
 #include "forwarder/Flatten/PathSetTable.h"
 #include "forwarder/Flatten/RouteStore.h"
+#include "forwarder/Flatten/VniFilters.h"
 
 namespace Pel::Forwarder {
 
 /// What is dumped, marked and swept as a unit.
-enum class FibPart : std::uint8_t { Links, Neighbours, Nexthops, RoutesV4, RoutesV6 };
-inline constexpr std::size_t kFibParts = 5;
+enum class FibPart : std::uint8_t {
+    Links,
+    BridgePorts,
+    VniFilters,
+    Neighbours,
+    Nexthops,
+    RoutesV4,
+    RoutesV6
+};
+inline constexpr std::size_t kFibParts = 7;
 
 /// How a route message relates to what is already there.
 enum class RouteMode : std::uint8_t {
@@ -52,6 +62,7 @@ struct FibChanges {
     std::vector<FecId> fecs;
     std::vector<RouteRef> routes;
     std::vector<std::uint32_t> vrfTables;
+    std::vector<std::uint32_t> vtis;  ///< VXLAN devices, by ifindex
 };
 
 /// One model of links, neighbours, nexthop objects and routes, whatever order a source tells them
@@ -77,6 +88,10 @@ public:
     /// True when the link's administrative state or carrier changed, or it is new.
     bool apply(const Link& link);
     void linkDel(std::uint32_t ifindex);
+    void apply(const BridgePort& port);
+    void bridgePortDel(std::uint32_t ifindex);
+    void apply(const VniFilter& filter);
+    void vniFilterDel(const VniFilter& filter);
     void apply(const Neighbour& neighbour);
     void neighbourDel(std::uint32_t ifindex, const Nexo::IpGenAddr& address);
     void apply(const Nexthop& nexthop);
@@ -98,6 +113,15 @@ public:
     RouteStore& routes() { return routes_; }
 
     const Link* link(std::uint32_t ifindex) const;
+    /// The VXLAN devices, by ifindex.
+    std::vector<std::uint32_t> vtis() const;
+    /// The only port of a bridge, when that is a VXLAN device: whatever the bridge sends goes into
+    /// the tunnel. Else null.
+    const Link* onlyPortVxlan(std::uint32_t bridge) const;
+    /// What the bridge says of the port, if that bridge tells VLANs apart; else null.
+    const BridgePort* vlansOf(const Link& port) const;
+    /// The VNIs that a device with a filter serves; null: none.
+    const VniRanges* vniFilter(std::uint32_t ifindex) const { return vniFilters_.find(ifindex); }
     /// Name of the VRF of a table, or "" when it has none; the main table's is "default".
     std::string vrfName(std::uint32_t table) const;
     /// Tables that have a name, the main table first.
@@ -112,6 +136,10 @@ public:
 private:
     struct StoredLink {
         Link link;
+        std::uint8_t generation = 0;
+    };
+    struct StoredPort {
+        BridgePort port;
         std::uint8_t generation = 0;
     };
     struct StoredNeighbour {
@@ -132,6 +160,12 @@ private:
         return generations_[static_cast<std::size_t>(part)];
     }
     void vrfChanged(const Link& link);
+    void linkChanged(const Link& old, const Link& now);
+    void vtiChanged(std::uint32_t ifindex);
+    void bridgeChanged(std::uint32_t ifindex);
+    void portChanged(std::uint32_t ifindex);
+    void portsChanged(std::uint32_t bridge);
+    void contentChanged(std::uint32_t ifindex);
     void fecChanged(FecId id);
     void nexthopChanged(std::uint32_t id);
     void forget(StoredNexthop& nexthop, std::uint32_t id);
@@ -142,6 +176,8 @@ private:
     std::vector<Path> paths(const absl::InlinedVector<PathMember, 2>& members) const;
     void variantIs(const RouteRef& ref, const Route& route, const RouteVariant& old);
     bool sweepLinks();
+    bool sweepBridgePorts();
+    bool sweepVniFilters();
     bool sweepNeighbours(std::size_t& budget);
     bool sweepNexthops(std::size_t& budget);
     bool sweepRoutes(Nexo::AddressFamily family, std::uint8_t current, std::size_t& budget);
@@ -149,6 +185,9 @@ private:
     AdjacencyTable adjacencies_;
     PathSetTable pathSets_{adjacencies_};
     absl::btree_map<std::uint32_t, StoredLink> links_;
+    absl::btree_set<std::pair<std::uint32_t, std::uint32_t>> ports_;  // master, ifindex
+    absl::btree_map<std::uint32_t, StoredPort> bridgePorts_;
+    VniFilters vniFilters_;
     absl::btree_map<NeighbourKey, StoredNeighbour> neighbours_;  // usable ones only
     absl::btree_map<std::uint32_t, StoredNexthop> nexthops_;
     FanOut<std::uint32_t> groupsOf_;  // nexthop id -> groups that name it

@@ -18,7 +18,7 @@ inline bool isNone(const Nexo::IpGenAddr& address) {
     return address.family() == Nexo::AddressFamily::none;
 }
 
-enum class LinkKind : std::uint8_t { Other, Vlan, Vrf, Vxlan, Bridge };
+enum class LinkKind : std::uint8_t { Other, Vlan, Vrf, Vxlan, Bridge, Bareudp };
 
 struct Link {
     std::uint32_t ifindex = 0;
@@ -29,10 +29,45 @@ struct Link {
     std::uint32_t vrfTable = 0;  ///< kind Vrf
     std::uint32_t vni = 0;       ///< kind Vxlan; 0 when the device serves many
     Nexo::IpGenAddr vxlanLocal;  ///< kind Vxlan, when set
+    bool vxlanExternal = false;  ///< kind Vxlan: the VNI comes with the packet
+    bool vniFilter = false;      ///< kind Vxlan: serves the VNIs of its filter only
+    bool vlanFiltering = false;  ///< kind Bridge: tells VLANs apart
     std::uint32_t master = 0;    ///< ifindex of the VRF device or bridge above; 0 none
     bool up = false;             ///< set up by the administrator
     bool running = false;        ///< has carrier
     bool operator==(const Link&) const = default;
+};
+
+inline constexpr std::uint32_t kMaxVni = 0xFF'FFFFU;
+
+/// VNIs from 1 to kMaxVni, both ends included.
+struct VniRange {
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+    bool operator==(const VniRange&) const = default;
+};
+
+/// VNIs that come into, or leave, the filter of a VXLAN device.
+struct VniFilter {
+    std::uint32_t ifindex = 0;
+    std::vector<VniRange> ranges;
+};
+
+struct VlanVni {
+    std::uint16_t vlan = 0;
+    std::uint32_t vni = 0;
+    bool operator==(const VlanVni&) const = default;
+    bool operator<(const VlanVni& other) const {
+        return vni != other.vni ? vni < other.vni : vlan < other.vlan;
+    }
+};
+
+/// The VLANs of a port, as its bridge has them.
+struct BridgePort {
+    std::uint32_t ifindex = 0;
+    std::uint16_t accessVlan = 0;   ///< of untagged frames; 0 none
+    std::vector<VlanVni> vlanVnis;  ///< of a VXLAN device that serves many VNIs; ordered by VNI
+    bool operator==(const BridgePort&) const = default;
 };
 
 struct Neighbour {

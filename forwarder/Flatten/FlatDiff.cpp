@@ -12,6 +12,7 @@ bool operator==(const FlatNextHop& a, const FlatNextHop& b) {
 
 void FlatDiff::clear() {
     vrfs.clear();
+    vtis.clear();
     nextHops.clear();
     fecs.clear();
     routes.clear();

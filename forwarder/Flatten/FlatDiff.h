@@ -3,6 +3,7 @@
 #include <absl/container/inlined_vector.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -11,11 +12,23 @@
 #include "forwarder/Flatten/FibMessages.h"
 #include "forwarder/Flatten/OriginProtocol.h"
 #include "model/Fec/FecId.h"
+#include "model/Fec/FlattenFecNextHop.h"
+#include "model/Vxlan/VtiStatusDir.h"
 
 namespace Pel::Forwarder {
 
 /// Identity of a published next hop; 0 is none.
 using OcNextHopNumber = std::uint64_t;
+
+/// What a next hop puts before the packet, as far as a record can say it.
+struct FlatEncap {
+    std::vector<std::uint32_t> labels;  ///< pushed, 20 bits each, top of stack first
+    std::optional<Stash::GueEncap> udp;
+    std::optional<Stash::VxlanEncap> vxlan;
+    bool operator==(const FlatEncap&) const = default;
+};
+
+using FlatEncapPtr = std::shared_ptr<const FlatEncap>;
 
 struct FlatNextHop {
     OcNextHopNumber index = 0;
@@ -26,7 +39,7 @@ struct FlatNextHop {
     std::uint32_t subinterface = 0;  ///< of a VLAN interface: the VLAN id, else 0
     Nexo::IpGenAddr address;         ///< none for a connected next hop
     std::optional<Nexo::EthAddr> mac;
-    EncapPtr encap;
+    FlatEncapPtr encap;  ///< null: none
 };
 
 /// Compares encapsulations by content.
@@ -72,6 +85,7 @@ struct FlatDiff {
     std::vector<FlatRouteKey> routeDeletes;
     std::vector<std::uint32_t> vrfDeletes;
     std::vector<FlatVrf> vrfs;
+    std::vector<Vxlan::VtiStatusDirRecord> vtis;  ///< at most one: the whole directory
     std::vector<FlatNextHop> nextHops;
     std::vector<FlatFec> fecs;
     std::vector<FlatRoute> routes;
@@ -80,7 +94,7 @@ struct FlatDiff {
 
     std::size_t size() const {
         return vrfs.size() + nextHops.size() + fecs.size() + routes.size() + routeDeletes.size() +
-               fecDeletes.size() + nextHopDeletes.size() + vrfDeletes.size();
+               fecDeletes.size() + nextHopDeletes.size() + vrfDeletes.size() + vtis.size();
     }
     bool empty() const { return size() == 0; }
     void clear();

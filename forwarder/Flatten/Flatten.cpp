@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "forwarder/Flatten/NextHopContent.h"
 #include "platform/Blink/Trace.h"
 #include "platform/Vel/Assert.h"
 
@@ -32,6 +33,7 @@ void Flatten::restore(const FlatVrf& vrf) {
 void Flatten::restore(const FlatNextHop& nextHop) {
     restoredNextHops_[nextHop.index] = nextHop;
     nextIndex_ = std::max(nextIndex_, nextHop.index + 1);
+    if (nextHop.encap != nullptr && nextHop.encap->vxlan) { vtis_.restore(*nextHop.encap->vxlan); }
     if (nextHop.index == 0 || nextHop.slot > kMaxSlot) { return; }
     Fec& fec = fecs_[nextHop.fecId];
     if (fec.slots.size() <= nextHop.slot) { fec.slots.resize(nextHop.slot + 1); }
@@ -70,6 +72,7 @@ bool Flatten::collect(FlatDiff& diff, std::size_t budget) {
     VEL_ASSERT(diff.empty());
     takeChanges(diff);
     if (!diff.empty()) { return true; }  // leftovers go alone: what replaces them has the same keys
+    vtis_.update();
     refreshLinks(budget);
     refreshNeighbours(budget);
     const auto mark = [this](FecId id) { fecChanged(id); };
@@ -85,6 +88,12 @@ bool Flatten::collect(FlatDiff& diff, std::size_t budget) {
     walkTables(diff, budget);
     // Last of all, so that a route that moves from one FEC to another and back costs no deletion.
     if (drained()) { deleteIdleFecs(diff, budget); }
+    if (!settled_ && drained() && idleFecs_.empty()) {
+        settled_ = true;
+        vtis_.forgetRestored();
+    }
+    vtis_.update();
+    if (auto vtis = vtis_.take()) { diff.vtis.push_back(std::move(*vtis)); }
     return !drained() || !idleFecs_.empty();
 }
 
@@ -103,6 +112,7 @@ void Flatten::takeChanges(FlatDiff& diff) {
     links_.insert(links_.end(), changes.links.begin(), changes.links.end());
     neighbours_.insert(neighbours_.end(), changes.neighbours.begin(), changes.neighbours.end());
     for (const FecId id : changes.fecs) { fecChanged(id); }
+    for (const std::uint32_t ifindex : changes.vtis) { vtis_.changed(ifindex); }
     dirtyVrfs_.insert(dirtyVrfs_.end(), changes.vrfTables.begin(), changes.vrfTables.end());
     dirtyRoutes_.insert(dirtyRoutes_.end(), changes.routes.begin(), changes.routes.end());
     changes = FibChanges{};
@@ -111,6 +121,7 @@ void Flatten::takeChanges(FlatDiff& diff) {
 
 void Flatten::takeEverything(FlatDiff& diff) {
     diff.routeDeletes = std::exchange(homelessRoutes_, {});
+    vtis_.allChanged();
     for (const auto& [table, vrf] : vrfs_) { dirtyVrfs_.push_back(table); }
     for (const std::uint32_t table : fib_.vrfTables()) { dirtyVrfs_.push_back(table); }
     for (const TableKey& table : fib_.routes().tables()) {
@@ -424,16 +435,15 @@ void Flatten::recognise(FecId id, Fec& fec) {
         if (stored == restoredNextHops_.end()) { continue; }
         for (std::size_t m = 0; m < members_.size(); ++m) {
             const AdjacencyKey& key = adjacencies_[members_[m].adjacency].key;
-            if (slotOf_[m] != kNoSlot || key.gateway != stored->second.address) { continue; }
-            const FlatNextHop now = render(id, s, slot.index, members_[m].adjacency);
-            FlatNextHop then = stored->second;
-            then.mac = now.mac;
-            then.parentName = now.parentName;
-            then.subinterface = now.subinterface;
-            if (!(now == then)) { continue; }
-            slot.adjacency = members_[m].adjacency;
-            adjacencies_.acquire(slot.adjacency);
-            fecsOf_.add(slot.adjacency, id);
+            if (slotOf_[m] != kNoSlot || publishedAddress(vtis_, key) != stored->second.address) {
+                continue;
+            }
+            const FlatNextHop& then = stored->second;
+            if (!sameMember(then, render(id, s, slot.index, members_[m].adjacency))) { continue; }
+            if (then.encap != nullptr && then.encap->vxlan) {
+                vtis_.recognised(key, *then.encap->vxlan);
+            }
+            occupy(id, slot, members_[m].adjacency);
             slotOf_[m] = s;
             taken_[s] = true;
             break;
@@ -453,12 +463,17 @@ void Flatten::place(FecId id, Fec& fec) {
         }
         Slot& slot = fec.slots[s];
         slot.index = nextIndex_++;
-        slot.adjacency = members_[m].adjacency;
-        adjacencies_.acquire(slot.adjacency);
-        fecsOf_.add(slot.adjacency, id);
+        occupy(id, slot, members_[m].adjacency);
         slotOf_[m] = s;
         taken_[s] = true;
     }
+}
+
+void Flatten::occupy(FecId id, Slot& slot, AdjacencyId adjacency) {
+    slot.adjacency = adjacency;
+    adjacencies_.acquire(adjacency);
+    fecsOf_.add(adjacency, id);
+    vtis_.named(adjacencies_[adjacency].key);
 }
 
 bool Flatten::dropLeftSlots(FlatDiff& diff, FecId id, Fec& fec) {
@@ -479,6 +494,7 @@ void Flatten::dropSlot(FlatDiff& diff, FecId id, Slot& slot) {
     slot = Slot{};
     if (adjacency == kNoAdjacency) { return; }
     fecsOf_.remove(adjacency, id);
+    vtis_.unnamed(adjacencies_[adjacency].key);
     adjacencies_.release(adjacency);
 }
 
@@ -554,21 +570,11 @@ FlatNextHop Flatten::render(FecId id,
                             std::uint32_t slot,
                             OcNextHopNumber index,
                             AdjacencyId adjacency) const {
-    const Adjacency& from = adjacencies_[adjacency];
     FlatNextHop result;
     result.index = index;
     result.fecId = id;
     result.slot = slot;
-    result.address = from.key.gateway;
-    result.mac = from.state.mac;
-    result.encap = from.key.encap;
-    const Link* const link = fib_.link(from.key.ifindex);
-    if (link == nullptr) { return result; }
-    result.interfaceName = link->name;
-    const Link* const parent = link->kind == LinkKind::Vlan ? fib_.link(link->parent) : nullptr;
-    if (parent == nullptr) { return result; }
-    result.parentName = parent->name;
-    result.subinterface = link->vlanId;
+    fillContent(fib_, vtis_, adjacencies_[adjacency], result);
     return result;
 }
 

@@ -15,6 +15,7 @@
 
 #include "forwarder/Flatten/Fib.h"
 #include "forwarder/Flatten/FlatDiff.h"
+#include "forwarder/Flatten/VtiTable.h"
 
 namespace Pel::Forwarder {
 
@@ -25,6 +26,7 @@ namespace Pel::Forwarder {
 ///   hide or return nexthop object, path list    FECs               next hops and FECs route routes
 ///   routes, and FECs that are used first or no longer VRF device                   tables VRF
 ///   names, all routes of the table
+///   VXLAN device, VNI filter, VLANs of a port, encapsulations in use: the tunnel interfaces
 ///
 /// Identity. A FEC is a kernel nexthop or group, or a distinct path list. It is published while a
 /// published route uses it, and always as a top FEC. A next hop is a slot of a FEC: the member with
@@ -51,6 +53,7 @@ public:
     void restore(const FlatFec& fec);
     void restore(const FlatRoute& route);
     void restore(const FlatVrf& vrf);
+    void restore(const Vxlan::VtiStatusDirRecord& vtis) { vtis_.restore(vtis); }
     /// Numbers from here on are free.
     void firstFreeIndexIs(OcNextHopNumber index);
     OcNextHopNumber firstFreeIndex() const { return nextIndex_; }
@@ -119,6 +122,7 @@ private:
     void recognise(FecId id, Fec& fec);
     void place(FecId id, Fec& fec);
     bool emitNextHops(FlatDiff& diff, FecId id, Fec& fec);
+    void occupy(FecId id, Slot& slot, AdjacencyId adjacency);
     bool dropLeftSlots(FlatDiff& diff, FecId id, Fec& fec);
     void dropSlot(FlatDiff& diff, FecId id, Slot& slot);
     void emitFec(FlatDiff& diff, FecId id, Fec& fec, bool first);
@@ -132,6 +136,8 @@ private:
 
     Fib& fib_;
     AdjacencyTable& adjacencies_;
+    VtiTable vtis_{fib_};
+    bool settled_ = false;  // everything of the first call has been said
     absl::btree_map<FecId, Fec> fecs_;
     FanOut<AdjacencyId> fecsOf_;  // adjacency -> FECs with a slot for it
     absl::btree_map<std::uint32_t, VrfState> vrfs_;

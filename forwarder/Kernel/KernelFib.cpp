@@ -30,6 +30,10 @@ DumpRequest requestFor(FibPart part) {
     switch (part) {
         case FibPart::Links:
             return {RTM_GETLINK, AF_UNSPEC};
+        case FibPart::BridgePorts:
+            return {RTM_GETLINK, AF_BRIDGE};
+        case FibPart::VniFilters:
+            return {kGetTunnel, AF_BRIDGE};
         case FibPart::Neighbours:
             return {RTM_GETNEIGH, AF_UNSPEC};
         case FibPart::Nexthops:
@@ -117,8 +121,10 @@ void KernelFib::processDatagram(std::span<const std::byte> datagram) {
 void KernelFib::processControl(const NetlinkFrame& frame) {
     if (frame.type != NLMSG_DONE && frame.type != NLMSG_ERROR) { return; }
     const int error = readValue<std::int32_t>(frame.payload).value_or(0);
-    // A kernel without nexthop objects has none: not a failure.
-    const bool unsupported = error == -EOPNOTSUPP && part_ == FibPart::Nexthops;
+    // A kernel without nexthop objects, bridges or VNI filters has none: not a failure.
+    const bool optional =
+        part_ == FibPart::Nexthops || part_ == FibPart::BridgePorts || part_ == FibPart::VniFilters;
+    const bool unsupported = error == -EOPNOTSUPP && optional;
     if (error < 0) {
         TRACE5("dump of part {} ended with error {}", static_cast<int>(part_), error);
     }
@@ -126,39 +132,59 @@ void KernelFib::processControl(const NetlinkFrame& frame) {
 }
 
 void KernelFib::apply(const RtMessage& message, bool fromDump) {
+    std::visit([&](const auto& body) { applyBody(body, message, fromDump); }, message.body);
+}
+
+void KernelFib::applyBody(const Link& link, const RtMessage& message, bool fromDump) {
     constexpr Parts kBehindLinks =
         bit(FibPart::Nexthops) | bit(FibPart::RoutesV4) | bit(FibPart::RoutesV6);
-    if (const Link* const link = std::get_if<Link>(&message.body)) {
-        bool stateChanged = true;
-        if (message.removed) {
-            fib_.linkDel(link->ifindex);
-        } else {
-            stateChanged = fib_.apply(*link);
-        }
-        if (stateChanged && complete()) {
-            wantNowAndLater(kBehindLinks);
-        } else if (stateChanged && !fromDump) {
-            wantNow(kBehindLinks);
-        }
-    } else if (const Neighbour* const neighbour = std::get_if<Neighbour>(&message.body)) {
-        if (message.removed) {
-            fib_.neighbourDel(neighbour->ifindex, neighbour->address);
-        } else {
-            fib_.apply(*neighbour);
-        }
-    } else if (const Nexthop* const nexthop = std::get_if<Nexthop>(&message.body)) {
-        if (message.removed) {
-            fib_.nexthopDel(nexthop->id);
-            wantNowAndLater(bit(FibPart::RoutesV4));
-        } else {
-            fib_.apply(*nexthop);
-        }
-    } else if (const Route* const route = std::get_if<Route>(&message.body)) {
-        applyRoute(*route, message, fromDump);
+    bool stateChanged = true;
+    if (message.removed) {
+        fib_.linkDel(link.ifindex);
+    } else {
+        stateChanged = fib_.apply(link);
+    }
+    if (stateChanged && complete()) {
+        wantNowAndLater(kBehindLinks);
+    } else if (stateChanged && !fromDump) {
+        wantNow(kBehindLinks);
     }
 }
 
-void KernelFib::applyRoute(const Route& route, const RtMessage& message, bool fromDump) {
+void KernelFib::applyBody(const BridgePort& port, const RtMessage& message, bool) {
+    if (message.removed) {
+        fib_.bridgePortDel(port.ifindex);
+    } else {
+        fib_.apply(port);
+    }
+}
+
+void KernelFib::applyBody(const VniFilter& filter, const RtMessage& message, bool) {
+    if (message.removed) {
+        fib_.vniFilterDel(filter);
+    } else {
+        fib_.apply(filter);
+    }
+}
+
+void KernelFib::applyBody(const Neighbour& neighbour, const RtMessage& message, bool) {
+    if (message.removed) {
+        fib_.neighbourDel(neighbour.ifindex, neighbour.address);
+    } else {
+        fib_.apply(neighbour);
+    }
+}
+
+void KernelFib::applyBody(const Nexthop& nexthop, const RtMessage& message, bool) {
+    if (message.removed) {
+        fib_.nexthopDel(nexthop.id);
+        wantNowAndLater(bit(FibPart::RoutesV4));
+    } else {
+        fib_.apply(nexthop);
+    }
+}
+
+void KernelFib::applyBody(const Route& route, const RtMessage& message, bool fromDump) {
     if (!message.removed) {
         fib_.apply(route, modeOf(message, fromDump));
         return;

@@ -79,7 +79,12 @@ private:
     void processDatagram(std::span<const std::byte> datagram);
     void processControl(const NetlinkFrame& frame);
     void apply(const RtMessage& message, bool fromDump);
-    void applyRoute(const Route& route, const RtMessage& message, bool fromDump);
+    void applyBody(const Link& link, const RtMessage& message, bool fromDump);
+    void applyBody(const BridgePort& port, const RtMessage& message, bool fromDump);
+    void applyBody(const VniFilter& filter, const RtMessage& message, bool fromDump);
+    void applyBody(const Neighbour& neighbour, const RtMessage& message, bool fromDump);
+    void applyBody(const Nexthop& nexthop, const RtMessage& message, bool fromDump);
+    void applyBody(const Route& route, const RtMessage& message, bool fromDump);
     void startDump();
     void endDump(bool failed);
     void sweepSlice();

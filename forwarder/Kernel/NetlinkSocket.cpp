@@ -1,5 +1,6 @@
 #include "forwarder/Kernel/NetlinkSocket.h"
 
+#include <linux/if_link.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -23,6 +24,24 @@ constexpr std::size_t kDatagram = 256 * 1024;
 
 constexpr int kGroups[] = {
     RTNLGRP_LINK, RTNLGRP_NEIGH, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEXTHOP};
+
+// VNI filters; the distribution's headers do not have them.
+constexpr int kTunnelGroup = 35;
+constexpr std::uint32_t kWithVlanRanges = 4;  // RTEXT_FILTER_BRVLAN_COMPRESSED
+
+/// Length of the fixed header of a GET message. All begin with the family, and a kernel that is not
+/// strict takes the longest for any of them, others do not.
+std::size_t fixedHeader(std::uint16_t type) {
+    switch (type) {
+        case RTM_GETLINK:
+            return sizeof(ifinfomsg);
+        case RTM_GETNEXTHOP:
+        case kGetTunnel:
+            return 8;
+        default:
+            return sizeof(rtmsg);
+    }
+}
 
 }  // namespace
 
@@ -51,6 +70,8 @@ std::string NetlinkSocket::open() {
 }
 
 bool NetlinkSocket::subscribe() {
+    // A kernel without VNI filters does not know their group.
+    setsockopt(fd_, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &kTunnelGroup, sizeof kTunnelGroup);
     return std::all_of(std::begin(kGroups), std::end(kGroups), [this](int group) {
         return setsockopt(fd_, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) == 0;
     });
@@ -66,18 +87,22 @@ void NetlinkSocket::enlargeReceiveBuffer() const {
 bool NetlinkSocket::requestDump(std::uint16_t type, std::uint8_t family, std::uint32_t sequence) {
     struct {
         nlmsghdr header;
-        // The fixed headers of all GET messages begin with the family; the kernel takes the longest
-        // for any of them only where it is not strict, so each type gets its own length below.
-        std::byte fixed[sizeof(ifinfomsg)];
+        std::byte rest[sizeof(ifinfomsg) + sizeof(rtattr) + sizeof(std::uint32_t)];
     } request{};
-    std::size_t fixed = sizeof(rtmsg);
-    if (type == RTM_GETLINK) { fixed = sizeof(ifinfomsg); }
-    if (type == RTM_GETNEXTHOP) { fixed = 8; }
-    request.header.nlmsg_len = static_cast<std::uint32_t>(NLMSG_LENGTH(fixed));
+    const std::size_t fixed = fixedHeader(type);
+    std::size_t length = NLMSG_LENGTH(fixed);
+    if (type == RTM_GETLINK && family == AF_BRIDGE) {  // else the ports come without their VLANs
+        const rtattr attribute{sizeof(rtattr) + sizeof kWithVlanRanges, IFLA_EXT_MASK};
+        std::memcpy(request.rest + fixed, &attribute, sizeof attribute);
+        std::memcpy(
+            request.rest + fixed + sizeof attribute, &kWithVlanRanges, sizeof kWithVlanRanges);
+        length += attribute.rta_len;
+    }
+    request.header.nlmsg_len = static_cast<std::uint32_t>(length);
     request.header.nlmsg_type = type;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request.header.nlmsg_seq = sequence;
-    request.fixed[0] = static_cast<std::byte>(family);
+    request.rest[0] = static_cast<std::byte>(family);
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;
     const ssize_t sent = sendto(fd_,

@@ -8,8 +8,11 @@
 
 namespace Pel::Forwarder {
 
-/// A non-blocking rtnetlink socket that listens to links, neighbours, nexthop objects and routes of
-/// the network namespace in which its thread stood when it was opened. One socket for notifications
+/// Asks for the VNI filters of VXLAN devices; the distribution's headers do not have it.
+inline constexpr std::uint16_t kGetTunnel = 122;
+
+/// A non-blocking rtnetlink socket that listens to links, VNI filters, neighbours, nexthop
+/// objects and routes of the network namespace in which its thread stood when it was opened. One socket for notifications
 /// and dumps: the kernel queues both in the order in which things happened.
 class NetlinkSocket {
 public:

@@ -30,6 +30,18 @@ constexpr std::uint16_t kVrfTable = 1;
 constexpr std::uint16_t kVxlanId = 1;
 constexpr std::uint16_t kVxlanLocal = 4;
 constexpr std::uint16_t kVxlanLocal6 = 17;
+constexpr std::uint16_t kVxlanCollectMetadata = 25;
+constexpr std::uint16_t kVxlanVniFilter = 30;
+constexpr std::uint16_t kBridgeVlanFiltering = 7;
+constexpr std::uint16_t kPortVlanInfo = 2;
+constexpr std::uint16_t kPortVlanTunnelInfo = 3;
+constexpr std::uint16_t kVlanIsAccess = 2;
+constexpr std::uint16_t kRangeBegin = 8;
+constexpr std::uint16_t kRangeEnd = 16;
+constexpr std::uint16_t kMaxVlan = 4094;
+constexpr std::uint16_t kNewTunnel = 120;
+constexpr std::uint16_t kDelTunnel = 121;
+constexpr std::uint16_t kVniEntry = 1;
 constexpr std::uint16_t kEncapMpls = 1;
 constexpr std::uint16_t kEncapIp = 2;
 constexpr std::uint16_t kEncapIp6 = 4;
@@ -87,16 +99,19 @@ void decodeKind(Bytes info, Link& link) {
         link.vni = data.value<std::uint32_t>(kVxlanId, 0);
         link.vxlanLocal =
             data.has(kVxlanLocal) ? data.address(kVxlanLocal) : data.address(kVxlanLocal6);
+        link.vxlanExternal = data.number(kVxlanCollectMetadata) != 0;
+        link.vniFilter = data.number(kVxlanVniFilter) != 0;
     } else if (kind == "bridge") {
         link.kind = LinkKind::Bridge;
+        link.vlanFiltering = data.number(kBridgeVlanFiltering) != 0;
+    } else if (kind == "bareudp") {
+        link.kind = LinkKind::Bareudp;
     }
 }
 
 std::optional<Link> decodeLink(Bytes payload, bool removed) {
     const auto parsed = parse<ifinfomsg>(payload);
-    if (!parsed || parsed->header.ifi_family == AF_BRIDGE || parsed->header.ifi_index <= 0) {
-        return std::nullopt;  // a bridge port's message speaks of the port, not of the link
-    }
+    if (!parsed || parsed->header.ifi_index <= 0) { return std::nullopt; }
     const AttributeTable& attributes = parsed->attributes;
     Link link;
     link.ifindex = static_cast<std::uint32_t>(parsed->header.ifi_index);
@@ -112,6 +127,91 @@ std::optional<Link> decodeLink(Bytes payload, bool removed) {
     link.running = (parsed->header.ifi_flags & (kLinkRunning | kLinkLowerUp)) != 0;
     decodeKind(attributes[IFLA_LINKINFO], link);
     return link;
+}
+
+// Bridge ports
+
+/// One end of a range of VLANs, or a single one.
+struct TunnelInfo {
+    std::uint32_t vni = 0;
+    std::uint16_t vlan = 0;
+    std::uint16_t flags = 0;
+};
+
+void addVlanVnis(const TunnelInfo& first, const TunnelInfo& last, BridgePort& port) {
+    const bool valid = first.vlan > 0 && first.vlan <= last.vlan && last.vlan <= kMaxVlan &&
+                       first.vni > 0 && last.vni <= kMaxVni &&
+                       std::uint64_t{last.vni} == std::uint64_t{first.vni} + last.vlan - first.vlan;
+    for (std::uint16_t i = 0; valid && i <= last.vlan - first.vlan; ++i) {
+        port.vlanVnis.push_back({static_cast<std::uint16_t>(first.vlan + i), first.vni + i});
+    }
+}
+
+void decodePortVlans(Bytes list, BridgePort& port) {
+    std::optional<TunnelInfo> begin;
+    AttributeReader entries{list};
+    while (const auto entry = entries.next()) {
+        if (entry->type == kPortVlanInfo) {
+            const auto flags = readValue<std::uint16_t>(entry->payload);
+            const auto vlan = readValue<std::uint16_t>(entry->payload, 2);
+            const bool access = flags && vlan && (*flags & kVlanIsAccess) != 0;
+            if (access && *vlan <= kMaxVlan) { port.accessVlan = *vlan; }
+        } else if (entry->type == kPortVlanTunnelInfo) {
+            const AttributeTable values{entry->payload};
+            const TunnelInfo info{values.value<std::uint32_t>(1, 0),
+                                  values.value<std::uint16_t>(2, 0),
+                                  values.value<std::uint16_t>(3, 0)};
+            if ((info.flags & kRangeBegin) != 0) {
+                begin = info;
+                continue;
+            }
+            const bool ends = (info.flags & kRangeEnd) != 0 && begin;
+            addVlanVnis(ends ? *begin : info, info, port);
+            begin.reset();
+        }
+    }
+    std::sort(port.vlanVnis.begin(), port.vlanVnis.end());
+}
+
+std::optional<BridgePort> decodeBridgePort(Bytes payload) {
+    const auto parsed = parse<ifinfomsg>(payload);
+    if (!parsed || parsed->header.ifi_index <= 0) { return std::nullopt; }
+    BridgePort port;
+    port.ifindex = static_cast<std::uint32_t>(parsed->header.ifi_index);
+    decodePortVlans(parsed->attributes[IFLA_AF_SPEC], port);
+    return port;
+}
+
+bool isBridgePort(Bytes payload) {
+    return readValue<std::uint8_t>(payload).value_or(AF_UNSPEC) == AF_BRIDGE;
+}
+
+// VNI filters
+
+/// The fixed header, which the distribution's headers do not have.
+struct TunnelHeader {
+    std::uint8_t family;
+    std::uint8_t flags;
+    std::uint16_t reserved;
+    std::uint32_t ifindex;
+};
+
+std::optional<VniFilter> decodeVniFilter(Bytes payload) {
+    const auto header = readValue<TunnelHeader>(payload);
+    if (!header || header->family != AF_BRIDGE || header->ifindex == 0) { return std::nullopt; }
+    VniFilter filter;
+    filter.ifindex = header->ifindex;
+    AttributeReader entries{payload.subspan(sizeof(TunnelHeader))};
+    while (const auto entry = entries.next()) {
+        if (entry->type != kVniEntry) { continue; }
+        const AttributeTable values{entry->payload};
+        const auto first = values.value<std::uint32_t>(1, 0);
+        const VniRange range{first, values.value<std::uint32_t>(2, first)};
+        const bool valid = range.first > 0 && range.first <= range.last && range.last <= kMaxVni;
+        if (valid) { filter.ranges.push_back(range); }
+    }
+    if (entries.broken()) { return std::nullopt; }
+    return filter;
 }
 
 // Neighbours
@@ -361,9 +461,15 @@ std::optional<RtMessage> decode(const NetlinkFrame& frame) {
     switch (frame.type) {
         case RTM_NEWLINK:
         case RTM_DELLINK:
+            if (isBridgePort(frame.payload)) {  // speaks of the port, not of the link
+                return wrap(frame, frame.type == RTM_DELLINK, decodeBridgePort(frame.payload));
+            }
             return wrap(frame,
                         frame.type == RTM_DELLINK,
                         decodeLink(frame.payload, frame.type == RTM_DELLINK));
+        case kNewTunnel:
+        case kDelTunnel:
+            return wrap(frame, frame.type == kDelTunnel, decodeVniFilter(frame.payload));
         case RTM_NEWNEIGH:
         case RTM_DELNEIGH:
             return wrap(frame, frame.type == RTM_DELNEIGH, decodeNeighbour(frame.payload));

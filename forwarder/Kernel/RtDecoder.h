@@ -38,7 +38,7 @@ struct RtMessage {
     bool removed = false;
     bool replace = false;  ///< NLM_F_REPLACE
     bool append = false;   ///< NLM_F_APPEND
-    std::variant<Link, Neighbour, Nexthop, Route> body;
+    std::variant<Link, BridgePort, VniFilter, Neighbour, Nexthop, Route> body;
 };
 
 /// None for messages that are malformed or not ours (other types, other families). A length that

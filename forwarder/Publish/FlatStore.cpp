@@ -111,6 +111,11 @@ std::string FlatStore::sourceIs(std::string_view source) {
 void FlatStore::readBack(Flatten& flatten) {
     flatten.firstFreeIndexIs(firstFreeIndex());
     for (const auto& [table, name] : vrfNames()) { flatten.restore(FlatVrf{table, name}); }
+    using Dir = Vxlan::VtiStatusDir;
+    const auto vtis = state_.entity(Dir::kPath, Dir::kType);
+    const auto record =
+        vtis ? Mesa::RecordCodec<Vxlan::VtiStatusDirRecord>::decode(*vtis) : std::nullopt;
+    if (record) { flatten.restore(*record); }
     readBackNextHops(flatten);
     readBackFecs(flatten);
     for (const auto& [table, name] : vrfNames()) {

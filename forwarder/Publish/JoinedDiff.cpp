@@ -71,6 +71,7 @@ FlatDiff joined(std::vector<FlatDiff>& batches, std::size_t written) {
     dropWritten(first.routeDeletes, written);
     dropWritten(first.vrfDeletes, written);
     dropWritten(first.vrfs, written);
+    dropWritten(first.vtis, written);
     dropWritten(first.nextHops, written);
     dropWritten(first.fecs, written);
     dropWritten(first.routes, written);
@@ -80,6 +81,9 @@ FlatDiff joined(std::vector<FlatDiff>& batches, std::size_t written) {
         return !batch.vrfDeletes.empty();
     });
     FlatDiff result;
+    for (FlatDiff& batch : batches) {
+        if (!batch.vtis.empty()) { result.vtis = std::move(batch.vtis); }
+    }
     join(
         batches,
         &FlatDiff::vrfs,

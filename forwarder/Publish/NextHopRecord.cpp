@@ -1,6 +1,7 @@
 #include "forwarder/Publish/NextHopRecord.h"
 
 #include <memory>
+#include <utility>
 
 namespace Pel::Forwarder {
 
@@ -13,10 +14,13 @@ void toRecord(const FlatNextHop& nextHop, Stash::FlattenFecNextHop& record) {
     }
     record.address = nextHop.address;
     if (nextHop.mac) { record.mac = *nextHop.mac; }
-    if (nextHop.encap == nullptr || nextHop.encap->kind != EncapKind::Mpls) { return; }
+    if (nextHop.encap == nullptr) { return; }
     for (const std::uint32_t label : nextHop.encap->labels) {
         record.labels.push(Nexo::MplsLabel{label & Nexo::MplsLabel::kMax});
     }
+    if (nextHop.encap->udp) { record.encapOrder.push(Tunnel::TunnelTable::EncapType::udp); }
+    record.gue = nextHop.encap->udp;
+    record.vxlan = nextHop.encap->vxlan;
 }
 
 FlatNextHop fromRecord(const Stash::FlattenFecNextHop& record) {
@@ -28,11 +32,13 @@ FlatNextHop fromRecord(const Stash::FlattenFecNextHop& record) {
     }
     result.address = record.address;
     if (!record.mac.isZero()) { result.mac = record.mac; }
-    if (record.labels.empty()) { return result; }
-    auto encap = std::make_shared<Encap>();
-    encap->kind = EncapKind::Mpls;
-    for (const Nexo::MplsLabel label : record.labels) { encap->labels.push_back(label.value()); }
-    result.encap = std::move(encap);
+    FlatEncap encap;
+    for (const Nexo::MplsLabel label : record.labels) { encap.labels.push_back(label.value()); }
+    encap.udp = record.gue;
+    encap.vxlan = record.vxlan;
+    if (!(encap == FlatEncap{})) {
+        result.encap = std::make_shared<const FlatEncap>(std::move(encap));
+    }
     return result;
 }
 

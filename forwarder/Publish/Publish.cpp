@@ -126,6 +126,7 @@ void Publish::write(std::size_t element) {
     if (in(diff_.routeDeletes)) { return store_->routeDel(diff_.routeDeletes[element]); }
     if (in(diff_.vrfDeletes)) { return store_->vrfDel(diff_.vrfDeletes[element]); }
     if (in(diff_.vrfs)) { return store_->vrfIs(diff_.vrfs[element]); }
+    if (in(diff_.vtis)) { return store_->vtisIs(diff_.vtis[element]); }
     if (in(diff_.nextHops)) { return store_->nextHopIs(diff_.nextHops[element]); }
     if (in(diff_.fecs)) { return store_->fecIs(diff_.fecs[element]); }
     if (in(diff_.routes)) { return store_->routeIs(diff_.routes[element]); }

@@ -38,6 +38,27 @@ void FlattenBed::vrf(std::uint32_t ifindex, const std::string& name, std::uint32
     fib.apply(link);
 }
 
+Link FlattenBed::vxlan(std::uint32_t ifindex, const std::string& name, std::uint32_t vni) {
+    Link link;
+    link.ifindex = ifindex;
+    link.name = name;
+    link.kind = LinkKind::Vxlan;
+    link.vni = vni;
+    link.vxlanExternal = vni == 0;
+    link.up = link.running = true;
+    return link;
+}
+
+Link FlattenBed::bridge(std::uint32_t ifindex, const std::string& name, bool vlanFiltering) {
+    Link link;
+    link.ifindex = ifindex;
+    link.name = name;
+    link.kind = LinkKind::Bridge;
+    link.vlanFiltering = vlanFiltering;
+    link.up = link.running = true;
+    return link;
+}
+
 void FlattenBed::neighbour(std::uint32_t ifindex, const std::string& address, std::uint8_t last) {
     fib.apply(
         Neighbour{ifindex, *Nexo::IpGenAddr::parse(address), Nexo::EthAddr{{2, 0, 0, 0, 0, last}}});
@@ -78,6 +99,22 @@ Path FlattenBed::path(const std::string& gateway, std::uint32_t ifindex, std::ui
     return path;
 }
 
+Path FlattenBed::tunnel(const std::string& gateway,
+                        std::uint32_t ifindex,
+                        std::uint64_t key,
+                        const std::string& remote,
+                        const std::string& local) {
+    auto encap = std::make_shared<Encap>();
+    encap->kind = EncapKind::Ip;
+    encap->tunnelId = key;
+    encap->remote = Nexo::IpGenAddr::parse(remote).value_or(Nexo::IpGenAddr{});
+    encap->local = Nexo::IpGenAddr::parse(local).value_or(Nexo::IpGenAddr{});
+    encap->ttl = 64;
+    Path result = path(gateway, ifindex);
+    result.encap = encap;
+    return result;
+}
+
 Route FlattenBed::route(const std::string& prefix, const std::vector<Path>& paths) {
     Route route;
     route.table = Fib::kMainTable;
@@ -101,6 +138,7 @@ FlatDiff FlattenBed::settle(std::size_t budget) {
         more = flatten.collect(diff, budget);
         apply(diff);
         total.vrfs.insert(total.vrfs.end(), diff.vrfs.begin(), diff.vrfs.end());
+        total.vtis.insert(total.vtis.end(), diff.vtis.begin(), diff.vtis.end());
         total.nextHops.insert(total.nextHops.end(), diff.nextHops.begin(), diff.nextHops.end());
         total.fecs.insert(total.fecs.end(), diff.fecs.begin(), diff.fecs.end());
         total.routes.insert(total.routes.end(), diff.routes.begin(), diff.routes.end());
@@ -118,8 +156,17 @@ FlatDiff FlattenBed::settle(std::size_t budget) {
 
 void FlattenBed::apply(const FlatDiff& diff) {
     for (const FlatVrf& vrf : diff.vrfs) { vrfs[vrf.table] = vrf.name; }
+    for (const Vxlan::VtiStatusDirRecord& record : diff.vtis) {
+        EXPECT_EQ(diff.vtis.size(), 1U);
+        EXPECT_FALSE(record.vti == vtis.vti) << "nothing changed";
+        vtis = record;
+    }
     for (const FlatNextHop& nextHop : diff.nextHops) {
         EXPECT_NE(nextHop.index, 0U);
+        if (nextHop.encap != nullptr && nextHop.encap->vxlan) {
+            EXPECT_TRUE(vtis.vti.contains(nextHop.encap->vxlan->vti))
+                << "next hop before its tunnel interface";
+        }
         nextHops[nextHop.index] = nextHop;
     }
     for (const FlatFec& fec : diff.fecs) {
@@ -154,6 +201,7 @@ void FlattenBed::apply(const FlatDiff& diff) {
 
 void FlattenBed::restoreInto(Flatten& other) const {
     for (const auto& [table, name] : vrfs) { other.restore(FlatVrf{table, name}); }
+    other.restore(vtis);
     for (const auto& [index, nextHop] : nextHops) { other.restore(nextHop); }
     for (const auto& [id, fec] : fecs) { other.restore(fec); }
     for (const auto& [key, route] : routes) { other.restore(route); }
@@ -172,6 +220,25 @@ std::vector<std::string> FlattenBed::members(const std::string& prefix) const {
         const FlatNextHop& nextHop = nextHops.at(member.index);
         result.push_back(nextHop.address.stringValue() + "@" + nextHop.interfaceName + " w" +
                          std::to_string(member.weight));
+    }
+    return result;
+}
+
+std::string FlattenBed::vxlan(const std::string& prefix, const std::string& address) const {
+    const auto nextHop = nextHops.find(index(prefix, address));
+    if (nextHop == nextHops.end()) { return "none"; }
+    const FlatEncapPtr& encap = nextHop->second.encap;
+    if (encap == nullptr || !encap->vxlan) { return ""; }
+    return encap->vxlan->vti.stringValue() + "/" + std::to_string(encap->vxlan->vlan);
+}
+
+std::string FlattenBed::vti(const std::string& name) const {
+    const auto found = vtis.vti.find(Nexo::IntfId{name});
+    if (found == vtis.vti.end()) { return "none"; }
+    std::string result =
+        found->second.vtepAddr.stringValue() + "," + found->second.vtepAddrV6.stringValue() + ":";
+    for (const auto& [vlan, vni] : found->second.vlanVniMap) {
+        result += " " + std::to_string(vlan) + "=" + std::to_string(vni);
     }
     return result;
 }
