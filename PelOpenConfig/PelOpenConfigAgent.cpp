@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "PelOpenConfig/PelOpenConfigCliCallback.h"
 #include "model/Registration.h"
 #include "platform/AgentHost/AgentPlugin.h"
 #include "platform/Blink/RingFile.h"
@@ -186,6 +187,17 @@ void Agent::startAftExportRootSm() {
                                               vxlanVtiStatusDir_,
                                               allVrfGatedFibReadyDir_,
                                               vrfIdMap_);
+    showCommandsAre();
+}
+
+void Agent::showCommandsAre() {
+    asyncShowCommandAnchor_ =
+        Vel::make<AgentHost::AsyncShowCommandAnchor>("asyncShowCommandAnchor", scheduler());
+    cliHelper_ = Vel::make<CliHelper>(
+        flattenFecSet_, stashManager_, anchorValidatorCtx_->fecAv(), anchorValidatorCtx_->nhAv());
+    const auto callback =
+        Vel::make<ShowFecExportAsyncCliCallback>(asyncShowCommandAnchor_, cliHelper_);
+    cmdRequestDirSm()->agentCommandCallbackWithHeartbeatIs(callback->name(), callback);
 }
 
 void Agent::createStreamServer(const Vel::Ref<Hubdb::EntityManager>& entityManager) {
@@ -211,6 +223,7 @@ void Agent::doReinitialize() {
 }
 
 void Agent::doStop() {
+    cmdRequestDirSm()->agentCommandCallbackDel(ShowFecExportAsyncCliCallback::kName);
     if (galeRunnabilitySm_) { galeRunnabilitySm_->handleCleanup(); }
 }
 

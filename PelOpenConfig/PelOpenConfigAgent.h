@@ -8,7 +8,9 @@
 #include "PelOpenConfig/NexthopGroupCliDynamicConfigUdpDestPortMergeSm.h"
 #include "PelOpenConfig/PelAftExportRootSm.h"
 #include "PelOpenConfig/PelNexthopGuePortSm.h"
+#include "PelOpenConfig/PelOpenConfigCliHelper.h"
 #include "platform/AgentHost/AgentBase.h"
+#include "platform/AgentHost/AsyncShowCommandAnchor.h"
 
 namespace Gale {
 class RunnabilitySm;
@@ -64,6 +66,10 @@ public:
         return anchorValidatorCtx_;
     }
     const Vel::Ref<AftExportRootSm>& aftExportRootSm() const { return aftExportRootSm_; }
+    const Vel::Ref<AgentHost::AsyncShowCommandAnchor>& asyncShowCommandAnchor() const {
+        return asyncShowCommandAnchor_;
+    }
+    const Vel::Ref<CliHelper>& cliHelper() const { return cliHelper_; }
     const Vel::Ref<Gale::RunnabilitySm>& galeRunnabilitySm() const { return galeRunnabilitySm_; }
 
 private:
@@ -74,6 +80,7 @@ private:
     void createGuePorts(const Vel::Ref<Hubdb::EntityManager>& entityManager,
                         const Vel::Ref<Vel::Dir>& exportDir);
     void startAftExportRootSm();
+    void showCommandsAre();
     void createStreamServer(const Vel::Ref<Hubdb::EntityManager>& entityManager);
 
     bool mountsComplete_ = false;
@@ -100,6 +107,8 @@ private:
     Vel::Ref<PelOcNextHopCountersMap> pelOcNextHopCountersMap_;
     Vel::Ref<AnchorValidatorContext> anchorValidatorCtx_;
     Vel::Ref<AftExportRootSm> aftExportRootSm_;
+    Vel::Ref<AgentHost::AsyncShowCommandAnchor> asyncShowCommandAnchor_;
+    Vel::Ref<CliHelper> cliHelper_;
     Vel::Ref<Vel::Dir> runnabilityDir_;
     Vel::Ref<Gale::RunnabilitySm> galeRunnabilitySm_;
     Lmo::SmControl lumoControl_;

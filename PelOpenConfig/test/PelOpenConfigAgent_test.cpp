@@ -129,6 +129,28 @@ TEST_F(AgentFixture, TheStartUpIsTracedInItsOrder) {
                             "PelOpenConfigAgent.createStreamServer: Create the stream server"));
 }
 
+TEST_F(AgentFixture, TheShowCommandIsThereFromTheStartToTheStop) {
+    create();
+    const auto commands = agent->cmdRequestDirSm();
+    EXPECT_THAT(commands->commands(), ElementsAre());
+    agent->doInit();
+    settleAfterASecond();
+    EXPECT_THAT(commands->commands(), ElementsAre("showFecExport"));
+    EXPECT_EQ(sut().cliHelper()->flattenFecSet(), sut().flattenFecSet());
+    AgentHost::CommandRequest request;
+    request.command = "showFecExport";
+    request.format = AgentHost::OutputFormat::json;
+    const auto machine = commands->requestIs(request, [](const auto&) { FAIL(); });
+    ASSERT_NE(machine, nullptr);
+    EXPECT_EQ(sut().asyncShowCommandAnchor()->instances(), 1U);
+    machine->produceOutput();
+    EXPECT_TRUE(machine->allOutputProduced());
+    machine->printer()->end();
+    EXPECT_EQ(machine->printer()->takeOutput(), "{\"fecs\":{}}\n");
+    agent->doStop();
+    EXPECT_THAT(commands->commands(), ElementsAre());
+}
+
 TEST_F(AgentFixture, TheNotifyTaskGroupHasItsNamePriorityAndEnforcement) {
     start();
     EXPECT_EQ(sut().notifyTaskGroup()->name(), "PelOpenConfig-GnmiNotify");

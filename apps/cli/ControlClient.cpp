@@ -20,11 +20,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Outcome = ControlResult::Outcome;
 
-/// A connection with a deadline for all that happens on it.
+/// A connection on which nothing is waited for longer than the timeout.
 class Connection {
 public:
-    explicit Connection(Clock::time_point deadline)
-        : deadline_{deadline},
+    explicit Connection(std::chrono::milliseconds timeout)
+        : timeout_{timeout},
           fd_{::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)} {}
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -43,7 +43,8 @@ public:
                    ? 0
                    : errno;
     }
-    bool send(std::string_view bytes) const {
+    bool send(std::string_view bytes) {
+        alive();
         while (!bytes.empty()) {
             if (!wait(POLLOUT)) { return false; }
             const ssize_t size = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -52,8 +53,11 @@ public:
         }
         return true;
     }
+    /// Tells the other side that it is being waited for. Not so important as to wait for.
+    void stillHere() const { ::send(fd_, " ", 1, MSG_NOSIGNAL | MSG_DONTWAIT); }
     /// The next line; nullopt when none came in time, or the other side went.
     std::optional<std::string> line() {
+        alive();
         while (true) {
             const std::size_t end = input_.find('\n');
             if (end != std::string::npos) {
@@ -80,6 +84,9 @@ private:
         return left.count() > 0 && ::poll(&waiting, 1, static_cast<int>(left.count())) == 1;
     }
 
+    void alive() { deadline_ = Clock::now() + timeout_; }
+
+    std::chrono::milliseconds timeout_;
     Clock::time_point deadline_;
     int fd_;
     std::string input_;
@@ -119,33 +126,55 @@ int ControlResult::exitCode() const {
 ControlResult ControlClient::ask(const std::string& command,
                                  bool json,
                                  const std::map<std::string, std::string>& parameters) const {
-    Connection connection{Clock::now() + timeout_};
+    std::string output;
+    ControlResult result = ask(
+        command, json, parameters, [&output](std::string_view piece, const auto& /*stillHere*/) {
+            output += piece;
+            return true;
+        });
+    result.output = std::move(output);
+    return result;
+}
+
+ControlResult ControlClient::ask(const std::string& command,
+                                 bool json,
+                                 const std::map<std::string, std::string>& parameters,
+                                 const Sink& sink) const {
+    Connection connection{timeout_};
     if (const int problem = connection.connect(root_ / "control.sock"); problem != 0) {
         return unconnected(problem, root_);
     }
     const nlohmann::json request{
         {"command", command}, {"format", json ? "json" : "text"}, {"parameters", parameters}};
     connection.send(request.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
-    ControlResult result;
+    bool begun = false;
     while (const auto line = connection.line()) {
         const nlohmann::json answer = nlohmann::json::parse(*line, nullptr, false);
         if (!answer.is_object()) { return {Outcome::refused, {}, "the answer makes no sense"}; }
+        begun = true;
         if (answer.contains("output") && answer["output"].is_string()) {
-            result.output += answer["output"].get<std::string>();
+            const auto& piece = answer["output"].get_ref<const std::string&>();
+            const bool more = sink(piece, [&connection] { connection.stillHere(); });
+            if (!more) { return {Outcome::answered, {}, {}}; }
         }
         if (!answer.contains("end")) { continue; }
         const auto error = answer.find("error");
-        result.error = error != answer.end() && error->is_string() ? error->get<std::string>() : "";
-        result.outcome = error == answer.end() ? Outcome::answered : Outcome::refused;
-        return result;
+        if (error == answer.end()) { return {Outcome::answered, {}, {}}; }
+        return {Outcome::refused, {}, error->is_string() ? error->get<std::string>() : ""};
     }
     const std::string who = "the agent in " + root_.string();
     if (connection.gone()) {
-        return {Outcome::noAnswer, {}, who + " ended the connection before it answered"};
+        return {Outcome::noAnswer,
+                {},
+                who + " ended the connection before it answered" + (begun ? " in full" : "")};
     }
-    return {Outcome::noAnswer,
-            {},
-            who + " did not answer within " + std::to_string(timeout_.count()) + " ms: it hangs"};
+    const std::string time = std::to_string(timeout_.count()) + " ms: it hangs";
+    return {
+        Outcome::noAnswer,
+        {},
+        who +
+            (begun ? " fell silent in the middle of its answer, for " : " did not answer within ") +
+            time};
 }
 
 }  // namespace Pel::Cli

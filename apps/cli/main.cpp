@@ -10,6 +10,7 @@
 #include "apps/cli/ControlClient.h"
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/ScenarioCommand.h"
+#include "apps/cli/ShowFecExport.h"
 #include "apps/cli/TraceCommand.h"
 #include "apps/cli/UpCommand.h"
 #include "apps/cli/WatchCommand.h"
@@ -34,6 +35,7 @@ private:
     void addConfig();
     void addScenario();
     void addShow();
+    void addShowFecExport(CLI::App& show);
     void rootOption(CLI::App& command) {
         command.add_option("--root", root_, "Directory of the agent and its stores")
             ->capture_default_str();
@@ -54,6 +56,7 @@ private:
     UpCommand::Options up_;
     WatchCommand::Options watch_;
     TraceCommand::Options trace_;
+    ShowFecExport::Options fecExport_;
     std::string levels_;
     std::string flag_;
     int waitSeconds_ = 660;
@@ -211,6 +214,23 @@ void CommandLine::addShow() {
         command.add_flag("--json", json_, "As JSON");
         command.callback([this, name = std::string{name}] { code_ = ask(name, {}); });
     }
+    addShowFecExport(show);
+}
+
+void CommandLine::addShowFecExport(CLI::App& show) {
+    CLI::App& command = *show.add_subcommand(
+        "fec-export", "The exported FECs with their next hops, or one of them");
+    command.add_option("fec-id", fecExport_.fecId, "Decimal; none: all");
+    rootOption(command);
+    command.add_option("--timeout", timeoutMs_, "How long the agent may be silent, in ms")
+        ->check(CLI::Range(1, 3'600'000))
+        ->capture_default_str();
+    command.add_flag("--json", fecExport_.json, "As JSON");
+    command.callback([this] {
+        fecExport_.root = root_;
+        fecExport_.timeout = std::chrono::milliseconds{timeoutMs_};
+        code_ = ShowFecExport::run(fecExport_);
+    });
 }
 
 int CommandLine::run(int count, char** arguments) {

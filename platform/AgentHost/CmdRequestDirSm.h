@@ -2,8 +2,10 @@
 
 #include <map>
 #include <string>
+#include <variant>
 #include <vector>
 
+#include "platform/AgentHost/AsyncCommandCallback.h"
 #include "platform/AgentHost/CommandRequest.h"
 #include "platform/Vel/Sm.h"
 
@@ -17,15 +19,23 @@ public:
     void agentCommandCallbackIs(const std::string& command, CommandCallback callback);
     void agentDeferredCommandCallbackIs(const std::string& command,
                                         DeferredCommandCallback callback);
+    /// Registers an asynchronous command. While a request is served and nothing else is sent, its
+    /// client is sent a heartbeat.
+    void agentCommandCallbackWithHeartbeatIs(const std::string& command,
+                                             Vel::Ref<AsyncCommandCallback> callback);
+    /// Requests under way are served to their end.
     void agentCommandCallbackDel(const std::string& command);
 
     /// Has the request answered, possibly inside this call. An unknown command and one that throws
-    /// are answered with an error.
-    void requestIs(const CommandRequest& request, const CommandAnswer& answer);
+    /// are answered with an error. For an asynchronous command there is no answer but the machine
+    /// that serves the request, for the caller to have it produce the output.
+    Vel::Ref<AsyncShowCommandInstanceSm> requestIs(const CommandRequest& request,
+                                                   const CommandAnswer& answer);
     std::vector<std::string> commands() const;
 
 private:
-    std::map<std::string, DeferredCommandCallback, std::less<>> callbacks_;
+    using Callback = std::variant<DeferredCommandCallback, Vel::Ref<AsyncCommandCallback>>;
+    std::map<std::string, Callback, std::less<>> callbacks_;
 };
 
 }  // namespace AgentHost

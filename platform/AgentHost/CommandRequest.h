@@ -13,7 +13,13 @@ struct CommandRequest {
     std::string command;
     OutputFormat format = OutputFormat::text;
     std::map<std::string, std::string> parameters;
+    int socket = -1;  ///< the client's descriptor, which names it in traces
 };
+
+/// "text" or "json", as requests say it.
+constexpr const char* formatName(OutputFormat format) {
+    return format == OutputFormat::json ? "json" : "text";
+}
 
 /// The whole answer to a request. Not empty `error`: the command failed, and this says why.
 struct CommandReply {

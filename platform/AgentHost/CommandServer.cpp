@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <numeric>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -92,6 +93,13 @@ std::string CommandServer::listen(const std::filesystem::path& path) {
     path_ = path;
     waitForClients();
     return {};
+}
+
+std::size_t CommandServer::bufferedBytes() const {
+    return std::accumulate(
+        sessions_.begin(), sessions_.end(), std::size_t{0}, [](std::size_t sum, const auto& each) {
+            return sum + each.second->bufferedBytes();
+        });
 }
 
 void CommandServer::waitForClients() {

@@ -24,6 +24,8 @@ public:
         std::size_t requestBytes = 64U << 10U;  ///< of one request line
         /// For a request to be whole, and without a byte taken of an answer: then closed.
         Kiln::Duration idleTime = std::chrono::seconds(30);
+        /// Of silence, while an asynchronous command is served: then the client is told that it is.
+        Kiln::Duration heartbeat = std::chrono::seconds(1);
     };
 
     CommandServer(Vel::Ref<Kiln::TaskScheduler> scheduler, Vel::Ref<CmdRequestDirSm> commands);
@@ -38,6 +40,8 @@ public:
     /// has made sure that no living one owns it. What is no socket stays. Empty, or what went wrong.
     std::string listen(const std::filesystem::path& path);
     std::size_t sessions() const { return sessions_.size(); }
+    /// Bytes of answers that wait for their clients to take them.
+    std::size_t bufferedBytes() const;
 
 private:
     void waitForClients();

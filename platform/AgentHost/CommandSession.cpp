@@ -1,5 +1,6 @@
 #include "platform/AgentHost/CommandSession.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -19,6 +20,8 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 32U << 10U;
 constexpr Kiln::TaskPriority kPriority = 5;
+constexpr Kiln::TaskPriority kHeartbeatPriority =
+    1;  // above all, the more so when the agent is busy
 
 /// The request of one line, or nullopt with what is wrong with it.
 std::optional<CommandRequest> parse(std::string_view line, std::string& error) {
@@ -81,19 +84,31 @@ CommandSession::CommandSession(int fd,
       commands_{std::move(commands)},
       limits_{limits},
       gone_{std::move(gone)},
-      idle_{scheduler_, "ControlSession", kPriority, [this] {
+      idle_{scheduler_,
+            "ControlSession",
+            kPriority,
+            [this] {
                 TRACE9("client {} idle", fd_);
                 end();
                 return false;
-            }} {
+            }},
+      heartbeat_{scheduler_, "ControlHeartbeat", kHeartbeatPriority, [this] {
+                     handleHeartbeat();
+                     return false;
+                 }} {
     self_ = std::make_shared<CommandSession*>(this);
     waitReadable();
     progress();
 }
 
 CommandSession::~CommandSession() {
-    watch_ = Kiln::FdWatch{};
+    waitForNothing();
     ::close(fd_);
+}
+
+std::size_t CommandSession::bufferedBytes() const {
+    return frame_.size() - frameOffset_ + reply_.output.size() - replyOffset_ +
+           (run_ ? run_->buffered() : 0);
 }
 
 void CommandSession::end() {
@@ -105,24 +120,53 @@ void CommandSession::progress() {
     idle_.scheduleAfter(limits_.idleTime);
 }
 
-// One descriptor has one watch at a time: the old one goes before the new one comes.
+// While an asynchronous command is served both directions are watched, else one. A watch goes before
+// the next one of its direction comes.
 void CommandSession::waitReadable() {
-    watch_ = Kiln::FdWatch{};
-    watch_ = scheduler_->watchReadable(fd_, [this] { handleReadable(); });
+    waitForNothing();
+    readable_ = scheduler_->watchReadable(fd_, [this] { handleReadable(); });
 }
 
 void CommandSession::waitWritable() {
-    watch_ = Kiln::FdWatch{};
-    watch_ = scheduler_->watchWritable(fd_, [this] { handleWritable(); });
+    if (!run_) { readable_ = Kiln::FdWatch{}; }
+    writable_ = Kiln::FdWatch{};
+    writable_ = scheduler_->watchWritable(fd_, [this] { handleWritable(); });
+}
+
+void CommandSession::waitForNothing() {
+    readable_ = Kiln::FdWatch{};
+    writable_ = Kiln::FdWatch{};
 }
 
 void CommandSession::handleReadable() {
     const Step step = receive();
     if (step == Step::end) {
-        end();
+        // A client that has said all that it has to say still waits for its answer.
+        if (run_ && !hungUp()) {
+            readable_ = Kiln::FdWatch{};
+        } else {
+            end();
+        }
         return;
     }
-    if (step == Step::again) { takeRequest(); }
+    if (step == Step::wait) { return; }
+    if (run_) {
+        handleSignOfLife();
+    } else {
+        takeRequest();
+    }
+}
+
+bool CommandSession::hungUp() const {
+    pollfd asked{fd_, 0, 0};
+    return ::poll(&asked, 1, 0) == 1 && (asked.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+void CommandSession::handleSignOfLife() {
+    progress();
+    if (input_.find_first_not_of(' ') == std::string::npos) { input_.clear(); }
+    // The next request may be on its way; it is taken when this one is answered.
+    if (input_.size() > limits_.requestBytes) { readable_ = Kiln::FdWatch{}; }
 }
 
 void CommandSession::handleWritable() {
@@ -157,6 +201,7 @@ CommandSession::Step CommandSession::send() {
     if (size < 0) { return wouldBlock() ? Step::wait : Step::end; }
     frameOffset_ += static_cast<std::size_t>(size);
     progress();
+    if (run_) { heartbeat_.scheduleAfter(limits_.heartbeat); }
     return Step::again;
 }
 
@@ -165,7 +210,7 @@ bool CommandSession::takeRequest() {
     const std::size_t end = input_.find('\n');
     const bool tooLong = std::min(end, input_.size()) > limits_.requestBytes;
     if (end == std::string::npos && !tooLong) { return false; }
-    watch_ = Kiln::FdWatch{};  // nothing is read or written until the answer is there
+    waitForNothing();  // nothing is read or written until the answer is there
     awaited_ = ++requests_;
     if (tooLong) {
         closing_ = true;  // where the next request begins is not known
@@ -173,17 +218,19 @@ bool CommandSession::takeRequest() {
         return true;
     }
     std::string error;
-    const auto request = parse(std::string_view{input_}.substr(0, end), error);
+    auto request = parse(std::string_view{input_}.substr(0, end), error);
     input_.erase(0, end + 1);
     if (!request) {
         answerIs({{}, error});
         return true;
     }
+    request->socket = fd_;
     const std::weak_ptr<CommandSession*> weak = self_;
-    commands_->requestIs(*request, [weak, number = awaited_](CommandReply reply) {
+    auto machine = commands_->requestIs(*request, [weak, number = awaited_](CommandReply reply) {
         const auto self = weak.lock();
         if (self != nullptr && (*self)->awaited_ == number) { (*self)->answerIs(std::move(reply)); }
     });
+    if (machine) { serve(std::move(machine)); }
     return true;
 }
 
@@ -197,6 +244,33 @@ void CommandSession::answerIs(CommandReply reply) {
     progress();
 }
 
+void CommandSession::serve(Vel::Ref<AsyncShowCommandInstanceSm> machine) {
+    awaited_ = 0;
+    replying_ = true;
+    run_ = std::make_unique<AsyncCommandRun>(
+        scheduler_, std::move(machine), [this] { handleProduced(); });
+    run_->produce();
+    waitReadable();
+    heartbeat_.scheduleAfter(limits_.heartbeat);
+    progress();
+}
+
+void CommandSession::handleProduced() {
+    reply_ = {run_->takeOutput(), run_->error()};
+    replyOffset_ = 0;
+    waitWritable();
+}
+
+void CommandSession::handleHeartbeat() {
+    if (!run_) { return; }
+    if (frameOffset_ >= frame_.size() && reply_.output.empty()) {
+        frame_ = line({{"heartbeat", true}});
+        frameOffset_ = 0;
+        waitWritable();
+    }
+    heartbeat_.scheduleAfter(limits_.heartbeat);
+}
+
 bool CommandSession::nextFrame() {
     if (!replying_) { return false; }
     frameOffset_ = 0;
@@ -206,11 +280,22 @@ bool CommandSession::nextFrame() {
         replyOffset_ = end;
         return true;
     }
+    frame_.clear();
+    if (run_ && !run_->done()) {
+        reply_ = {};
+        replyOffset_ = 0;
+        writable_ = Kiln::FdWatch{};
+        run_->produce();
+        return true;
+    }
     nlohmann::json last{{"end", true}};
     if (!reply_.error.empty()) { last["error"] = reply_.error; }
     frame_ = line(last);
     reply_ = {};
+    replyOffset_ = 0;
     replying_ = false;
+    run_.reset();
+    readable_ = Kiln::FdWatch{};
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <proto/gnmi.pb.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -53,9 +54,10 @@ public:
     HungHost(const HungHost&) = delete;
     HungHost& operator=(const HungHost&) = delete;
     ~HungHost() { ::close(fd_); }
+    int accept() const { return ::accept(fd_, nullptr, nullptr); }
     /// Answers the first client with these bytes, and goes.
     void answer(std::string_view bytes) const {
-        const int client = ::accept(fd_, nullptr, nullptr);
+        const int client = accept();
         EXPECT_EQ(::send(client, bytes.data(), bytes.size(), 0),
                   static_cast<ssize_t>(bytes.size()));
         ::close(client);
@@ -106,6 +108,9 @@ constexpr UsageCase kUsageCases[] = {
      "5 next hops"},
     {"ScenarioGood", "scenario check " PEL_TEST_EXAMPLE, kDone, "5 next hops"},
     {"StatusNobody", "show status --root /nowhere", kNobody, "no agent runs in /nowhere"},
+    {"FecExportNobody", "show fec-export --root /nowhere", kNobody, "start one with: pel up"},
+    {"FecExportTwoIds", "show fec-export 1 2", kUsage, "2"},
+    {"FecExportTimeout", "show fec-export --timeout 0", kUsage, "--timeout"},
     {"TraceSetNobody", "trace set X=9 --root /nowhere", kNobody, "pel up"},
 };
 class CliUsage : public testing::TestWithParam<UsageCase> {};
@@ -181,6 +186,15 @@ TEST(CliTest, AHungAgentIsNamedWithinTheTimeout) {
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::minutes{2});
 }
 
+TEST(CliTest, AShowThatTheAgentDoesNotAnswerIsNamedWithinTheTimeout) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::string output;
+    EXPECT_EQ(pel("show fec-export --timeout 200 --root " + root.path().string(), output),
+              kNoAnswer);
+    EXPECT_THAT(output, HasSubstr("did not answer within 200 ms: it hangs"));
+}
+
 TEST(CliTest, AnOccupiedPortIsNamedBeforeAnythingStarts) {
     const TestSupport::TempDir root;
     const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
@@ -253,6 +267,88 @@ TEST(ControlClientTest, AnAnswerThatBreaksOffIsAnError) {
     peer.join();
     EXPECT_EQ(result.exitCode(), kNoAnswer);
     EXPECT_THAT(result.error, HasSubstr("ended the connection"));
+}
+
+void untilGone(int client) {
+    for (char byte = 0; ::recv(client, &byte, 1, 0) > 0;) {}
+    ::close(client);
+}
+
+const ControlClient::Sink kIgnore = [](std::string_view, const auto&) { return true; };
+
+TEST(ControlClientTest, AnAgentThatFallsSilentInMidAnswerIsNamedWithinTheTimeout) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::thread peer{[&] {
+        const int client = host.accept();
+        ::send(client, "{\"output\":\"half\"}\n", 18, MSG_NOSIGNAL);
+        untilGone(client);
+    }};
+    std::string output;
+    const ControlResult result = ControlClient{root.path(), milliseconds{200}}.ask(
+        "showFecExport", false, {}, [&output](std::string_view piece, const auto&) {
+            output += piece;
+            return true;
+        });
+    peer.join();
+    EXPECT_EQ(result.exitCode(), kNoAnswer);
+    EXPECT_THAT(result.error, HasSubstr("fell silent in the middle of its answer, for 200 ms"));
+    EXPECT_EQ(output, "half");
+}
+
+TEST(ControlClientTest, AsLongAsTheAgentGivesSignsOfLifeItIsWaitedForLongerThanTheTimeout) {
+    constexpr std::chrono::seconds kTimeout{4};
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::thread peer{[&] {
+        const int client = host.accept();
+        const auto begun = std::chrono::steady_clock::now();
+        while (std::chrono::steady_clock::now() < begun + kTimeout + milliseconds{200}) {
+            EXPECT_EQ(::send(client, "{\"heartbeat\":true}\n", 19, MSG_NOSIGNAL), 19);
+            ::poll(nullptr, 0, 20);
+        }
+        ::send(client, "{\"end\":true}\n", 13, MSG_NOSIGNAL);
+        untilGone(client);
+    }};
+    const ControlResult result =
+        ControlClient{root.path(), kTimeout}.ask("showFecExport", false, {}, kIgnore);
+    peer.join();
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.exitCode(), kDone);
+}
+
+TEST(ControlClientTest, AnAgentThatIsKilledInMidAnswerIsSaidToHaveEndedTheConnection) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::thread peer{[&] { host.answer("{\"output\":\"half\"}\n"); }};
+    const ControlResult result = ControlClient{root.path(), std::chrono::minutes{2}}.ask(
+        "showFecExport", false, {}, kIgnore);
+    peer.join();
+    EXPECT_EQ(result.exitCode(), kNoAnswer);
+    EXPECT_THAT(result.error, HasSubstr("ended the connection before it answered in full"));
+}
+
+TEST(ControlClientTest, WhoWantsNoMoreIsDoneAndWhoWaitsForItsReaderSaysSo) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::string signs;
+    std::thread peer{[&] {
+        const int client = host.accept();
+        ::send(client, "{\"output\":\"x\"}\n", 15, MSG_NOSIGNAL);
+        for (char byte = 0; ::recv(client, &byte, 1, 0) > 0;) { signs += byte; }
+        ::close(client);
+    }};
+    const ControlResult result = ControlClient{root.path(), std::chrono::minutes{2}}.ask(
+        "showFecExport", true, {{"FECID", "7"}}, [](std::string_view, const auto& stillHere) {
+            stillHere();
+            stillHere();
+            return false;
+        });
+    peer.join();
+    EXPECT_EQ(result.exitCode(), kDone);
+    EXPECT_EQ(
+        signs,
+        "{\"command\":\"showFecExport\",\"format\":\"json\",\"parameters\":{\"FECID\":\"7\"}}\n  ");
 }
 
 struct PathCase {

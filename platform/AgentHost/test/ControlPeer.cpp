@@ -49,6 +49,10 @@ std::vector<std::string> ControlPeer::lines() const {
     return result;
 }
 
+void ControlPeer::shutdown() const {
+    ::shutdown(fd_, SHUT_WR);
+}
+
 void ControlPeer::close() {
     if (fd_ >= 0) { ::close(fd_); }
     fd_ = -1;

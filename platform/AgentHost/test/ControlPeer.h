@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace AgentHost {
@@ -23,7 +24,11 @@ public:
     /// Reads at most this many bytes.
     std::size_t receiveSome(std::size_t bytes);
     const std::string& received() const { return received_; }
+    /// What was received since the last call.
+    std::string takeReceived() { return std::exchange(received_, {}); }
     std::vector<std::string> lines() const;
+    /// Says that nothing more will be sent.
+    void shutdown() const;
     void close();
 
 private:

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/AgentHost/CommandRequest.h"
+#include "platform/Vel/Ref.h"
+
+namespace AgentHost {
+
+/// Renders a show command's output from one set of calls, as text or structured (one JSON object),
+/// and holds it until somebody takes it. Each call has a label, for the text form, and a key, for
+/// the structured form; a form whose part is empty shows nothing of the call.
+///
+///     call                                  text              structured
+///     openDict("Id: ", "7")                 Id: 7             "7":{
+///     number(", size: ", "size", 3)         , size: 3         "size":3
+///     string(" name ", "name", "a\"b")       name a"b         "name":"a\"b"
+///     numbers(" of: ", "of", {1, 2})         of: 1 2          "of":[1,2]
+///     endLine()                             (line break)
+///     closeDict()                                             }
+///
+/// The structured form is compact: white space stands nowhere but in strings, and a line break ends
+/// the document. It is valid JSON in UTF-8 whatever the strings hold and wherever the calls end:
+/// end() closes what is open.
+class CliPrinter final : public Vel::RefCounted {
+public:
+    explicit CliPrinter(OutputFormat format);
+    OutputFormat format() const { return format_; }
+
+    /// Opens a dictionary inside the innermost open one. No-op when the innermost open one bears
+    /// this key: a command that goes on in a later slice opens again what it left open.
+    void openDict(std::string_view label, std::string_view key);
+    /// Closes the innermost open one; at least one is open.
+    void closeDict();
+    void number(std::string_view label, std::string_view key, std::uint64_t value);
+    /// "true" or "false" in both forms.
+    void boolean(std::string_view label, std::string_view key, bool value);
+    /// In the text form control characters are shown as \x1b. In the structured form the value is
+    /// quoted and escaped; bytes that are no UTF-8 become U+FFFD.
+    void string(std::string_view label, std::string_view key, std::string_view value);
+    /// In the text form with spaces between, or "None" when there are none.
+    void numbers(std::string_view label,
+                 std::string_view key,
+                 std::span<const std::uint32_t> values);
+    void endLine();
+
+    /// The command failed, and this says why. The text form shows nothing of it: the answer's error
+    /// does. The structured form has "errors", a list, as the last key of the document.
+    void cmdErr(std::string text);
+    /// What went wrong, one line each; empty when nothing did.
+    std::string error() const;
+
+    /// Nothing follows: closes what is open. Once.
+    void end();
+
+    /// Bytes that nobody has taken yet.
+    std::size_t buffered() const { return buffer_.size(); }
+    /// Enough for now: who produces stops here, after the element under way.
+    bool full() const { return buffer_.size() >= kFull; }
+    std::string takeOutput();
+
+    static constexpr std::size_t kFull = 32U << 10U;
+
+private:
+    bool structured() const { return format_ == OutputFormat::json; }
+    /// Writes what comes before a value. False when this form shows nothing of the call.
+    bool begin(std::string_view label, std::string_view key);
+    void quoted(std::string_view text);
+
+    OutputFormat format_;
+    std::string buffer_;
+    std::vector<std::string> open_;  // keys of the open dictionaries, outermost first
+    bool first_ = true;              // nothing stands in the innermost open one yet
+    std::vector<std::string> errors_;
+};
+
+}  // namespace AgentHost

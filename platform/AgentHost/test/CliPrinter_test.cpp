@@ -1,0 +1,166 @@
+#include "platform/AgentHost/CliPrinter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <nlohmann/json.hpp>
+
+namespace AgentHost {
+namespace {
+
+using testing::HasSubstr;
+
+struct Printed {
+    OutputFormat format;
+    std::string_view want;
+};
+
+/// One of each call, as a command makes them.
+void printAll(CliPrinter& to) {
+    constexpr std::array<std::uint32_t, 2> kNumbers{100, 200};
+    to.openDict({}, "things");
+    to.openDict("Thing: ", "7");
+    to.number(", size: ", "size", 18446744073709551615U);
+    to.number(", parts: ", {}, 2);
+    to.endLine();
+    to.openDict({}, "parts");
+    to.openDict("\tPart: ", "1");
+    to.string(" is ", "name", "a \"b\" \\ \t\x1b\n\xC3\xA9");
+    to.numbers(" of ", "of", kNumbers);
+    to.numbers(" and ", "and", {});
+    to.endLine();
+    to.closeDict();
+    to.closeDict();
+    to.closeDict();
+    to.openDict("Thing: ", "8");
+    to.boolean(" broken: ", "broken", true);
+    to.boolean(" used: ", "used", false);
+    to.string({}, "colour", "");
+    to.endLine();
+    to.closeDict();
+    to.closeDict();
+}
+
+class CliPrinterForms : public testing::TestWithParam<Printed> {};
+TEST_P(CliPrinterForms, ComeFromOneSetOfCalls) {
+    CliPrinter printer{GetParam().format};
+    printAll(printer);
+    printer.end();
+    EXPECT_EQ(printer.takeOutput(), GetParam().want);
+    EXPECT_EQ(printer.error(), "");
+}
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    CliPrinterForms,
+    testing::Values(
+        Printed{OutputFormat::text,
+                "Thing: 7, size: 18446744073709551615, parts: 2\n"
+                "\tPart: 1 is a \"b\" \\ \\x09\\x1b\\x0a\xC3\xA9 of 100 200 and None\n"
+                "Thing: 8 broken: true used: false\n"},
+        Printed{OutputFormat::json,
+                R"({"things":{"7":{"size":18446744073709551615,"parts":{"1":{)"
+                R"("name":"a \"b\" \\ \t\u001b\n)"
+                "\xC3\xA9"
+                R"(","of":[100,200],"and":[]}}},"8":{"broken":true,"used":false,"colour":""}}})"
+                "\n"}),
+    [](const auto& row) { return row.param.format == OutputFormat::text ? "Text" : "Structured"; });
+
+TEST(CliPrinterTest, NothingPrintedIsAnEmptyDocument) {
+    for (const auto& [format, want] :
+         {std::pair{OutputFormat::text, ""}, std::pair{OutputFormat::json, "{}\n"}}) {
+        CliPrinter printer{format};
+        printer.end();
+        EXPECT_EQ(printer.takeOutput(), want);
+    }
+}
+
+TEST(CliPrinterTest, OpeningTheOpenDictionaryAgainIsNoChange) {
+    for (const auto format : {OutputFormat::text, OutputFormat::json}) {
+        CliPrinter once{format};
+        CliPrinter often{format};
+        for (CliPrinter* const printer : {&once, &often}) {
+            for (const char* const key : {"1", "2"}) {
+                if (printer == &often || std::string_view{key} == "1") {
+                    printer->openDict("All: ", "all");
+                }
+                printer->openDict("Id: ", key);
+                printer->closeDict();
+            }
+            printer->end();
+        }
+        EXPECT_EQ(often.takeOutput(), once.takeOutput());
+    }
+}
+
+TEST(CliPrinterTest, ADictionaryInsideOneOfAnotherNameIsAnotherOneWhateverIsOpenFurtherOut) {
+    CliPrinter printer{OutputFormat::json};
+    for (const char* const key : {"a", "b", "a"}) { printer.openDict({}, key); }
+    printer.end();
+    EXPECT_EQ(printer.takeOutput(), "{\"a\":{\"b\":{\"a\":{}}}}\n");
+}
+
+TEST(CliPrinterTest, AnyBytesAreValidJson) {
+    std::string every;
+    for (int byte = 0; byte < 256; ++byte) { every += static_cast<char>(byte); }
+    const std::string strings[] = {every, "\xC3", "\xF0\x9F\x98", "\xED\xA0\x80", "\"", "\\"};
+    for (const std::string& text : strings) {
+        CliPrinter printer{OutputFormat::json};
+        printer.openDict({}, text);
+        printer.string({}, text, text);
+        printer.cmdErr(text);
+        printer.end();
+        const std::string output = printer.takeOutput();
+        const auto json = nlohmann::json::parse(output, nullptr, false);
+        ASSERT_TRUE(json.is_object()) << output;
+        EXPECT_EQ(json.size(), 2U);
+    }
+    CliPrinter printer{OutputFormat::json};
+    printer.string({}, "a", "x\xFFy");
+    printer.end();
+    EXPECT_EQ(printer.takeOutput(), "{\"a\":\"x\xEF\xBF\xBDy\"}\n");
+}
+
+TEST(CliPrinterTest, AnEndAnywhereIsValidJsonWithItsErrors) {
+    CliPrinter printer{OutputFormat::json};
+    printer.openDict({}, "a");
+    printer.openDict({}, "b");
+    printer.number({}, "c", 1);
+    printer.cmdErr("% not \"here\"");
+    printer.cmdErr("nor there");
+    printer.end();
+    EXPECT_EQ(printer.takeOutput(),
+              "{\"a\":{\"b\":{\"c\":1}},\"errors\":[\"% not \\\"here\\\"\",\"nor there\"]}\n");
+    EXPECT_EQ(printer.error(), "% not \"here\"\nnor there");
+}
+
+TEST(CliPrinterTest, AnErrorAloneIsADocumentAndNoText) {
+    for (const auto& [format, want] : {std::pair{OutputFormat::text, ""},
+                                       std::pair{OutputFormat::json, "{\"errors\":[\"no\"]}\n"}}) {
+        CliPrinter printer{format};
+        printer.cmdErr("no");
+        printer.end();
+        EXPECT_EQ(printer.takeOutput(), want);
+        EXPECT_EQ(printer.error(), "no");
+    }
+}
+
+TEST(CliPrinterTest, WhatIsTakenMakesRoom) {
+    CliPrinter printer{OutputFormat::text};
+    printer.string("x", "x", std::string(CliPrinter::kFull - 2, 'x'));
+    EXPECT_FALSE(printer.full());
+    printer.endLine();
+    EXPECT_TRUE(printer.full());
+    EXPECT_EQ(printer.takeOutput().size(), CliPrinter::kFull);
+    EXPECT_EQ(printer.buffered(), 0U);
+    EXPECT_FALSE(printer.full());
+}
+
+TEST(CliPrinterDeathTest, ClosingWhatIsNotOpenAndAKeyOfNothingAreBrokenPreconditions) {
+    CliPrinter printer{OutputFormat::json};
+    EXPECT_DEATH(printer.closeDict(), "open_");
+    EXPECT_DEATH(printer.openDict("x", {}), "key");
+}
+
+}  // namespace
+}  // namespace AgentHost
