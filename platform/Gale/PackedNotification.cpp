@@ -28,6 +28,31 @@ void store(char* to, Number number) {
     std::memcpy(to, &number, sizeof number);
 }
 
+/// Copies pieces one behind the other. Most are short: where there is room for it they are copied
+/// with what follows them, because copies of a fixed size take a fraction of the time.
+class Copier {
+public:
+    explicit Copier(std::span<char> to) : to_(to.data()), end_(to.data() + to.size()) {}
+
+    /// `readable` bytes there may be read, `size` or more.
+    void put(const char* bytes, std::size_t size, std::size_t readable) {
+        constexpr std::size_t kBlock = Segments::kReadable;
+        const std::size_t blocks = (size + kBlock - 1) / kBlock * kBlock;
+        if (blocks <= readable && blocks <= static_cast<std::size_t>(end_ - to_)) {
+            for (std::size_t at = 0; at < size; at += kBlock) {
+                std::memcpy(to_ + at, bytes + at, kBlock);
+            }
+        } else {
+            std::memcpy(to_, bytes, size);
+        }
+        to_ += size;
+    }
+
+private:
+    char* to_;
+    char* const end_;
+};
+
 std::uint64_t stampOf(std::string_view packed) {
     return load<std::uint64_t>(packed.data());
 }
@@ -80,23 +105,19 @@ std::size_t PackedNotification::unpackedSize(std::string_view packed) {
 }
 
 void PackedNotification::unpack(std::string_view packed, std::span<char> to) {
-    char* out = to.data();
-    *out++ = varintTag(Fields::Notification::timestamp);
-    out += protozero::write_varint(out, stampOf(packed));
+    to[0] = varintTag(Fields::Notification::timestamp);
+    const int stampBytes = protozero::write_varint(to.data() + 1, stampOf(packed));
+    Copier copier{to.subspan(1 + static_cast<std::size_t>(stampBytes))};
     const char* from = packed.data() + kPiecesAt;
     const char* const end = packed.data() + packed.size();
-    const auto put = [&out](const char* bytes, std::size_t size) {
-        std::memcpy(out, bytes, size);
-        out += size;
-    };
     while (from != end) {
         const auto size = static_cast<unsigned char>(*from++);
-        put(from, size);
+        copier.put(from, size, static_cast<std::size_t>(end - from));
         from += size;
         if (from == end) { return; }
         const std::string_view segment = Segments::at(load<std::uint16_t>(from));
-        put(segment.data(), segment.size());
-        from += sizeof(std::uint16_t);
+        copier.put(segment.data(), segment.size(), segment.size() + Segments::kReadable);
+        from += sizeof(Segment::number);
     }
 }
 

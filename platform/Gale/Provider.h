@@ -1,7 +1,7 @@
 #pragma once
 
-#include "absl/container/flat_hash_map.h"
-#include "absl/container/flat_hash_set.h"
+#include "absl/container/btree_map.h"
+#include "absl/container/btree_set.h"
 #include "platform/Gale/Journal.h"
 #include "platform/Gale/ListSource.h"
 #include "platform/Gale/View.h"
@@ -99,12 +99,14 @@ private:
     const Kiln::Duration patience_;
     Waiting waiting_;
     std::size_t leaving_ = 0;  // keys in removals
-    // Shown entries whose new content waits: their old one must not name what is gone.
-    absl::flat_hash_set<Reference> held_;
-    absl::flat_hash_map<Reference, std::uint32_t> stillNamed_;  // by how many of them
-    absl::flat_hash_map<Reference, ListSource*> postponed_;     // removals that wait for them
-    std::function<void()> onFilled_;                            // empty: told
-    std::optional<Kiln::TimePoint> firstPass_;                  // when it ended
+    // Shown entries whose new content waits: their old one must not name what is gone. Trees: there
+    // may be as many as entries, and a hash map of that size takes longer than a slice whenever it
+    // is made anew.
+    absl::btree_set<Reference> held_;
+    absl::btree_map<Reference, std::uint32_t> stillNamed_;  // by how many of them
+    absl::btree_map<Reference, ListSource*> postponed_;     // removals that wait for them
+    std::function<void()> onFilled_;                        // empty: told
+    std::optional<Kiln::TimePoint> firstPass_;              // when it ended
     ProviderStatistics statistics_;
     EncodedEntry entry_;      // scratch
     std::int64_t stamp_ = 0;  // of it

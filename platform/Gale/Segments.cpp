@@ -1,6 +1,7 @@
 #include "platform/Gale/Segments.h"
 
 #include <array>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -11,7 +12,8 @@ namespace {
 
 struct Table {
     std::mutex mutex;
-    std::map<std::string, Segment, std::less<>> all;  // nodes stay where they are
+    std::deque<std::string> texts;            // with kReadable bytes behind each
+    std::map<std::string_view, Segment> all;  // nodes stay where they are
     std::size_t numbers = 0;
 };
 
@@ -30,7 +32,9 @@ const Segment& of(std::string_view bytes) {
     Table& in = table();
     const std::lock_guard lock{in.mutex};
     if (const auto found = in.all.find(bytes); found != in.all.end()) { return found->second; }
-    const auto added = in.all.try_emplace(std::string{bytes}).first;
+    const std::string& text =
+        in.texts.emplace_back(std::string{bytes} + std::string(kReadable, '\0'));
+    const auto added = in.all.try_emplace(std::string_view{text}.substr(0, bytes.size())).first;
     added->second.bytes = added->first;
     if (bytes.size() >= kLeastBytes && in.numbers < kMost) {
         added->second.number = static_cast<std::uint16_t>(++in.numbers);
