@@ -20,8 +20,7 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 32U << 10U;
 constexpr Kiln::TaskPriority kPriority = 5;
-constexpr Kiln::TaskPriority kHeartbeatPriority =
-    1;  // above all, the more so when the agent is busy
+constexpr Kiln::TaskPriority kHeartbeatPriority = 1;  // in front of what the agent is busy with
 
 /// The request of one line, or nullopt with what is wrong with it.
 std::optional<CommandRequest> parse(std::string_view line, std::string& error) {

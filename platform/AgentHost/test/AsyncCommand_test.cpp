@@ -214,7 +214,7 @@ TEST_F(AsyncCommandTest, ASpaceIsASignOfLifeOfAClientWhoseOwnReaderIsSlow) {
     for (int i = 0; i < 10; ++i) {
         run();
         clock_.advance(limits_.idleTime - std::chrono::seconds{1});
-        slow.send(" ");
+        slow.send(std::string(10'000, ' '));  // more than a request may have, in all
     }
     run();
     EXPECT_EQ(server_.sessions(), 1U);
