@@ -1,5 +1,5 @@
 # make run    installs what is missing, builds, and shows this machine's forwarding state over gNMI
-#             ARGS are handed to `pel up`: make run ARGS="--once"
+#             ARGS are handed to `pel up`: make run ARGS="--once", or a described router: ARGS="--scenario examples/ecmp.yaml"
 # make test   the same, then runs all tests
 #
 # make scale  the tests labelled `scale`, which .ci/run runs at 100,000 entries, at SCALE of them

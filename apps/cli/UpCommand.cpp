@@ -1,6 +1,7 @@
 #include "apps/cli/UpCommand.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include "apps/cli/ControlClient.h"
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/MountedEntity.h"
+#include "forwarder/Scenario/Scenario.h"
 #include "model/Readiness/FlattenFecSetReadyStatus.h"
 #include "platform/AgentHost/HostConfig.h"
 #include "platform/AgentHost/StandardStreams.h"
@@ -94,6 +96,12 @@ std::string UpCommand::check() {
     if (options_.plugin.empty()) {
         options_.plugin = ownDirectory() / ".." / "lib" / "libPelOpenConfigAgent.so";
     }
+    if (!options_.scenario.empty()) {
+        std::vector<std::string> problems;
+        if (!Forwarder::loadScenario(options_.scenario.string(), problems)) {
+            return fmt::format("{}", fmt::join(problems, "\n"));
+        }
+    }
     std::error_code problem;
     std::filesystem::create_directories(options_.root, problem);
     if (problem) { return "directory " + options_.root.string() + ": " + problem.message(); }
@@ -126,11 +134,14 @@ std::string UpCommand::startChildren() {
     }
     const std::filesystem::path here = ownDirectory();
     const std::string root = options_.root.string();
-    if (std::string problem = forwarder_.start(
-            {(here / "pel-forwarderd").string(), "--root", root, "--source", "kernel"});
-        !problem.empty()) {
-        return problem;
+    std::vector<std::string> forwarder{
+        (here / "pel-forwarderd").string(), "--root", root, "--source"};
+    if (options_.scenario.empty()) {
+        forwarder.emplace_back("kernel");
+    } else {
+        forwarder.insert(forwarder.end(), {"scenario", "--scenario", options_.scenario.string()});
     }
+    if (std::string problem = forwarder_.start(forwarder); !problem.empty()) { return problem; }
     std::vector<std::string> agent{(here / "pel-agentd").string(),
                                    "--root",
                                    root,

@@ -10,7 +10,7 @@
 
 namespace Pel::Cli {
 
-/// `pel up`: this machine's forwarding state, exported, in the foreground. Starts forwarder and
+/// `pel up`: this machine's forwarding state, or that of a scenario, exported, in the foreground. Starts forwarder and
 /// agent, switches the export on, shows how the first export goes and what is there, and ends both
 /// when it is ended, or when one of them ends.
 class UpCommand {
@@ -19,6 +19,7 @@ public:
         std::filesystem::path root;
         std::string listen;
         std::filesystem::path plugin;    ///< empty: the one beside this program
+        std::filesystem::path scenario;  ///< empty: this machine's own state
         bool once = false;               ///< end after the summary
         std::chrono::seconds wait{660};  ///< for the first export; state-synced may take 600 s
         bool clearTextAnywhere = false;

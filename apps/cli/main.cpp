@@ -115,6 +115,10 @@ int CommandLine::showConfig() const {
 void CommandLine::addUp() {
     CLI::App& up = *app_.add_subcommand("up", "Start forwarder and agent in the foreground");
     rootOption(up);
+    up.add_option("--scenario",
+                  up_.scenario,
+                  "Export what this file describes, not this machine's state (root then: the "
+                  "default one with \"-scenario\")");
     up_.listen = "127.0.0.1:9339";
     up.add_option("--listen", up_.listen, "Where gNMI clients connect")
         ->check(AgentHost::ListenAddress::problem)
@@ -127,8 +131,10 @@ void CommandLine::addUp() {
     up.add_flag("--clear-text-on-any-address",
                 up_.clearTextAnywhere,
                 "Serve other addresses than loopback without encryption");
-    up.callback([this] {
+    up.callback([this, &up] {
         up_.root = root_;
+        // A store belongs to one kind of source.
+        if (!up_.scenario.empty() && up.count("--root") == 0) { up_.root += "-scenario"; }
         up_.wait = std::chrono::seconds{waitSeconds_};
         code_ = UpCommand{up_}.run();
     });

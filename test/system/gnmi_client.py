@@ -139,6 +139,19 @@ class Stream:
         self._thread = threading.Thread(target=self._read, daemon=True)
         self._thread.start()
 
+    @classmethod
+    def connected(cls, address, seconds=120.0, **options):
+        """A synced stream; tries again while the server is not there yet."""
+        deadline = time.monotonic() + seconds
+        while True:
+            stream = cls(address, **options)
+            stream.wait(lambda s: s.synced or s.ended, "an answer")
+            if stream.synced:
+                return stream
+            stream.close()
+            assert time.monotonic() < deadline, stream.error
+            time.sleep(0.1)
+
     def _read(self):
         try:
             for response in self._call:

@@ -14,7 +14,10 @@ PLUGIN = os.environ["PEL_PLUGIN"]
 
 
 class Lab:
-    def __init__(self, links=2):
+    """`scenario`: a file that the forwarder plays in place of the kernel's state."""
+
+    def __init__(self, links=2, scenario=None):
+        self.source = ["kernel"] if scenario is None else ["scenario", "--scenario", scenario]
         self.root = tempfile.mkdtemp(prefix="pel-system-", dir="/dev/shm")
         self.processes = {}
         self.peers = []
@@ -46,7 +49,7 @@ class Lab:
 
     def start(self, *which):
         for name in which or ("pel-forwarderd", "pel-agentd"):
-            arguments = {"pel-forwarderd": ["--source", "kernel"],
+            arguments = {"pel-forwarderd": ["--source", *self.source],
                          "pel-agentd": ["--plugin", PLUGIN, "--listen", ADDRESS]}[name]
             with open(os.path.join(self.root, name + ".log"), "ab") as log:
                 self.processes[name] = subprocess.Popen(

@@ -180,6 +180,8 @@ class SchemaAndReader(unittest.TestCase):
 
     def test_files_of_the_corpus_are_judged_alike(self):
         files = [os.path.join(FOLDER, "example.yaml")]
+        examples = os.path.join(FOLDER, "../../examples")
+        files += [os.path.join(examples, name) for name in sorted(os.listdir(examples))]
         corpus = os.path.join(FOLDER, "fuzz/corpus")
         files += [os.path.join(corpus, name) for name in sorted(os.listdir(corpus))]
         texts, documents = [], []
