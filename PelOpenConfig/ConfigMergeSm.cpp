@@ -16,7 +16,6 @@ ConfigMergeSm::ConfigMergeSm(Vel::Ref<const Vel::Dir> sources,
     if (control.synchronous == Lmo::Synchronous::synchronous) { return; }
     VEL_ASSERT(control.scheduler != nullptr);
     task_ = std::make_unique<Kiln::Task>(control.scheduler, taskName, control.taskPriority, [this] {
-        const auto keep = Vel::keepAlive(this);  // who is told may let go of the machine
         if (hasNotificationActive()) { merge(); }
         return false;
     });
@@ -44,7 +43,7 @@ void ConfigMergeSm::merge() {
     begin();
     if (sources_) { addAll(*sources_, ""); }
     foreign_ = std::exchange(foreignSoFar_, {});
-    end();
+    end();  // the last step: who is told may let go of the machine
 }
 
 void ConfigMergeSm::addAll(const Vel::Dir& dir, const std::string& path) {

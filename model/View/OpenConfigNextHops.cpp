@@ -83,14 +83,15 @@ void OpenConfigNextHops::noteUdpOverMpls(std::uint64_t index, const NextHop* nex
                     });
     if (holds) {
         udpOverMpls_.insert(index);
-    } else if (!udpOverMpls_.empty()) {
+    } else {
         udpOverMpls_.erase(index);
     }
 }
 
 bool OpenConfigNextHops::encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) {
     const NextHop* const nextHop = nextHops_->nextHop(NextHopIndex{key.lo});
-    noteUdpOverMpls(key.lo, nextHop);
+    const bool plain = nextHop == nullptr || nextHop->encapHeaders.empty();
+    if (!plain || !udpOverMpls_.empty()) { noteUdpOverMpls(key.lo, nextHop); }
     if (nextHop == nullptr) { return false; }
     const Decimal index{key.lo};
     const std::array<std::string_view, 2> keys{instances_.name(OpenConfigInstances::kDefault),
@@ -104,15 +105,19 @@ bool OpenConfigNextHops::encode(const Gale::EntryKey& key, Gale::EncodedEntry& t
         writer.leaf(paths_->macAddress, {}, nextHop->macAddress.stringValue());
     }
     if (nextHop->popTopLabel) { writer.flagLeaf(paths_->popTopLabel, {}, true); }
-    OpenConfigValues::writeLabelList(writer, paths_->labels, {}, nextHop->pushedMplsLabelStack);
-    writeDecapsulation(writer, *nextHop);
+    if (!nextHop->pushedMplsLabelStack.empty()) {
+        OpenConfigValues::writeLabelList(writer, paths_->labels, {}, nextHop->pushedMplsLabelStack);
+    }
+    if (nextHop->decapsulateHeader != EncapHeaderType::unset) {
+        writeDecapsulation(writer, *nextHop);
+    }
     if (!nextHop->interface.empty()) {
         writer.leaf(paths_->interface, {}, nextHop->interface.stringValue());
         if (nextHop->subinterface) {
             writer.leaf(paths_->subinterface, {}, std::uint64_t{*nextHop->subinterface});
         }
     }
-    if (!nextHop->encapHeaders.empty()) {
+    if (!plain) {
         const std::uint16_t port = guePorts_ ? guePorts_->gueMplsEncapUdpDestPort() : 0;
         paths_->encapHeaders.write(writer, nextHop->encapHeaders, port);
     }
