@@ -48,7 +48,9 @@ void ConfigMergeSm::merge() {
 
 void ConfigMergeSm::addAll(const Vel::Dir& dir, const std::string& path) {
     for (const auto& [name, child] : dir.entities()) {
-        const std::string childPath = path.empty() ? name : path + "/" + name;
+        std::string childPath = path;
+        if (!path.empty()) { childPath += '/'; }
+        childPath += name;
         if (const auto below = Vel::refCast<Vel::Dir>(child)) {
             addAll(*below, childPath);
         } else if (!add(*child)) {
