@@ -44,8 +44,10 @@ void NexthopGroupMapperSm::handleInitialized() {
         onFecReady_ = flattenFecSetReadyStatus_->onFecReady().subscribe(
             this, &NexthopGroupMapperSm::handleFecReady);
     }
-    nextHopGroupContainer_->pendingAre(
-        [this](OcApi::NextHopGroupId id) { return backlogMayDraw(FecId{id.value()}); });
+    nextHopGroupContainer_->pendingAre([this](OcApi::NextHopGroupId id) {
+        const FecId fecId{id.value()};
+        return backlogMayDraw(fecId) || (flattenFecSet_ && flattenFecSet_->fec().toldLater(fecId));
+    });
     handleStashReady();
 }
 

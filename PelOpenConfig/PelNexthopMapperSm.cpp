@@ -81,7 +81,9 @@ void NexthopMapperSm::handleInitialized() {
             vxlanVtiStatusDir_->onVlanVni().subscribe(this, &NexthopMapperSm::handleVlanVni);
     }
     nextHopSet_->pendingAre([this](OcApi::NextHopIndex index) {
-        return backlogMayDraw(Stash::OcNextHopIndex{index.value()});
+        const Stash::OcNextHopIndex nhId{index.value()};
+        return backlogMayDraw(nhId) ||
+               (flattenFecSet_ && flattenFecSet_->nextHop().toldLater(nhId));
     });
     countersMapDelAll();
     handleStashReady();

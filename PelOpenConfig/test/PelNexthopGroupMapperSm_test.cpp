@@ -127,6 +127,17 @@ TEST_P(NexthopGroupMapper, AFecThatGivesNoGroupIsToldAsProcessedSoThatNobodyWait
     EXPECT_FALSE(groups->pending(OcApi::NextHopGroupId{41}));
 }
 
+TEST_P(NexthopGroupMapper, AFecThatIsInTheStoreButNotToldYetIsStillToBeConsidered) {
+    start();
+    publish();
+    fecIs(41);
+    commit();
+    EXPECT_TRUE(groups->pending(OcApi::NextHopGroupId{41}));
+    EXPECT_FALSE(groups->pending(OcApi::NextHopGroupId{42}));
+    settleAfterASecond();
+    EXPECT_FALSE(groups->pending(OcApi::NextHopGroupId{41}));
+}
+
 TEST_P(NexthopGroupMapper, AFecThatTurnsFromTopToBottomKeepsItsGroup) {
     fecIs(41);
     publish();

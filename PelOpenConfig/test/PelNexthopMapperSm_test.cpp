@@ -114,6 +114,17 @@ TEST_P(NexthopMapper, AddedAndDeletedBeforeTheWalkIsProcessedOnceAsADeletion) {
     EXPECT_THAT(processed, ElementsAre(7)) << "whatever waited for it waits no longer";
 }
 
+TEST_P(NexthopMapper, ANextHopThatIsInTheStoreButNotToldYetIsStillToBeConsidered) {
+    start();
+    publish();
+    nextHopIs(7);
+    commit();
+    EXPECT_TRUE(nextHopSet->pending(OcApi::NextHopIndex{7}));
+    EXPECT_FALSE(nextHopSet->pending(OcApi::NextHopIndex{8}));
+    settleAfterASecond();
+    EXPECT_FALSE(nextHopSet->pending(OcApi::NextHopIndex{7}));
+}
+
 TEST_P(NexthopMapper, ADeletedNextHopLosesItsCountersThenItsEntry) {
     nextHopIs(7);
     publish();

@@ -84,11 +84,15 @@ void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, C
         entry = to.entries.insert(entry, key);
         entry->second.born = now;
         to.lastBorn = now;
+        const auto named = absentNamedBy_.extract({l, key});
+        if (!named.empty()) { entry->second.namedBy = named.mapped(); }
     } else {
         overtake(l, entry->second.changed, now);
+        namedMore(entry->second.content, -1);
     }
     entry->second.changed = now;
     entry->second.content = std::move(content);
+    namedMore(entry->second.content, 1);
 
     JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
     if (!changeNeeded(l, record)) { return; }
@@ -107,6 +111,8 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
     ++from.count;
     overtake(l, entry->second.changed, now);
     JournalRecord tombstone{.key = key, .content = {}, .at = now, .born = entry->second.born};
+    namedMore(entry->second.content, -1);
+    if (entry->second.namedBy > 0) { absentNamedBy_[{l, key}] = entry->second.namedBy; }
     from.entries.erase(entry);
     for (CursorPosition* reader : readers_) { reader->noteRemoval(l, tombstone); }
     if (tombstoneNeeded(l, tombstone)) {
@@ -145,6 +151,29 @@ const Content* Journal::find(Lane l, const EntryKey& key) const {
     const JournalEntries& entries = lanes_[index(l)].entries;
     const auto entry = entries.find(key);
     return entry != entries.end() ? &entry->second.content : nullptr;
+}
+
+std::size_t Journal::namedBy(const Reference& named) const {
+    const JournalEntries& entries = lanes_[index(named.lane)].entries;
+    const auto entry = entries.find(named.key);
+    if (entry != entries.end()) { return entry->second.namedBy; }
+    const auto absent = absentNamedBy_.find(named);
+    return absent != absentNamedBy_.end() ? absent->second : 0;
+}
+
+/// Counts what the content refers to, up or down by one.
+void Journal::namedMore(const Content& by, int more) {
+    eachNamed(by, [&](const Reference& named) {
+        JournalEntries& entries = lane(named.lane).entries;
+        const auto entry = entries.find(named.key);
+        if (entry != entries.end()) {
+            entry->second.namedBy += static_cast<std::uint32_t>(more);
+            return;
+        }
+        std::uint32_t& absent = absentNamedBy_[named];
+        absent += static_cast<std::uint32_t>(more);
+        if (absent == 0) { absentNamedBy_.erase(named); }
+    });
 }
 
 std::optional<EntryKey> Journal::firstKey(Lane l) const {

@@ -3,6 +3,8 @@
 #include "platform/Gale/JournalEntry.h"
 #include "platform/Gale/JournalLane.h"
 
+#include "absl/container/btree_map.h"
+
 #include <array>
 #include <cstddef>
 #include <functional>
@@ -85,6 +87,19 @@ public:
     /// change.
     const Content* find(Lane lane, const EntryKey& key) const;
 
+    /// So many entries hold a content that refers to this one, be it there or not. Writer's thread.
+    std::size_t namedBy(const Reference& entry) const;
+
+    /// Calls f with each entry that the content refers to.
+    template <class F>
+    void eachNamed(const Content& content, F f) const {
+        if (content.isValue()) {
+            if (options_.referenceOf) { f(options_.referenceOf(content.value())); }
+        } else {
+            for (const Reference& reference : content.references()) { f(reference); }
+        }
+    }
+
     /// The first entry of the lane. Writer's thread.
     std::optional<EntryKey> firstKey(Lane lane) const;
 
@@ -101,6 +116,7 @@ private:
     friend class Cursor;        // the reader's half of the protocol, under mutex_
 
     void put(Lane lane, const EntryKey& key, JournalEntries::iterator entry, Content content);
+    void namedMore(const Content& by, int more);
     void endBatch();
 
     // Under mutex_.
@@ -123,6 +139,8 @@ private:
     Position head_ = 0;  ///< of the latest change of a finished batch
     int batches_ = 0;    ///< nesting; writer's thread only
     bool added_ = false;
+    // namedBy of what is not there; writer's thread only.
+    absl::btree_map<Reference, std::uint32_t> absentNamedBy_;
 };
 
 }  // namespace Gale

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <memory>
 #include <utility>
@@ -15,8 +16,9 @@ namespace Gale {
 /// An entry that is alive.
 struct JournalEntry {
     Content content;
-    Position born = 0;     ///< when it was added; a removal ends the life
-    Position changed = 0;  ///< when it got its present content
+    Position born = 0;          ///< when it was added; a removal ends the life
+    Position changed = 0;       ///< when it got its present content
+    std::uint32_t namedBy = 0;  ///< so many contents of other entries refer to it; the writer's
 };
 
 /// Entries by key, in key order. A key and an entry are so big that a common B-tree holds four of

@@ -4,6 +4,8 @@
 #include "platform/Gale/StampClock.h"
 #include "platform/Vel/Assert.h"
 
+#include <absl/container/inlined_vector.h>
+
 #include <algorithm>
 #include <exception>
 #include <set>
@@ -79,7 +81,9 @@ void Provider::markEach(ListSource& source, NextKey nextKey) {
 void Provider::markHeld(ListSource& source) {
     const Lane lane = source.lane();
     VEL_ASSERT(lanes_[index(lane)].size() == 1);
-    marked(source).backlog.addAll([this, lane](const std::optional<EntryKey>& after) {
+    Marked& held = marked(source);
+    held.cleared = true;
+    held.backlog.addAll([this, lane](const std::optional<EntryKey>& after) {
         return journal_.nextKey(lane, after);
     });
     task_.schedule();
@@ -202,55 +206,64 @@ bool Provider::heldBack(ListSource& source, const EntryKey& key) {
         } else if (Waiting::awaited(reference.lane) && mayCome(reference)) {
             waiting_.add(reference, {&source, key}, scheduler_->clock().now());
             scheduleRelease();
-            keepNamed({source.lane(), key});
             return true;
+        } else {
+            confirm(reference, {source.lane(), key});
         }
     }
     entry_.references.resize(kept);
     return false;
 }
 
-/// The entries that a content names, with f.
-template <class F>
-void Provider::eachNamed(const Content& content, F f) const {
-    if (content.isValue()) {
-        f(view_.referenceOf(content.value()));
-    } else {
-        for (const Reference& reference : content.references()) { f(reference); }
+/// Does what may change an entry or remove it, and sees to those that were kept only for its old
+/// content. Answers whether anything changed, as `change` does.
+template <class Change>
+bool Provider::changing(const Reference& entry, Change change) {
+    absl::InlinedVector<Reference, 4> kept;
+    const Content* const old = postponed_.empty() ? nullptr : journal_.find(entry.lane, entry.key);
+    if (old != nullptr) {
+        journal_.eachNamed(*old, [&](const Reference& named) {
+            if (postponed_.contains(named)) { kept.push_back(named); }
+        });
     }
+    if (!change()) { return false; }
+    for (const Reference& named : kept) {
+        postponed_.at(named).confirmedBy.erase(entry);
+        noLongerKept(named);
+    }
+    return true;
 }
 
-/// The entry stays shown as it was: what it names has to stay, too.
-void Provider::keepNamed(const Reference& held) {
-    const Content* const shown = journal_.find(held.lane, held.key);
-    if (shown == nullptr || !held_.insert(held).second) { return; }
-    eachNamed(*shown, [this](const Reference& named) { ++stillNamed_[named]; });
+/// Lets a postponed removal happen if nobody is left for whom to wait.
+void Provider::noLongerKept(const Reference& entry) {
+    const auto it = postponed_.find(entry);
+    if (it->second.confirmedBy.size() < journal_.namedBy(entry)) { return; }
+    ListSource& source = *it->second.source;
+    mark(source, entry.key);
 }
 
-/// The entry is about to be shown anew or removed: nobody needs any longer what it named.
-void Provider::releaseNamed(const Reference& held) {
-    if (held_.empty() || held_.erase(held) == 0) { return; }
-    eachNamed(*journal_.find(held.lane, held.key), [this](const Reference& named) {
-        const auto it = stillNamed_.find(named);
-        if (--it->second > 0) { return; }
-        stillNamed_.erase(it);
-        const auto node = postponed_.extract(named);
-        if (!node.empty()) { mark(*node.mapped(), named.key); }
-    });
+/// Who names an entry that is gone was looked at, and does so still.
+void Provider::confirm(const Reference& named, const Reference& by) {
+    const auto it = postponed_.find(named);
+    if (it == postponed_.end() || !present(by)) { return; }
+    it->second.confirmedBy.insert(by);
+    noLongerKept(named);
 }
 
 void Provider::show(ListSource& source, const EntryKey& key) {
     if (heldBack(source, key)) { return; }
     const Lane lane = source.lane();
     const Reference self{lane, key};
-    releaseNamed(self);
     postponed_.erase(self);
-    const bool changed = entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp_)
-                                      : journal_.update(lane,
-                                                        key,
-                                                        entry_.notification.bytes(),
-                                                        PackedNotification::kStampBytes,
-                                                        entry_.references);
+    marked(source).cleared = false;
+    const bool changed = changing(self, [&] {
+        return entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp_)
+                            : journal_.update(lane,
+                                              key,
+                                              entry_.notification.bytes(),
+                                              PackedNotification::kStampBytes,
+                                              entry_.references);
+    });
     const bool isNew = changed && journal_.added();
     // Who waits for a present one saw it leaving.
     if (Waiting::awaited(lane) && (isNew || waiting_.size() > 0)) { wake(waiting_.appeared(self)); }
@@ -264,23 +277,30 @@ void Provider::show(ListSource& source, const EntryKey& key) {
 
 void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
     const Reference self{source.lane(), key};
-    if (stillNamed_.contains(self)) {
-        postponed_[self] = &source;
-        // Who names it still may be who waits for it.
-        if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
-    } else {
-        remove(source, key);
+    const Kiln::TimePoint now = scheduler_->clock().now();
+    const auto it = postponed_.find(self);
+    const bool postponed = it != postponed_.end();
+    const std::size_t confirmed = postponed ? it->second.confirmedBy.size() : 0;
+    if (marked(source).cleared || confirmed >= journal_.namedBy(self) ||
+        (postponed && it->second.due <= now)) {
+        if (postponed) { postponed_.erase(it); }
+        return remove(source, key);
     }
+    if (postponed) { return; }
+    postponed_.insert({self, {&source, now + patience_, {}}});
+    postponedByDue_.emplace_back(now + patience_, self);
+    scheduleRelease();
+    // Who names it still may be who waits for it.
+    if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
 }
 
 void Provider::remove(ListSource& source, const EntryKey& key) {
     const Reference self{source.lane(), key};
-    releaseNamed(self);
     const std::int64_t stamp = stamps_.next();
     entry_.notification.clear();
     entry_.notification.stampIs(stamp);
     source.encodeDelete(key, entry_.notification);
-    journal_.remove(self.lane, key, entry_.notification.bytes());
+    changing(self, [&] { return journal_.remove(self.lane, key, entry_.notification.bytes()); });
     stamps_.used(stamp);
     ++statistics_.removed;
     if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
@@ -311,7 +331,28 @@ void Provider::wake(Waiting::Waiters waiters) {
     task_.schedule();
 }
 
+/// Removes one whose patience is over, if there is one.
+bool Provider::releasePostponed() {
+    while (!postponedByDue_.empty()) {
+        const auto [due, entry] = postponedByDue_.front();
+        if (due > scheduler_->clock().now()) { return false; }
+        postponedByDue_.pop_front();
+        const auto it = postponed_.find(entry);
+        if (it == postponed_.end() || it->second.due != due) { continue; }
+        TRACE5("lane {} entry {}/{}/{} is removed, though {} others name it",
+               index(entry.lane),
+               entry.key.scope,
+               entry.key.hi,
+               entry.key.lo,
+               journal_.namedBy(entry));
+        mark(*it->second.source, entry.key);
+        return true;
+    }
+    return false;
+}
+
 bool Provider::release() {
+    if (releasePostponed()) { return true; }
     const auto missing = waiting_.overdue(scheduler_->clock().now());
     if (missing) {
         auto waiters = waiting_.absent(*missing);
@@ -331,10 +372,14 @@ bool Provider::release() {
 
 void Provider::scheduleRelease() {
     if (releaseTask_.scheduled()) { return; }
-    if (const auto due = waiting_.nextDue()) {
-        const auto now = scheduler_->clock().now();
-        releaseTask_.scheduleAfter(*due > now ? *due - now : Kiln::Duration::zero());
+    std::optional<Kiln::TimePoint> due = waiting_.nextDue();
+    if (!postponedByDue_.empty()) {
+        const Kiln::TimePoint first = postponedByDue_.front().first;
+        due = due ? std::min(*due, first) : first;
     }
+    if (!due) { return; }
+    const auto now = scheduler_->clock().now();
+    releaseTask_.scheduleAfter(*due > now ? *due - now : Kiln::Duration::zero());
 }
 
 ProviderStatistics Provider::statistics() const {

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -36,10 +37,14 @@ struct ProviderStatistics {
 /// Carries a view's entries into its journal: notes which entries changed, and encodes each once,
 /// in slices of a task of the given group, lanes in order of reference.
 ///
-/// An entry that names a missing one is held back (its earlier content stays shown, and what that
-/// names) until the missing one appears, or was looked at and is not there, or patience is over. One
-/// that is leaving counts as missing, a look that its source was told after as none. The journal's
-/// references name present entries only. Scheduler's thread.
+/// An entry that names a missing one is held back (its earlier content stays shown) until the missing
+/// one appears, or was looked at and is not there, or patience is over. One that is leaving counts as
+/// missing, a look that its source was told after as none. The journal's references name present
+/// entries only.
+///
+/// An entry that is gone stays shown while a shown content names it, whoever is to be told that it
+/// changes: until nobody names it, or all who do were looked at since, or patience is over. What goes
+/// with all of its source waits for nobody. Scheduler's thread.
 class Provider final : public MarkSink {
 public:
     /// All references outlive the provider. `group` null: priority 3. `onFilled`: all that was there
@@ -65,6 +70,7 @@ private:
         std::unique_ptr<ListSource> source;
         Kiln::Backlog<EntryKey> backlog;
         Kiln::Backlog<EntryKey> removals;  // gone; taken out once nothing is left to show
+        bool cleared = false;              // all went at once, and nothing has come since
     };
 
     void take(std::unique_ptr<ListSource> source);
@@ -79,15 +85,16 @@ private:
     void remove(ListSource& source, const EntryKey& key);
     bool present(const Reference& entry) const;
     bool leaving(const Reference& entry) const;
-    template <class F>
-    void eachNamed(const Content& content, F f) const;
-    void keepNamed(const Reference& held);
-    void releaseNamed(const Reference& held);
+    template <class Change>
+    bool changing(const Reference& entry, Change change);
+    void noLongerKept(const Reference& entry);
+    void confirm(const Reference& named, const Reference& by);
     void removeUnlessNamed(ListSource& source, const EntryKey& key);
     bool mayCome(const Reference& entry) const;
     bool heldBack(ListSource& source, const EntryKey& key);
     void wake(Waiting::Waiters waiters);
     bool release();
+    bool releasePostponed();
     void scheduleRelease();
 
     View& view_;
@@ -99,14 +106,17 @@ private:
     const Kiln::Duration patience_;
     Waiting waiting_;
     std::size_t leaving_ = 0;  // keys in removals
-    // Shown entries whose new content waits: their old one must not name what is gone. Trees: there
-    // may be as many as entries, and a hash map of that size takes longer than a slice whenever it
-    // is made anew.
-    absl::btree_set<Reference> held_;
-    absl::btree_map<Reference, std::uint32_t> stillNamed_;  // by how many of them
-    absl::btree_map<Reference, ListSource*> postponed_;     // removals that wait for them
-    std::function<void()> onFilled_;                        // empty: told
-    std::optional<Kiln::TimePoint> firstPass_;              // when it ended
+    /// An entry that is gone, but named by what is shown. Trees: there may be as many as entries, and a
+    /// hash map of that size takes longer than a slice whenever it is made anew.
+    struct Postponed {
+        ListSource* source = nullptr;
+        Kiln::TimePoint due;                     // when patience is over
+        absl::btree_set<Reference> confirmedBy;  // of those who name it: looked at since
+    };
+    absl::btree_map<Reference, Postponed> postponed_;
+    std::deque<std::pair<Kiln::TimePoint, Reference>> postponedByDue_;  // some no longer postponed
+    std::function<void()> onFilled_;                                    // empty: told
+    std::optional<Kiln::TimePoint> firstPass_;                          // when it ended
     ProviderStatistics statistics_;
     EncodedEntry entry_;      // scratch
     std::int64_t stamp_ = 0;  // of it

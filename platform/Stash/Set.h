@@ -20,6 +20,7 @@ public:
     using Base::keys;
     using Base::nextKey;
     using Base::present;
+    using Base::toldLater;
 
     /// The entry, or nullopt when the key is absent or its entry does not verify.
     std::optional<Entry> entry(const Key& key) const {

@@ -31,12 +31,19 @@ Reader::Mount::~Mount() {
     if (impl_->state != nullptr) { impl_->state->unmount(*impl_); }
 }
 
+std::optional<RecordView> Reader::Mount::Impl::record(std::string_view key) const {
+    if (state == nullptr || table == kRegistry) { return std::nullopt; }
+    return state->snapshot.record(table, key);
+}
+
 std::optional<std::string_view> Reader::Mount::read(std::string_view key) const {
-    if (impl_ == nullptr || impl_->state == nullptr || impl_->table == kRegistry) {
-        return std::nullopt;
-    }
-    const auto record = impl_->state->snapshot.record(impl_->table, key);
+    const auto record = impl_ == nullptr ? std::nullopt : impl_->record(key);
     return record ? std::optional{record->value} : std::nullopt;
+}
+
+bool Reader::Mount::toldLater(std::string_view key) const {
+    const auto record = impl_ == nullptr ? std::nullopt : impl_->record(key);
+    return record && record->sequence > impl_->state->reader.position_;
 }
 
 bool Reader::Mount::present() const {

@@ -70,6 +70,8 @@ public:
         ~Mount();
         /// The record's bytes, or nullopt; the view holds until the end of the scheduler's slice.
         std::optional<std::string_view> read(std::string_view key) const;
+        /// The record is of a change that has not been told yet: reads are not held back.
+        bool toldLater(std::string_view key) const;
         bool present() const;
 
     private:

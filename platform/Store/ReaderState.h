@@ -17,6 +17,8 @@ namespace Store {
 
 /// A mount as the pump sees it.
 struct Reader::Mount::Impl {
+    std::optional<RecordView> record(std::string_view key) const;
+
     Reader::State* state = nullptr;  // null once the reader is gone
     Sink* sink = nullptr;            // null once unmounted
     std::string path;

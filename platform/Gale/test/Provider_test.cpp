@@ -188,6 +188,82 @@ TEST_P(ProviderTest, WhatStayedForAHeldBackEntryLeavesWhenPatienceEnds) {
     EXPECT_EQ(channel().journal.find(Lane::prefixes, {0, 0, 5})->value(), 8U);
 }
 
+/// A group that was told to go and to come again may never be looked at between.
+TEST_P(ProviderTest, WhatAShownEntryNamesStaysThoughNobodyWaits) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    settle();
+    const auto before = statistics();
+    view->beasts.erase(1);
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 1U) << "the herd names it";
+    view->beasts.set(1, "red");
+    settle();
+    EXPECT_EQ(statistics().removed, before.removed);
+    EXPECT_EQ(statistics().changed, before.changed) << "nobody need know that it was gone";
+}
+
+TEST_P(ProviderTest, WhatStayedGoesWithTheLastWhoNamedIt) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    view->herds.set(8, {{1}});
+    settle();
+    view->beasts.erase(1);
+    settle();
+    view->herds.erase(7);
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 1U);
+    view->herds.set(8, {});
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 0U);
+    EXPECT_EQ(shown(Lane::groups), 1U);
+}
+
+TEST_P(ProviderTest, WhatStayedGoesWhenAllWhoNameItWereLookedAt) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    view->fields.set(5, 7);
+    view->fields.set(6, 7);
+    settle();
+    view->herds.erase(7);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U);
+    view->fields.publish(5);
+    settle();
+    view->fields.publish(5);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U) << "one of two";
+    view->fields.publish(6);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(shown(Lane::prefixes), 2U) << "they say so still";
+    view->fields.erase(5);
+    view->herds.set(7, {{1}});
+    settle();
+    view->herds.erase(7);
+    view->fields.publish(6);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U) << "who named it all along is counted again";
+}
+
+TEST_P(ProviderTest, WhatStaysGoesWhenPatienceEnds) {
+    view->beasts.set(1, "red");
+    view->beasts.set(2, "red");
+    view->herds.set(7, {{1, 2}});
+    settle();
+    view->beasts.erase(1);
+    settle();
+    advance(std::chrono::seconds(29));
+    view->beasts.erase(2);
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 2U);
+    advance(std::chrono::seconds(1));
+    EXPECT_EQ(shown(Lane::nextHops), 1U);
+    advance(std::chrono::seconds(29));
+    EXPECT_EQ(shown(Lane::nextHops), 0U);
+    EXPECT_EQ(shown(Lane::groups), 1U);
+}
+
 TEST_P(ProviderTest, PatienceEnds) {
     view->herds.set(7, {{1}});
     view->fields.set(5, 7);

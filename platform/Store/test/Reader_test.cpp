@@ -78,6 +78,26 @@ TEST_F(ReaderTest, AReadHoldsUntilTheEndOfTheSlice) {
     EXPECT_EQ(reader->read(a, "1"), "two");
 }
 
+TEST_F(ReaderTest, AReadGoesAheadOfWhatIsToldAndSaysSo) {
+    tableIs("a");
+    commit();
+    auto reader = makeReader();
+    NotingSink sink{"a", journal};
+    sink.mountIs(*reader, "a", TableKind::table);
+    settle();
+    writer->put(reader->table("a")->id, "1", "one");
+    ASSERT_EQ(writer->commit(), "");
+    Kiln::Task beforeThePump{scheduler, "test", 0, [&] {
+                                 EXPECT_EQ(sink.mount.read("1"), "one");
+                                 EXPECT_TRUE(sink.mount.toldLater("1"));
+                                 EXPECT_FALSE(sink.mount.toldLater("2"));
+                                 return false;
+                             }};
+    beforeThePump.schedule();
+    settleAfterASecond();
+    EXPECT_FALSE(sink.mount.toldLater("1"));
+}
+
 TEST_F(ReaderTest, EqualPutIsNoChangeUnlessRewritten) {
     const TableId a = tableIs("a");
     writer->put(a, "1", "one");
