@@ -25,7 +25,7 @@ Stash::OcNextHopIndex derivedIndex(const std::string& name) {
 }
 
 std::string shown(Pel::FecId id) {
-    const std::string number = std::to_string(fecNumber(id));
+    std::string number = std::to_string(fecNumber(id));
     const auto kind = static_cast<std::size_t>(fecKind(id));
     if (fecKind(id) == FecKind::scenario) { return number; }
     return (kind < kFecKindWords.size() ? std::string{kFecKindWords[kind].first}

@@ -204,7 +204,7 @@ std::string ElementReader::payloadName(Tunnel::PayloadType type) {
 std::optional<std::string> ElementReader::sourceOf(const YamlNode& element) const {
     const YamlNode* node = valueOf(element, "source");
     if (node == nullptr) { return std::string{}; }
-    const auto text = values_.text(*node, kMaxNameBytes);
+    auto text = values_.text(*node, kMaxNameBytes);
     if (text && text->find('/') != std::string::npos) {
         return values_.expected(*node, "a name without '/'");
     }
