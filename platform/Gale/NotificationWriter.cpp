@@ -7,7 +7,12 @@
 
 namespace Gale {
 
-using namespace WireFields;
+using WireFields::appendField;
+using WireFields::appendHead;
+using WireFields::appendVarint;
+using WireFields::fieldSize;
+using WireFields::varintSize;
+using WireFields::varintTag;
 
 namespace {
 

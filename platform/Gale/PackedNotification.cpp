@@ -2,13 +2,14 @@
 
 #include "platform/Gale/GnmiFields.h"
 #include "platform/Gale/WireFields.h"
+#include "platform/Vel/Assert.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace Gale {
 
-using namespace WireFields;
+using WireFields::varintTag;
 
 namespace {
 
@@ -53,20 +54,23 @@ private:
     char* const end_;
 };
 
-std::uint64_t stampOf(std::string_view packed) {
-    return load<std::uint64_t>(packed.data());
-}
-
 }  // namespace
 
 void PackedNotification::clear() {
     bytes_.assign(kPiecesAt + 1, '\0');  // and an empty piece
     run_ = kPiecesAt;
     size_ = 0;
+    stampIs(0);
 }
 
 void PackedNotification::stampIs(std::int64_t nanoseconds) {
-    store(bytes_.data(), nanoseconds);
+    VEL_ASSERT(nanoseconds >= 0 && nanoseconds <= (std::int64_t{1} << 62));
+    bytes_[0] = varintTag(Fields::Notification::timestamp);
+    auto rest = static_cast<std::uint64_t>(nanoseconds);
+    for (std::size_t i = 1; i < kStampBytes; ++i, rest >>= 7U) {
+        const bool more = i + 1 < kStampBytes;
+        bytes_[i] = static_cast<char>((rest & 0x7FU) | (more ? 0x80U : 0U));
+    }
 }
 
 void PackedNotification::append(std::string_view bytes) {
@@ -101,13 +105,13 @@ void PackedNotification::grown(std::size_t bytes) {
 }
 
 std::size_t PackedNotification::unpackedSize(std::string_view packed) {
-    return 1 + varintSize(stampOf(packed)) + load<std::uint32_t>(packed.data() + kSizeAt);
+    return kStampBytes + load<std::uint32_t>(packed.data() + kSizeAt);
 }
 
 void PackedNotification::unpack(std::string_view packed, std::span<char> to) {
-    to[0] = varintTag(Fields::Notification::timestamp);
-    const int stampBytes = protozero::write_varint(to.data() + 1, stampOf(packed));
-    Copier copier{to.subspan(1 + static_cast<std::size_t>(stampBytes))};
+    std::memcpy(to.data(), packed.data(), kStampBytes);
+    Copier copier{to.subspan(kStampBytes)};
+    const std::span<const std::string_view> segments = Segments::byNumber();
     const char* from = packed.data() + kPiecesAt;
     const char* const end = packed.data() + packed.size();
     while (from != end) {
@@ -115,7 +119,7 @@ void PackedNotification::unpack(std::string_view packed, std::span<char> to) {
         copier.put(from, size, static_cast<std::size_t>(end - from));
         from += size;
         if (from == end) { return; }
-        const std::string_view segment = Segments::at(load<std::uint16_t>(from));
+        const std::string_view segment = segments[load<std::uint16_t>(from)];
         copier.put(segment.data(), segment.size(), segment.size() + Segments::kReadable);
         from += sizeof(Segment::number);
     }

@@ -14,7 +14,8 @@ namespace Gale {
 /// paths above all, stands there as the numbers of segments. It is put back when the message is
 /// sent, into the buffer that goes to the wire.
 ///
-///   stamp    8 bytes, nanoseconds since the epoch; on the wire the message's first field
+///   stamp    10 bytes: the message's first field as it stands on the wire. A stamp of before 1973
+///            is written in as many bytes as those of our time, which protobuf allows
 ///   size     4 bytes: of all the rest once it is unpacked
 ///   pieces   each: 1 byte n, n bytes as they are, 2 bytes number of a segment; the last may end
 ///            after its n bytes
@@ -23,12 +24,13 @@ namespace Gale {
 class PackedNotification final {
 public:
     /// Bytes at the front that hold the stamp.
-    static constexpr std::size_t kStampBytes = 8;
+    static constexpr std::size_t kStampBytes = 10;
 
     PackedNotification() { clear(); }
 
     /// Stamp 0 and nothing else.
     void clear();
+    /// Since the epoch, 0 to 2^62.
     void stampIs(std::int64_t nanoseconds);
     void append(std::string_view bytes);
     void append(const Segment& segment);

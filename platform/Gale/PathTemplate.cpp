@@ -8,7 +8,10 @@
 
 namespace Gale {
 
-using namespace WireFields;
+using WireFields::appendField;
+using WireFields::appendHead;
+using WireFields::fieldSize;
+using WireFields::lengthTag;
 
 namespace {
 

@@ -24,7 +24,7 @@ Table& table() {
 
 // Outside the table: a reader takes no lock. An element is written before its number is known to
 // anybody, and never again.
-std::array<std::string_view, kMost + 1> byNumber;
+std::array<std::string_view, kMost + 1> numbered;
 
 }  // namespace
 
@@ -38,13 +38,13 @@ const Segment& of(std::string_view bytes) {
     added->second.bytes = added->first;
     if (bytes.size() >= kLeastBytes && in.numbers < kMost) {
         added->second.number = static_cast<std::uint16_t>(++in.numbers);
-        byNumber[in.numbers] = added->second.bytes;
+        numbered[in.numbers] = added->second.bytes;
     }
     return added->second;
 }
 
-std::string_view at(std::uint16_t number) {
-    return byNumber[number];
+std::span<const std::string_view> byNumber() {
+    return numbered;
 }
 
 }  // namespace Gale::Segments

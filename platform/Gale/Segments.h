@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace Gale {
@@ -27,8 +28,9 @@ inline constexpr std::size_t kReadable = 32;
 
 /// The one segment of these bytes. Any thread.
 const Segment& of(std::string_view bytes);
-/// The bytes of a number that of() has given out. Any thread that was told it.
-std::string_view at(std::uint16_t number);
+/// By number, the bytes; empty where of() has not given out the number. Any thread may read those
+/// whose numbers it was told.
+std::span<const std::string_view> byNumber();
 
 }  // namespace Segments
 

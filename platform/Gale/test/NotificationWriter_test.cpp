@@ -73,16 +73,16 @@ TEST(NotificationWriter, WritesWhatProtobufReads) {
 TEST(NotificationWriter, DeletesWithAnAbsolutePath) {
     PackedNotification notification;
     NotificationWriter writer{notification};
-    notification.stampIs(5);
+    notification.stampIs(1'700'000'000'000'000'000);
     writer.deletion("openconfig", PathTemplate{"a/b[k]"}, Keys{"one", "unused"});
-    expectIs(notification, R"(timestamp: 5 prefix { origin: 'openconfig' }
+    expectIs(notification, R"(timestamp: 1700000000000000000 prefix { origin: 'openconfig' }
                        delete { elem { name: 'a' } elem { name: 'b' key { key: 'k' value: 'one' } } })");
 }
 
 TEST(LeafFilter, KeepsWhatIsCovered) {
     PackedNotification notification;
     NotificationWriter writer{notification};
-    notification.stampIs(5);
+    notification.stampIs(1'700'000'000'000'000'000);
     writer.prefix(PathTemplate{"a/b[k]", "openconfig"}, Keys{"one", ""});
     writer.leaf(PathTemplate{"x"}, {}, std::uint64_t{1});
     writer.leaf(PathTemplate{"y"}, {}, std::uint64_t{2});

@@ -64,16 +64,29 @@ TEST(PackedNotification, TextOfAnyLengthStaysWhole) {
     }
 }
 
-TEST(PackedNotification, StampsOfAnySizeAreAsOnTheWire) {
-    for (const std::int64_t stamp : {std::int64_t{1},
-                                     std::int64_t{127},
-                                     std::int64_t{128},
-                                     kStamp,
-                                     (std::int64_t{1} << 62) - 1}) {
+TEST(PackedNotification, StampsOfOurTimeAreAsProtobufWritesThem) {
+    for (const std::int64_t stamp :
+         {std::int64_t{1} << 56, kStamp, (std::int64_t{1} << 62) - 1, std::int64_t{1} << 62}) {
         PackedNotification packed;
         packed.append("rest");
         packed.stampIs(stamp);
         EXPECT_EQ(unpacked(packed), stamped(stamp, "rest"));
+    }
+}
+
+TEST(PackedNotification, EarlierStampsAreReadByProtobuf) {
+    for (const std::int64_t stamp : {std::int64_t{0},
+                                     std::int64_t{1},
+                                     std::int64_t{127},
+                                     std::int64_t{128},
+                                     (std::int64_t{1} << 56) - 1}) {
+        PackedNotification packed;
+        packed.stampIs(stamp);
+        const std::string bytes = unpacked(packed);
+        EXPECT_EQ(bytes.size(), PackedNotification::kStampBytes);
+        gnmi::Notification notification;
+        EXPECT_TRUE(notification.ParseFromString(bytes));
+        EXPECT_EQ(notification.timestamp(), stamp);
     }
 }
 

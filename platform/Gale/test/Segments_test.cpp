@@ -15,7 +15,7 @@ TEST(Segments, AreKeptOnce) {
     const Segment& first = Segments::of("some bytes");
     EXPECT_EQ(&Segments::of(std::string{"some bytes"}), &first);
     EXPECT_EQ(first.bytes, "some bytes");
-    EXPECT_EQ(Segments::at(first.number), "some bytes");
+    EXPECT_EQ(Segments::byNumber()[first.number], "some bytes");
     EXPECT_NE(Segments::of("other bytes").number, first.number);
 }
 
@@ -24,7 +24,9 @@ TEST(Segments, MayBeMadeWhileOthersAreRead) {
     std::thread other{[] {
         for (int i = 0; i < 1000; ++i) { Segments::of("made beside " + std::to_string(i)); }
     }};
-    for (int i = 0; i < 1000; ++i) { ASSERT_EQ(Segments::at(known.number), "known before"); }
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(Segments::byNumber()[known.number], "known before");
+    }
     other.join();
 }
 
@@ -44,7 +46,7 @@ TEST(Segments, BeyondTheLastNumberBytesAreWrittenOut) {
     packed.append(Segments::of("some bytes"));
     std::string bytes;
     PackedNotification::unpack(packed.bytes(), bytes);
-    EXPECT_EQ(bytes.substr(2), "one too manysome bytes");
+    EXPECT_EQ(bytes.substr(PackedNotification::kStampBytes), "one too manysome bytes");
 }
 
 }  // namespace
