@@ -93,8 +93,12 @@ bool Flatten::collect(FlatDiff& diff, std::size_t budget) {
         vtis_.forgetRestored();
     }
     vtis_.update();
-    if (auto vtis = vtis_.take()) { diff.vtis.push_back(std::move(*vtis)); }
+    if (vtis_.dirty()) { takeVtis(diff); }
     return !drained() || !idleFecs_.empty();
+}
+
+void Flatten::takeVtis(FlatDiff& diff) {
+    if (auto vtis = vtis_.take()) { diff.vtis.push_back(std::move(*vtis)); }
 }
 
 bool Flatten::drained() const {

@@ -98,6 +98,7 @@ private:
 
     void takeChanges(FlatDiff& diff);
     void takeEverything(FlatDiff& diff);
+    void takeVtis(FlatDiff& diff);
     void refreshLinks(std::size_t& budget);
     void refreshNeighbours(std::size_t& budget);
     void refresh(AdjacencyId id, bool renamed);

@@ -102,7 +102,7 @@ void VtiTable::unnamed(const AdjacencyKey& key) {
     if (uncount(namedVnis_, key.ifindex, vni) || localGone) { stale_.insert(key.ifindex); }
 }
 
-void VtiTable::update() {
+void VtiTable::refreshStale() {
     for (const std::uint32_t ifindex : stale_) { refresh(ifindex); }
     stale_.clear();
 }
@@ -147,7 +147,6 @@ void VtiTable::refresh(std::uint32_t ifindex) {
 }
 
 std::optional<Vxlan::VtiStatusDirRecord> VtiTable::take() {
-    if (!dirty_) { return std::nullopt; }
     dirty_ = false;
     Vxlan::VtiStatusDirRecord now;
     for (const auto& [ifindex, vti] : vtis_) { now.vti[vti.status.name] = vti.status; }

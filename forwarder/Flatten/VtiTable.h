@@ -48,8 +48,12 @@ public:
     void named(const AdjacencyKey& key);
     void unnamed(const AdjacencyKey& key);
     /// Works off what has changed.
-    void update();
-    /// The directory, when it is another one than the last that was taken.
+    void update() {
+        if (!stale_.empty()) { refreshStale(); }
+    }
+    /// Whether the directory may be another one than the last that was taken.
+    bool dirty() const { return dirty_; }
+    /// The directory, when it is.
     std::optional<Vxlan::VtiStatusDirRecord> take();
 
     /// The tunnel interface that an adjacency leaves by; null: none.
@@ -65,6 +69,7 @@ private:
     template <class Key>
     using Counts = absl::btree_map<std::pair<std::uint32_t, Key>, std::uint32_t>;  // by ifindex
 
+    void refreshStale();
     void refresh(std::uint32_t ifindex);
     template <class Visit>
     void forEachNamed(std::uint32_t ifindex, Visit visit) const;

@@ -20,7 +20,7 @@ namespace {
 
 // One message, however large: a notification of a group of the largest size is below 64 KiB with
 // its attributes, and dumps come in pieces of 32 KiB.
-constexpr std::size_t kDatagram = 256 * 1024;
+constexpr std::size_t kDatagram = 256UL * 1024;
 
 constexpr int kGroups[] = {
     RTNLGRP_LINK, RTNLGRP_NEIGH, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEXTHOP};
