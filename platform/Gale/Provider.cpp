@@ -205,6 +205,7 @@ bool Provider::heldBack(ListSource& source, const EntryKey& key) {
             entry_.references[kept++] = reference;
         } else if (Waiting::awaited(reference.lane) && mayCome(reference)) {
             waiting_.add(reference, {&source, key}, scheduler_->clock().now());
+            waiting_.notGivenUp({source.lane(), key});
             scheduleRelease();
             return true;
         } else {

@@ -33,6 +33,8 @@ public:
     /// Whether the missing entry is known not to come.
     bool givenUp(const Reference& missing) const { return absent_.contains(missing); }
     void add(const Reference& missing, const Waiter& waiter, Kiln::TimePoint now);
+    /// The entry is there, but waits itself: it may come after all.
+    void notGivenUp(const Reference& entry) { absent_.erase(entry); }
     /// The entry is there: those who waited for it.
     Waiters appeared(const Reference& entry);
     /// The entry was looked at and is not there: those who waited for it in vain.

@@ -77,6 +77,27 @@ TEST_P(ProviderTest, ALookFromBeforeAnEntryWasToldAgainIsNoAnswer) {
     EXPECT_EQ(statistics().waiting, 0U);
 }
 
+TEST_P(ProviderTest, AnEntryThatWaitsItselfMayComeThoughItWasLookedAtBefore) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    settle();
+    view->herds.erase(7);
+    view->beasts.erase(1);
+    settle();
+    ASSERT_EQ(statistics().removed, 2U);
+    view->pendingBeasts = {1};
+    view->herds.set(7, {{1}});
+    view->fields.set(5, 7);
+    settle();
+    EXPECT_EQ(shown(Lane::prefixes), 0U) << "the herd waits for its member";
+    view->pendingBeasts = {};
+    view->beasts.set(1, "red");
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 1U);
+    EXPECT_EQ(shown(Lane::prefixes), 1U);
+    EXPECT_EQ(statistics().waiting, 0U);
+}
+
 TEST_P(ProviderTest, AnEntryThatIsLeavingIsNotNamedAnew) {
     view->herds.set(7, {});
     settle();
