@@ -122,6 +122,42 @@ class Examples(Case):
             self.assertIn(f"examples/{name}.yaml", readme)
 
 
+class Invalid(Case):
+    """What no healthy producer publishes, played with `invalid: allow`, costs itself only."""
+
+    SCENARIO = {
+        "scenario": 1, "invalid": "allow",
+        "vtis": [{"name": "Vxlan1", "vtep": "192.0.2.11", "vlans": {0: 7000, 16384: 9000}}],
+        "nextHops": [
+            {"name": "plain", "index": 1, "address": "198.51.100.1"},
+            {"name": "vlan too large", "index": 2, "address": "192.0.2.12",
+             "vxlan": {"vti": "Vxlan1", "vlan": 16384}},
+            {"name": "fifteen labels", "index": 3, "address": "198.51.100.3", "labels": list(range(100, 115))},
+            {"name": "fourteen labels", "index": 4, "address": "198.51.100.4", "labels": list(range(100, 114))},
+        ],
+        "fecs": [{"id": 41, "members": ["plain", "vlan too large", "fifteen labels", "fourteen labels"]}],
+    }
+
+    def test_a_vlan_out_of_bounds_counts_as_0_and_a_stack_too_deep_is_not_exported(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        path = os.path.join(folder.name, "invalid.yaml")
+        with open(path, "w", encoding="utf-8") as file:
+            yaml.safe_dump(self.SCENARIO, file)
+        self.lab = Lab(links=0, scenario=path)
+        self.addCleanup(self.lab.close)
+        self.lab.enable().start()
+        stream = self.subscribe(origin="pel")
+        hops = "/AftExport/OpenConfig/afts/aftContainer/nextHops"
+        group = "/AftExport/OpenConfig/afts/aftContainer/nextHopGroups"
+        stream.wait(lambda s: any(leaf.startswith(group) for leaf in s.tree), "the group", 60)
+        shown = {leaf[len(hops):].split("/")[0] for leaf in stream.tree if leaf.startswith(hops + "[")}
+        self.assertEqual(shown, {"[index=1]", "[index=2]", "[index=4]"}, self.lab.logs())
+        vnis = {leaf: value for leaf, value in stream.tree.items() if leaf.startswith(hops) and "vni" in leaf.lower()}
+        self.assertEqual(list(vnis.values()), [7000], vnis)
+        self.assertEqual(len(stream.tree[hops + "[index=4]/pushedMplsLabelStack"]), 14)
+
+
 class Up(unittest.TestCase):
     """`pel up --scenario`, which `make run ARGS="--scenario ..."` calls."""
 
