@@ -2,10 +2,35 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <thread>
 #include <type_traits>
 
 #include "platform/Vel/Assert.h"
+
+// Known to other sources: what nobody else can call is compiled in another way.
+namespace Unwound {
+
+struct Held : Vel::RefCounted {};
+struct Holder {
+    Vel::Ref<Held> held;
+};
+struct HoldFor {
+    HoldFor(Holder& h, const Vel::Ref<Held>& object) : holder{h} { holder.held = object; }
+    HoldFor(const HoldFor&) = delete;
+    HoldFor& operator=(const HoldFor&) = delete;
+    ~HoldFor() { holder.held = nullptr; }
+    Holder& holder;
+};
+[[gnu::noinline]] void maybeThrow(bool throws) {
+    if (throws) { throw std::runtime_error{"thrown"}; }
+}
+[[gnu::noinline]] void hold(Holder& holder, const Vel::Ref<Held>& object, bool throws) {
+    const HoldFor guard{holder, object};
+    maybeThrow(throws);
+}
+
+}  // namespace Unwound
 
 namespace {
 
@@ -86,6 +111,16 @@ TEST(Ref, AReferenceTakenInTheDestructorDoesNotDeleteAgain) {
     int ends = 0;
     Vel::make<RefersToItselfAtItsEnd>(ends);
     EXPECT_EQ(ends, 1);
+}
+
+TEST(Ref, WhatAnExceptionUnwindsIsGivenBack) {
+    const Vel::Ref<Unwound::Held> object = Vel::make<Unwound::Held>();
+    Unwound::Holder holder;
+    hold(holder, object, false);
+    EXPECT_TRUE(object.unique());
+    EXPECT_THROW(hold(holder, object, true), std::runtime_error);
+    EXPECT_EQ(holder.held, nullptr);
+    EXPECT_TRUE(object.unique());
 }
 
 TEST(RefDeathTest, ANullReferenceIsNotFollowed) {
