@@ -23,6 +23,13 @@ bool sameButStamp(const Content& content,
                heldReferences.begin(), heldReferences.end(), references.begin(), references.end());
 }
 
+bool namesTheSame(const Content& one, const Content& other) {
+    if (one.isValue() || other.isValue()) { return false; }
+    const auto a = one.references();
+    const auto b = other.references();
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
+
 std::string_view asAnnex(std::span<const Reference> references) {
     return {reinterpret_cast<const char*>(references.data()), references.size_bytes()};
 }
@@ -76,28 +83,35 @@ bool Journal::updateValue(Lane l, const EntryKey& key, std::uint64_t value, std:
 void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, Content content) {
     const Batch batch{*this};
     JournalLane& to = lane(l);
-    const std::lock_guard lock{mutex_};
-    const Position now = ++last_;
-    ++to.count;
     added_ = entry == to.entries.end() || entry->first != key;
-    if (added_) {
-        entry = to.entries.insert(entry, key);
-        entry->second.born = now;
-        to.lastBorn = now;
+    const bool namesOthers = added_ || !namesTheSame(entry->second.content, content);
+    // Who names whom is the writer's business alone: no cursor waits for that.
+    if (!added_ && namesOthers) { namedMore(entry->second.content, -1); }
+    {
+        const std::lock_guard lock{mutex_};
+        const Position now = ++last_;
+        ++to.count;
+        if (added_) {
+            entry = to.entries.insert(entry, key);
+            entry->second.born = now;
+            to.lastBorn = now;
+        } else {
+            overtake(l, entry->second.changed, now);
+        }
+        entry->second.changed = now;
+        entry->second.content = std::move(content);
+
+        JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
+        if (changeNeeded(l, record)) {
+            record.content = entry->second.content;
+            to.changes.append(std::move(record));
+        }
+    }
+    if (added_ && !absentNamedBy_.empty()) {
         const auto named = absentNamedBy_.extract({l, key});
         if (!named.empty()) { entry->second.namedBy = named.mapped(); }
-    } else {
-        overtake(l, entry->second.changed, now);
-        namedMore(entry->second.content, -1);
     }
-    entry->second.changed = now;
-    entry->second.content = std::move(content);
-    namedMore(entry->second.content, 1);
-
-    JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
-    if (!changeNeeded(l, record)) { return; }
-    record.content = entry->second.content;
-    to.changes.append(std::move(record));
+    if (namesOthers) { namedMore(entry->second.content, 1); }
 }
 
 bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) {
@@ -106,13 +120,13 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
     if (entry == from.entries.end()) { return false; }
 
     const Batch batch{*this};
+    namedMore(entry->second.content, -1);
+    if (entry->second.namedBy > 0) { absentNamedBy_[{l, key}] = entry->second.namedBy; }
     const std::lock_guard lock{mutex_};
     const Position now = ++last_;
     ++from.count;
     overtake(l, entry->second.changed, now);
     JournalRecord tombstone{.key = key, .content = {}, .at = now, .born = entry->second.born};
-    namedMore(entry->second.content, -1);
-    if (entry->second.namedBy > 0) { absentNamedBy_[{l, key}] = entry->second.namedBy; }
     from.entries.erase(entry);
     for (CursorPosition* reader : readers_) { reader->noteRemoval(l, tombstone); }
     if (tombstoneNeeded(l, tombstone)) {

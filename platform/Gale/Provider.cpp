@@ -82,7 +82,7 @@ void Provider::markHeld(ListSource& source) {
     const Lane lane = source.lane();
     VEL_ASSERT(lanes_[index(lane)].size() == 1);
     Marked& held = marked(source);
-    held.cleared = true;
+    if (!std::exchange(held.cleared, true)) { ++cleared_; }
     held.backlog.addAll([this, lane](const std::optional<EntryKey>& after) {
         return journal_.nextKey(lane, after);
     });
@@ -256,7 +256,7 @@ void Provider::show(ListSource& source, const EntryKey& key) {
     const Lane lane = source.lane();
     const Reference self{lane, key};
     postponed_.erase(self);
-    marked(source).cleared = false;
+    if (cleared_ > 0 && std::exchange(marked(source).cleared, false)) { --cleared_; }
     const bool changed = changing(self, [&] {
         return entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp_)
                             : journal_.update(lane,
@@ -282,7 +282,7 @@ void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
     const auto it = postponed_.find(self);
     const bool postponed = it != postponed_.end();
     const std::size_t confirmed = postponed ? it->second.confirmedBy.size() : 0;
-    if (marked(source).cleared || confirmed >= journal_.namedBy(self) ||
+    if ((cleared_ > 0 && marked(source).cleared) || confirmed >= journal_.namedBy(self) ||
         (postponed && it->second.due <= now)) {
         if (postponed) { postponed_.erase(it); }
         return remove(source, key);

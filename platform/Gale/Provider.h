@@ -106,6 +106,7 @@ private:
     const Kiln::Duration patience_;
     Waiting waiting_;
     std::size_t leaving_ = 0;  // keys in removals
+    std::size_t cleared_ = 0;  // sources
     /// An entry that is gone, but named by what is shown. Trees: there may be as many as entries, and a
     /// hash map of that size takes longer than a slice whenever it is made anew.
     struct Postponed {
