@@ -5,13 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "forwarder/Flatten/test/FlattenBed.h"
 #include "forwarder/Publish/JoinedDiff.h"
-#include "forwarder/Publish/Publish.h"
+#include "forwarder/Publish/test/PublishBed.h"
 #include "model/Vxlan/VtiStatusDir.h"
 #include "platform/Hubdb/Publisher.h"
-#include "platform/Store/Writer.h"
-#include "test/support/TempDir.h"
 
 namespace Pel::Forwarder {
 namespace {
@@ -21,23 +18,8 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using Dir = Vxlan::VtiStatusDir;
 
-class PublishVxlan : public testing::Test {
+class PublishVxlan : public PublishBed {
 protected:
-    PublishVxlan() { start(); }
-
-    /// A forwarder (again), with what is published read back.
-    void start() {
-        publish.reset();
-        writer.reset();
-        bed = std::make_unique<FlattenBed>();
-        options.directory = dir.path() / "store";
-        std::string error;
-        auto environment = Store::Environment::open(options, Store::Access::write, error);
-        ASSERT_NE(environment, nullptr) << error;
-        writer = std::make_unique<Store::Writer>(environment);
-        publish = std::make_unique<Publish>(bed->flatten, *writer, clock);
-        ASSERT_EQ(publish->open(), "");
-    }
     void describe() {
         Link link = FlattenBed::vxlan(10, "vxb", 0);
         link.vniFilter = true;
@@ -46,9 +28,6 @@ protected:
         bed->fib.apply(VniFilter{10, {{5001, 5002}}});
         bed->add(FlattenBed::route("198.51.1.0/24",
                                    {FlattenBed::tunnel("10.9.0.2", 10, 7002, "10.0.1.2")}));
-    }
-    void settle() {
-        while (publish->run([] { return false; })) {}
     }
     /// "name address vlan=vni ..." of each tunnel interface in the store.
     std::vector<std::string> vtis() {
@@ -67,13 +46,6 @@ protected:
         }
         return result;
     }
-
-    TestSupport::TempDir dir;
-    Store::Options options;
-    Kiln::VirtualClock clock;
-    std::unique_ptr<FlattenBed> bed;
-    std::unique_ptr<Store::Writer> writer;
-    std::unique_ptr<Publish> publish;
 };
 
 TEST_F(PublishVxlan, TunnelInterfacesAreInTheStoreWhileThereAreSome) {

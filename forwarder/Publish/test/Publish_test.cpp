@@ -1,5 +1,3 @@
-#include "forwarder/Publish/Publish.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,15 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "forwarder/Flatten/test/FlattenBed.h"
+#include "forwarder/Publish/test/PublishBed.h"
 #include "model/Fec/FlattenFec.h"
 #include "model/Fec/FlattenFecNextHop.h"
 #include "model/Fec/FlattenFecSet.h"
 #include "platform/Kiln/TaskScheduler.h"
 #include "platform/Stash/Manager.h"
 #include "platform/Store/Reader.h"
-#include "platform/Store/Writer.h"
-#include "test/support/TempDir.h"
 
 namespace Pel::Forwarder {
 namespace {
@@ -104,24 +100,8 @@ public:
     Store::Reader::Mount state;
 };
 
-class PublishTest : public testing::Test {
+class PublishTest : public PublishBed {
 protected:
-    PublishTest() { start(); }
-
-    /// A forwarder (again): a new model, what is published read back.
-    void start(std::size_t mapBytes = std::size_t{64} << 20) {
-        publish.reset();
-        writer.reset();
-        bed = std::make_unique<FlattenBed>();
-        options.directory = dir.path() / "store";
-        options.mapBytes = mapBytes;
-        std::string error;
-        auto environment = Store::Environment::open(options, Store::Access::write, error);
-        ASSERT_NE(environment, nullptr) << error;
-        writer = std::make_unique<Store::Writer>(environment);
-        publish = std::make_unique<Publish>(bed->flatten, *writer, clock);
-        ASSERT_EQ(publish->open(), "");
-    }
     void describe() {
         bed->link(1, "e1");
         bed->link(2, "e2");
@@ -136,17 +116,6 @@ protected:
         red.table = 1001;
         bed->add(red);
     }
-    void settle() {
-        while (publish->run([this] { return yields; })) {}
-    }
-
-    TestSupport::TempDir dir;
-    Store::Options options;
-    Kiln::VirtualClock clock;
-    std::unique_ptr<FlattenBed> bed;
-    std::unique_ptr<Store::Writer> writer;
-    std::unique_ptr<Publish> publish;
-    bool yields = false;
 };
 
 TEST_F(PublishTest, AgentSeesFecsNextHopsRoutesAndVrfs) {
