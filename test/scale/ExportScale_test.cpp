@@ -5,20 +5,12 @@
 #include <memory>
 #include <string>
 
-#include "PelOpenConfig/PelOpenConfigAgent.h"
 #include "forwarder/Publish/FlatStore.h"
-#include "forwarder/Scenario/Generator.h"
-#include "forwarder/Scenario/ScenarioPublish.h"
-#include "model/Registration.h"
-#include "model/Tolo/Config.h"
-#include "model/View/OpenConfigView.h"
-#include "platform/AgentHost/Host.h"
 #include "platform/Gale/Wire/test/WireClient.h"
-#include "platform/Hubdb/Publisher.h"
 #include "proto/gnmi.pb.h"
+#include "test/scale/AgentOnStore.h"
 #include "test/scale/Collector.h"
 #include "test/support/Scale.h"
-#include "test/support/TempDir.h"
 
 namespace Pel::Scale {
 namespace {
@@ -32,13 +24,9 @@ Forwarder::GeneratorOptions wholeScale() {
 
 /// Agent and client on the test's thread, by turns; a task of the agent's scheduler keeps the client
 /// talking while the agent works, so that it is never taken for dead. Waits have no bound but the test's own.
-class ExportScale : public testing::Test {
+class ExportScale : public AgentOnStore {
 protected:
     void SetUp() override {
-        registerModelTypes();
-        OcApi::registerOpenConfigView();
-        config.root = dir.path();
-        config.gnmi.wire.port = 0;
         exportIs(true);
         publish(wholeScale());
         Forwarder::Generator generator{wholeScale()};
@@ -47,10 +35,7 @@ protected:
         }
         ASSERT_EQ(wanted.size(), TestSupport::scale() + TestSupport::scale() / 4 * 2);
 
-        host =
-            std::make_unique<AgentHost::Host>(config, clock, std::make_unique<Kiln::YieldByTime>());
-        ASSERT_EQ(host->open(), "");
-        ASSERT_EQ(host->start(agentFactory), "");
+        ASSERT_NO_FATAL_FAILURE(start());
         talk = std::make_unique<Kiln::Task>(host->scheduler(), "Client", 1, [this] {
             if (client) { (void)client->pump(); }
             talk->scheduleAfter(std::chrono::milliseconds{5});
@@ -70,34 +55,11 @@ protected:
     }
     void TearDown() override {
         talk.reset();
-        if (host) { host->stop(); }
+        AgentOnStore::TearDown();
     }
 
-    std::unique_ptr<Store::Writer> writer(const std::filesystem::path& directory) const {
-        Store::Options options;
-        options.directory = directory;
-        options.mapBytes = config.stateMapBytes;
-        std::string error;
-        auto environment = Store::Environment::open(options, Store::Access::write, error);
-        EXPECT_EQ(error, "");
-        return std::make_unique<Store::Writer>(std::move(environment));
-    }
-    /// What a forwarder does that starts, brings the store to this state, and ends.
-    void publish(const Forwarder::GeneratorOptions& options) {
-        const auto to = writer(config.stateDirectory());
-        Forwarder::Generator generator{options};
-        Forwarder::ScenarioPublish publisher{generator, *to, clock};
-        ASSERT_EQ(publisher.open(), "");
-        while (publisher.run([] { return false; })) {}
-        ASSERT_TRUE(publisher.ready()) << publisher.failure();
-    }
-    void exportIs(bool enabled) {
-        const auto to = writer(config.configurationDirectory());
-        Hubdb::Publisher{*to}.entityIs(Tolo::Config::kPath,
-                                       Tolo::Config::kType,
-                                       Mesa::RecordCodec<Tolo::ConfigRecord>::encode({enabled}));
-        ASSERT_EQ(to->commit(), "");
-        if (!host) { return; }
+    void exportChanges(bool enabled) {
+        exportIs(enabled);
         bool read = false;
         AgentHost::CommandRequest request;
         request.command = "config reload";
@@ -133,11 +95,7 @@ protected:
         return {name, value};
     }
 
-    TestSupport::TempDir dir;
-    AgentHost::HostConfig config;
-    Kiln::SteadyClock clock;
     Entries wanted;
-    std::unique_ptr<AgentHost::Host> host;
     std::unique_ptr<Kiln::Task> talk;
     std::unique_ptr<Gale::Wire::WireClient> client;
     std::uint32_t stream = 0;
@@ -146,9 +104,9 @@ protected:
 
 TEST_F(ExportScale, AClientHoldsWhatWasProgrammedThroughDisablingAndRemoval) {
     ASSERT_NO_FATAL_FAILURE(untilEverythingIsThere());
-    exportIs(false);
+    exportChanges(false);
     ASSERT_NO_FATAL_FAILURE(untilNothingIsLeft());
-    exportIs(true);
+    exportChanges(true);
     ASSERT_NO_FATAL_FAILURE(untilEverythingIsThere());
     publish(kNothing);
     ASSERT_NO_FATAL_FAILURE(untilNothingIsLeft());

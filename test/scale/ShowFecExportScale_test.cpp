@@ -9,17 +9,9 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "PelOpenConfig/PelOpenConfigAgent.h"
-#include "forwarder/Scenario/Generator.h"
-#include "forwarder/Scenario/ScenarioPublish.h"
-#include "model/Registration.h"
-#include "model/Tolo/Config.h"
-#include "model/View/OpenConfigView.h"
-#include "platform/AgentHost/Host.h"
 #include "platform/AgentHost/test/ControlPeer.h"
-#include "platform/Hubdb/Publisher.h"
+#include "test/scale/AgentOnStore.h"
 #include "test/support/Scale.h"
-#include "test/support/TempDir.h"
 
 namespace Pel::Scale {
 namespace {
@@ -33,44 +25,13 @@ std::uint64_t ownMemory() {
     return 0;
 }
 
-class ShowFecExportScale : public testing::Test {
+class ShowFecExportScale : public AgentOnStore {
 protected:
     void SetUp() override {
-        registerModelTypes();
-        OcApi::registerOpenConfigView();
-        config.root = dir.path();
-        config.gnmi.wire.port = 0;
-        const auto configuration = writer(config.configurationDirectory());
-        Hubdb::Publisher{*configuration}.entityIs(
-            Tolo::Config::kPath,
-            Tolo::Config::kType,
-            Mesa::RecordCodec<Tolo::ConfigRecord>::encode({true}));
-        ASSERT_EQ(configuration->commit(), "");
-        const auto state = writer(config.stateDirectory());
-        Forwarder::Generator generator{{fecs, fecs, 0, 0, 1}};
-        Forwarder::ScenarioPublish publisher{generator, *state, clock};
-        ASSERT_EQ(publisher.open(), "");
-        while (publisher.run([] { return false; })) {}
-        ASSERT_TRUE(publisher.ready()) << publisher.failure();
-
-        host =
-            std::make_unique<AgentHost::Host>(config, clock, std::make_unique<Kiln::YieldByTime>());
-        ASSERT_EQ(host->open(), "");
-        ASSERT_EQ(host->start(agentFactory), "");
+        exportIs(true);
+        publish({fecs, fecs, 0, 0, 1});
+        ASSERT_NO_FATAL_FAILURE(start());
         while (!exported()) { host->scheduler()->runUntilIdle(); }
-    }
-    void TearDown() override {
-        if (host) { host->stop(); }
-    }
-
-    std::unique_ptr<Store::Writer> writer(const std::filesystem::path& directory) const {
-        Store::Options options;
-        options.directory = directory;
-        options.mapBytes = config.stateMapBytes;
-        std::string error;
-        auto environment = Store::Environment::open(options, Store::Access::write, error);
-        EXPECT_EQ(error, "");
-        return std::make_unique<Store::Writer>(std::move(environment));
     }
     bool exported() const {
         const auto& aft = dynamic_cast<Oc::Agent&>(*host->agent()).aftContainer();
@@ -123,10 +84,6 @@ protected:
     }
 
     const std::uint64_t fecs = TestSupport::scale();
-    TestSupport::TempDir dir;
-    AgentHost::HostConfig config;
-    Kiln::SteadyClock clock;
-    std::unique_ptr<AgentHost::Host> host;
     Kiln::Duration longest{};
     std::uint64_t slices = 0;
     std::uint64_t rounds = 0;
