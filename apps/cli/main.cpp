@@ -10,7 +10,7 @@
 #include "apps/cli/ControlClient.h"
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/ScenarioCommand.h"
-#include "apps/cli/ShowFecExport.h"
+#include "apps/cli/ShowCommands.h"
 #include "apps/cli/TraceCommand.h"
 #include "apps/cli/UpCommand.h"
 #include "apps/cli/WatchCommand.h"
@@ -34,8 +34,6 @@ private:
     void addTrace();
     void addConfig();
     void addScenario();
-    void addShow();
-    void addShowFecExport(CLI::App& show);
     void rootOption(CLI::App& command) {
         command.add_option("--root", root_, "Directory of the agent and its stores")
             ->capture_default_str();
@@ -45,7 +43,6 @@ private:
             ->check(CLI::Range(1, 3'600'000))
             ->capture_default_str();
     }
-    int ask(const std::string& command, const std::map<std::string, std::string>& parameters) const;
     int setExport() const;
     int showConfig() const;
 
@@ -56,7 +53,6 @@ private:
     UpCommand::Options up_;
     WatchCommand::Options watch_;
     TraceCommand::Options trace_;
-    ShowFecExport::Options fecExport_;
     std::string levels_;
     std::string flag_;
     int waitSeconds_ = 660;
@@ -65,15 +61,6 @@ private:
     std::vector<std::string> files_;
     int code_ = kDone;
 };
-
-int CommandLine::ask(const std::string& command,
-                     const std::map<std::string, std::string>& parameters) const {
-    const ControlResult result =
-        ControlClient{root_, std::chrono::milliseconds{timeoutMs_}}.ask(command, json_, parameters);
-    fmt::print("{}", result.output);
-    if (!result.error.empty()) { AgentHost::tell("pel", result.error); }
-    return result.exitCode();
-}
 
 int CommandLine::setExport() const {
     if (const std::string problem = ConfigStore{root_}.aftExportEnabledIs(value_ == "true");
@@ -170,7 +157,10 @@ void CommandLine::addTrace() {
     set.add_option("levels", levels_, "Name=9,Other=5; * for all")->required();
     rootOption(set);
     timeoutOption(set);
-    set.callback([this] { code_ = ask("trace", {{"levels", levels_}}); });
+    set.callback([this] {
+        code_ = AskCommand::run(
+            {root_, std::chrono::milliseconds{timeoutMs_}, "trace", {{"levels", levels_}}, false});
+    });
     trace.callback([this, &trace] {
         if (!trace.get_subcommands().empty()) { return; }
         trace_.root = root_;
@@ -206,39 +196,6 @@ void CommandLine::addScenario() {
     check.callback([this] { code_ = ScenarioCommand::check(files_); });
 }
 
-void CommandLine::addShow() {
-    CLI::App& show = *app_.add_subcommand("show", "Ask the running agent");
-    show.require_subcommand(1);
-    const std::pair<const char*, const char*> commands[] = {
-        {"status", "Who runs, where clients connect, how far the stores are read"},
-        {"tasks", "The scheduler's tasks with their runs and times"},
-    };
-    for (const auto& [name, help] : commands) {
-        CLI::App& command = *show.add_subcommand(name, help);
-        rootOption(command);
-        timeoutOption(command);
-        command.add_flag("--json", json_, "As JSON");
-        command.callback([this, name = std::string{name}] { code_ = ask(name, {}); });
-    }
-    addShowFecExport(show);
-}
-
-void CommandLine::addShowFecExport(CLI::App& show) {
-    CLI::App& command = *show.add_subcommand(
-        "fec-export", "The exported FECs with their next hops, or one of them");
-    command.add_option("fec-id", fecExport_.fecId, "Decimal; none: all");
-    rootOption(command);
-    command.add_option("--timeout", timeoutMs_, "How long the agent may be silent, in ms")
-        ->check(CLI::Range(1, 3'600'000))
-        ->capture_default_str();
-    command.add_flag("--json", fecExport_.json, "As JSON");
-    command.callback([this] {
-        fecExport_.root = root_;
-        fecExport_.timeout = std::chrono::milliseconds{timeoutMs_};
-        code_ = ShowFecExport::run(fecExport_);
-    });
-}
-
 int CommandLine::run(int count, char** arguments) {
     app_.require_subcommand(1);
     app_.footer(kFooter);
@@ -247,7 +204,7 @@ int CommandLine::run(int count, char** arguments) {
     addTrace();
     addConfig();
     addScenario();
-    addShow();
+    const ShowCommands show{app_, code_};
     try {
         app_.parse(count, arguments);
     } catch (const CLI::ParseError& error) {

@@ -2,19 +2,20 @@
 
 #include <chrono>
 #include <filesystem>
-#include <optional>
+#include <map>
 #include <string>
 
 namespace Pel::Cli {
 
-/// `pel show fec-export`: prints what the agent exports, as it comes. Holds one piece of it at a
-/// time, however slowly its own reader takes it.
-class ShowFecExport {
+/// Asks the running agent, and prints its answer as it comes. Holds one piece of it at a time, however
+/// slowly its own reader takes it.
+class AskCommand {
 public:
     struct Options {
         std::filesystem::path root;
         std::chrono::milliseconds timeout{};  ///< of the agent's silence
-        std::optional<std::string> fecId;     ///< none: all
+        std::string command;                  ///< as the agent knows it
+        std::map<std::string, std::string> parameters;
         bool json = false;
     };
     /// An ExitCode.

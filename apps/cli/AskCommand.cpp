@@ -1,11 +1,10 @@
-#include "apps/cli/ShowFecExport.h"
+#include "apps/cli/AskCommand.h"
 
 #include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <functional>
-#include <map>
 #include <string_view>
 
 #include "apps/cli/ControlClient.h"
@@ -37,11 +36,9 @@ bool print(std::string_view text, const std::function<void()>& stillHere) {
 
 }  // namespace
 
-int ShowFecExport::run(const Options& options) {
-    std::map<std::string, std::string> parameters;
-    if (options.fecId) { parameters["FECID"] = *options.fecId; }
+int AskCommand::run(const Options& options) {
     const ControlResult result = ControlClient{options.root, options.timeout}.ask(
-        "showFecExport", options.json, parameters, print);
+        options.command, options.json, options.parameters, print);
     if (!result.error.empty()) { AgentHost::tell("pel", result.error); }
     return result.exitCode();
 }
