@@ -90,32 +90,10 @@ NativeRouteTable::NativeRouteTable(Vel::Ref<RouteTables::Table> table,
                                    std::uint32_t instance,
                                    const NativeRoutes& routes,
                                    Vel::Ref<const NextHopGroupContainer> groups)
-    : ListSource{Gale::Lane::prefixes},
-      table_{std::move(table)},
-      family_{family},
-      instance_{instance},
-      routes_{routes},
-      groups_{std::move(groups)} {
-    onKey_ = table_->onKey().subscribe([this](const Nexo::IpPrefix& prefix) {
-        mark(OpenConfigKeys::ofPrefix(instance_, prefix));
-    });
-    // What was swept in before is told as one.
-    onPresent_ = table_->onPresent().subscribe([this] {
-        if (table_->present()) { markAll(); }
-    });
-}
-
-std::optional<Gale::EntryKey> NativeRouteTable::nextKey(
-    const std::optional<Gale::EntryKey>& after) const {
-    const auto prefix = table_->nextKey(after ? std::optional{OpenConfigKeys::prefixOf(*after)}
-                                              : std::optional<Nexo::IpPrefix>{});
-    if (!prefix) { return std::nullopt; }
-    return OpenConfigKeys::ofPrefix(instance_, *prefix);
-}
+    : RouteTable{std::move(table), family, instance}, routes_{routes}, groups_{std::move(groups)} {}
 
 bool NativeRouteTable::encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) {
-    if (OpenConfigKeys::familyOf(key) != family_) { return false; }
-    const auto route = table_->read(OpenConfigKeys::prefixOf(key));
+    const auto route = read(key);
     if (!route) { return false; }
     // Without any groups (the export is off) a million routes would wait for theirs in vain.
     const bool refers = route->fecId && groups_ && groups_->size() > 0;

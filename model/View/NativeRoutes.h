@@ -9,8 +9,7 @@
 #include "model/Route/RouteStatus.h"
 #include "model/View/NativeLeaves.h"
 #include "model/View/OpenConfigInstances.h"
-#include "model/View/RouteTables.h"
-#include "platform/Gale/ListSource.h"
+#include "model/View/RouteTable.h"
 #include "platform/Gale/PathTemplate.h"
 
 namespace Pel::OcApi {
@@ -63,9 +62,9 @@ private:
 /// "FibRoute/routing/vrf/status[name]/route[prefix]".
 std::string nativeRoutePath(Nexo::AddressFamily family, bool inDefault);
 
-/// One table as the shared memory holds it: also while there are no groups, and routes that have no
-/// FEC. A prefix of another family than its table's is not shown.
-class NativeRouteTable final : public Gale::ListSource {
+/// In the native view: all that the shared memory holds, also while there are no groups, and routes
+/// that have no FEC.
+class NativeRouteTable final : public RouteTable {
 public:
     /// `routes` outlives this object; `groups` may be null.
     NativeRouteTable(Vel::Ref<RouteTables::Table> table,
@@ -74,20 +73,13 @@ public:
                      const NativeRoutes& routes,
                      Vel::Ref<const NextHopGroupContainer> groups);
 
-    std::optional<Gale::EntryKey> nextKey(
-        const std::optional<Gale::EntryKey>& after) const override;
     bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
     void encodeDelete(const Gale::EntryKey& key,
                       Gale::PackedNotification& notification) const override;
 
 private:
-    const Vel::Ref<RouteTables::Table> table_;
-    const Nexo::AddressFamily family_;
-    const std::uint32_t instance_;
     const NativeRoutes& routes_;
     const Vel::Ref<const NextHopGroupContainer> groups_;
-    Vel::Subscription onKey_;
-    Vel::Subscription onPresent_;
 };
 
 }  // namespace Pel::OcApi

@@ -10,7 +10,7 @@
 #include "model/View/OpenConfigKeys.h"
 #include "model/View/OpenConfigNextHops.h"
 #include "model/View/OpenConfigPaths.h"
-#include "model/View/OpenConfigRouteTable.h"
+#include "model/View/RouteTable.h"
 #include "platform/Blink/Trace.h"
 #include "platform/Vel/Assert.h"
 

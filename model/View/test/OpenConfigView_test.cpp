@@ -4,6 +4,7 @@ namespace Pel::OcApi {
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Pair;
 using testing::UnorderedElementsAre;
@@ -233,6 +234,32 @@ TEST_F(OpenConfigViewTest, TablesThatAppearLaterAndRoutesThatGo) {
     EXPECT_FALSE(all[0].atomic());
     EXPECT_EQ(all[0].prefix().elem_size(), 0);
     EXPECT_EQ(all[0].prefix().origin(), "openconfig");
+}
+
+TEST_F(OpenConfigViewTest, AKeyOfTheOtherFamilySaysNothingOfTheOtherTablesEntry) {
+    group(41, {});
+    using Routes = Mesa::TablePublisher<Nexo::IpPrefix, Mesa::FibRoute>;
+    Routes four{*writer, "routing/status", Mesa::Fib::RouteStatus::kType};
+    Routes six{*writer, "routing6/status", Mesa::Fib6::RouteStatus::kType};
+    const auto put = [this](Routes& table, const char* key, std::uint64_t fec) {
+        table.set(prefix(key), {fec == 0 ? FecId{} : FecId{fec}, OriginProtocol::bgp});
+        ASSERT_EQ(writer->commit(), "");
+    };
+    // Each where it belongs, then in the other table without a FEC: that would not be shown.
+    put(four, "10.0.0.0/8", 41);
+    put(six, "10.0.0.0/8", 0);
+    put(six, "2001:db8::/32", 41);
+    put(four, "2001:db8::/32", 0);
+    show();
+    const std::string here = std::string{kAfts} + "/ipv4-unicast/ipv4-entry[prefix=10.0.0.0/8]";
+    const std::string there = std::string{kAfts} + "/ipv6-unicast/ipv6-entry[prefix=2001:db8::/32]";
+    EXPECT_THAT(takeEntries(), IsSupersetOf({here, there}));
+    put(six, "10.0.0.0/8", 42);
+    six.erase(prefix("10.0.0.0/8"));
+    put(four, "2001:db8::/32", 42);
+    four.erase(prefix("2001:db8::/32"));
+    ASSERT_EQ(writer->commit(), "");
+    EXPECT_THAT(takeEntries(), IsEmpty());
 }
 
 TEST_F(OpenConfigViewTest, AFecIdWithHighBitsIsHeldAsBytes) {
