@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -302,18 +301,6 @@ std::size_t Environment::usedBytes() const {
     mdb_env_info(env_, &info);
     mdb_env_stat(env_, &status);
     return (info.me_last_pgno + 1) * status.ms_psize;
-}
-
-bool Environment::pagesGivenBack() {
-    constexpr std::size_t kAtOnce = std::size_t{4} << 20;  // about 50 us
-    const std::size_t used = usedBytes();
-    if (givenBack_ >= used) { return false; }
-    MDB_envinfo info{};
-    mdb_env_info(env_, &info);
-    const std::size_t size = std::min(kAtOnce, used - givenBack_);
-    ::madvise(static_cast<char*>(info.me_mapaddr) + givenBack_, size, MADV_DONTNEED);
-    givenBack_ += size;
-    return true;
 }
 
 }  // namespace Store

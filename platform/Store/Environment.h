@@ -76,9 +76,6 @@ public:
     bool current() const;
     /// Bytes of the map that have ever been used; options().mapBytes is the limit.
     std::size_t usedBytes() const;
-    /// Gives a few of the map's pages back to the system, which closing would do for all in one call that takes long where
-    /// the store is large. They come back if they are read again. Answers whether any were left.
-    bool pagesGivenBack();
     std::filesystem::path bellPath() const { return options_.directory / "bell"; }
 
 private:
@@ -97,7 +94,6 @@ private:
     std::uint64_t inode_ = 0;
     std::uint64_t device_ = 0;
     std::int64_t fileBytes_ = 0;  // the length that the data file has at least
-    std::size_t givenBack_ = 0;   // bytes of the map
     bool readOnly_ = false;       // the files' mode allows no more
     bool otherBoot_ = false;      // what openDatabases() found
 };

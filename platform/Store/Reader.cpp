@@ -1,6 +1,8 @@
 #include "platform/Store/Reader.h"
 
 #include <algorithm>
+#include <chrono>
+#include <future>
 #include <utility>
 
 #include "platform/Blink/Trace.h"
@@ -13,6 +15,14 @@ namespace {
 
 constexpr Kiln::TaskPriority kPumpPriority = 2;
 constexpr std::chrono::seconds kLookInterval{1};
+constexpr std::chrono::milliseconds kCloseWait{1};  // at a time
+
+/// Where the store is large this takes longer than a slice: all pages of its map go at once. Here, if there can be no
+/// other thread.
+std::future<void> closeElsewhere(std::shared_ptr<Environment> environment) {
+    return std::async(std::launch::async | std::launch::deferred,
+                      [environment = std::move(environment)]() mutable { environment.reset(); });
+}
 
 }  // namespace
 
@@ -136,7 +146,7 @@ void Reader::State::storeGone(std::string reason) {
     TRACE5("store {} gone: {}", reader.options_.directory.string(), reason);
     reader.lastError_ = std::move(reason);
     snapshot.environmentIs(nullptr);
-    closing = std::move(reader.environment_);
+    closing = closeElsewhere(std::move(reader.environment_));
     bell.reset();
     byTable.clear();
     caughtUp = false;
@@ -151,13 +161,11 @@ void Reader::State::storeGone(std::string reason) {
     }
 }
 
-/// Closes a store that went, a little at a time. Answers whether it is closed; until then no other is opened: closing the
-/// one would drop the file locks of the other.
+/// Whether a store that went is closed; until then no other is opened: that would wait for it.
 bool Reader::State::closed() {
-    while (closing.use_count() == 1 && closing->pagesGivenBack()) {
-        if (scheduler->mustYield()) { return false; }
-    }
-    closing.reset();
+    if (!closing.valid()) { return true; }
+    if (closing.wait_for(kCloseWait) == std::future_status::timeout) { return false; }
+    closing.get();
     return true;
 }
 

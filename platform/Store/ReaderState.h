@@ -2,6 +2,7 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include <future>
 #include <memory>
 #include <optional>
 #include <set>
@@ -79,7 +80,7 @@ struct Reader::State {
     Reader& reader;
     Vel::Ref<Kiln::TaskScheduler> scheduler;
     Snapshot snapshot;
-    std::shared_ptr<Environment> closing;  // of the store that went
+    std::future<void> closing;  // of the store that went
     std::vector<std::shared_ptr<Impl>> mounts;
     absl::flat_hash_map<TableId, std::vector<std::shared_ptr<Impl>>> byTable;
     std::set<std::string> knownTables;  // that subscribers have been told of

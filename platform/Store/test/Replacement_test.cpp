@@ -218,7 +218,7 @@ TEST_F(ReplacementTest, ManyVanishedKeysAreToldInManySlices) {
     EXPECT_TRUE(reader->caughtUp());
 }
 
-TEST_F(ReplacementTest, ALargeStoreIsClosedInSlicesAndBeforeItsSuccessorIsOpened) {
+TEST_F(ReplacementTest, AStoreThatWentIsClosedBeforeItsSuccessorIsOpened) {
     storeIs({{"1", std::string(std::size_t{20} << 20, 'x')}});
     auto reader = makeReader();
     NotingMount mount;
@@ -226,19 +226,16 @@ TEST_F(ReplacementTest, ALargeStoreIsClosedInSlicesAndBeforeItsSuccessorIsOpened
     settle();
     std::string error;
     const std::weak_ptr<Environment> old = Environment::open(options, Access::read, error);
-    scheduler->yieldPolicyIs(std::make_unique<Kiln::AlwaysYield>());
+    ASSERT_FALSE(old.expired());
     storeDel();
     storeIs({{"1", "y"}});
-    unsigned slicesUntilClosed = 0;
     bool bothOpen = false;
     mount.notes.clear();
     const auto watch = scheduler->onSliceEnd().subscribe([&] {
         if (mount.notes.empty()) { return; }  // not noticed yet
-        slicesUntilClosed += old.expired() ? 0 : 1;
         bothOpen = bothOpen || (!old.expired() && reader->open());
     });
     settleAfterASecond();
-    EXPECT_GE(slicesUntilClosed, 4U);
     EXPECT_FALSE(bothOpen);
     EXPECT_TRUE(old.expired());
     EXPECT_EQ(mount.value("1"), "y");
