@@ -25,7 +25,7 @@ struct RunOptions {
     std::uint64_t seed = 1;
     unsigned fast = 64;
     bool slow = true;
-    unsigned warmUpSeconds = 15;
+    unsigned warmUpSeconds = 120;  // until a client that stands holds back nearly all it can
     unsigned seconds = 120;
     /// How long all may take to hold the same state once nothing changes any more.
     unsigned settleSeconds = 120;
