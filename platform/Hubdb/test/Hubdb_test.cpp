@@ -308,6 +308,22 @@ TEST_F(HubdbTest, MountsMadeLaterAndInsideTheCompletion) {
     EXPECT_EQ(value("b"), "2");
 }
 
+TEST_F(HubdbTest, APathMountedLaterHasThePresentValueAndIsKeptCurrent) {
+    publish("a", "v=1");
+    publish("b", "v=2");
+    mount({{"a", kType, "r"}});
+    publish("b", "v=3");
+    publish("d/x", "v=4");
+    settle();
+    close({{"b", kType, "r"}, {"d", "Vel::Dir", "ri"}});
+    settle();
+    EXPECT_EQ(value("b"), "3");
+    EXPECT_EQ(value("d/x"), "4");
+    publish("b", "v=5");
+    settle();
+    EXPECT_EQ(value("b"), "5");
+}
+
 TEST_F(HubdbTest, AManagerThatDiesFirstNeverCallsTheMounter) {
     start();
     close({{"a", kType, "r"}});
