@@ -1,86 +1,106 @@
 #include "PelOpenConfig/PelOpenConfigCliCallback.h"
 
-#include <utility>
-
+#include "model/Aft/NextHopIndex.h"
 #include "platform/Blink/Trace.h"
 
 BLINK_TRACE_HANDLE("PelOpenConfigCliCallback");
 
 namespace Pel::Oc {
-namespace {
-
-constexpr const char* kFecIdParameter = "FECID";
-
-/// The helper prints to the request's printer for the time of a slice: requests take turns.
-class PrinterGuard {
-public:
-    PrinterGuard(CliHelper& helper, AgentHost::CliPrinter& printer) : helper_{helper} {
-        helper_.printerIs(&printer);
-    }
-    PrinterGuard(const PrinterGuard&) = delete;
-    PrinterGuard& operator=(const PrinterGuard&) = delete;
-    ~PrinterGuard() { helper_.printerIs(nullptr); }
-
-private:
-    CliHelper& helper_;
-};
-
-}  // namespace
 
 AsyncCliCallback::AsyncCliCallback(std::string name,
                                    Vel::Ref<AgentHost::AsyncShowCommandAnchor> anchor)
     : name_{std::move(name)}, anchor_{std::move(anchor)} {}
 
-ShowFecExportAsyncCliCallback::ShowFecExportAsyncCliCallback(
-    Vel::Ref<AgentHost::AsyncShowCommandAnchor> anchor, Vel::Ref<CliHelper> cliHelper)
-    : AsyncCliCallback{kName, std::move(anchor)}, cliHelper_{std::move(cliHelper)} {}
-
-Vel::Ref<AgentHost::AsyncShowCommandInstanceSm> ShowFecExportAsyncCliCallback::createInstanceSm(
-    const AgentHost::CommandRequest& params) {
-    return Vel::make<ShowFecExportAsyncShowCommandInstanceSm>(anchor(), params, cliHelper_);
-}
-
-ShowFecExportAsyncShowCommandInstanceSm::ShowFecExportAsyncShowCommandInstanceSm(
+template <class Key>
+KeyedShowCommandInstanceSm<Key>::KeyedShowCommandInstanceSm(
     const Vel::Ref<AgentHost::AsyncShowCommandAnchor>& anchor,
     const AgentHost::CommandRequest& params,
-    Vel::Ref<CliHelper> cliHelper)
-    : AsyncShowCommandInstanceSm{anchor, params}, cliHelper_{std::move(cliHelper)} {}
+    std::string parameter)
+    : AsyncShowCommandInstanceSm{anchor, params}, parameter_{std::move(parameter)} {}
 
-void ShowFecExportAsyncShowCommandInstanceSm::produceOutput() {
+template <class Key>
+void KeyedShowCommandInstanceSm<Key>::produceOutput() {
     TRACE9("Socket: {}, command: {}, outputFormat: {}, allOutputProduced: {}, yieldCount: {}",
            params().socket,
            params().command,
            AgentHost::formatName(params().format),
            allOutputProduced(),
            yieldCount_);
-    const PrinterGuard guard{*cliHelper_, *printer()};
-    const auto fecId = params().parameters.find(kFecIdParameter);
-    if (fecId == params().parameters.end()) {
+    const auto one = params().parameters.find(parameter_);
+    if (one == params().parameters.end()) {
         showAll();
         return;
     }
-    TRACE7("FEC ID string: {}", fecId->second);
-    cliHelper_->showPelAdjExport(CliHelper::stringToNum(fecId->second), true);
+    showOne(one->second);
     allOutputProducedIs(true);
 }
 
-void ShowFecExportAsyncShowCommandInstanceSm::showAll() {
-    const auto& fecs = cliHelper_->flattenFecSet()->fec().keys();
-    TRACE7("Flatten fec have {} fecs, which includes top & bottom fecs", fecs.size());
+template <class Key>
+void KeyedShowCommandInstanceSm<Key>::showAll() {
     TRACE7("Current bookmark: {}", bookmark_);
-    printer()->openDict({}, "fecs");
-    for (auto it = fecs.lower_bound(bookmark_); it != fecs.end();) {
-        cliHelper_->showPelAdjExport(*it, false);
-        ++it;
-        if (it == fecs.end() || !mustYield()) { continue; }
+    if (!begun_) { begin(); }
+    begun_ = true;
+    auto key = has(bookmark_) ? std::optional<Key>{bookmark_} : nextKey(bookmark_);
+    while (key) {
+        show(*key);
+        key = nextKey(key);
+        if (!key || !mustYield()) { continue; }
         ++yieldCount_;
-        cliHelper_->yieldCountInc();
+        handleYield();
         TRACE7("Yielding, yieldCount: {}", yieldCount_);
-        bookmark_ = *it;
+        bookmark_ = *key;
         TRACE7("Setting bookmark: {}", bookmark_);
         return;
     }
     allOutputProducedIs(true);
+}
+
+template class KeyedShowCommandInstanceSm<FecId>;
+template class KeyedShowCommandInstanceSm<OcApi::NextHopIndex>;
+template class KeyedShowCommandInstanceSm<OcApi::NextHopGroupId>;
+template class KeyedShowCommandInstanceSm<std::string>;
+
+ShowFecExportAsyncShowCommandInstanceSm::ShowFecExportAsyncShowCommandInstanceSm(
+    const Vel::Ref<AgentHost::AsyncShowCommandAnchor>& anchor,
+    const AgentHost::CommandRequest& params,
+    Vel::Ref<CliHelper> cliHelper)
+    : KeyedShowCommandInstanceSm{anchor, params, "FECID"}, cliHelper_{std::move(cliHelper)} {}
+
+void ShowFecExportAsyncShowCommandInstanceSm::produceOutput() {
+    const CliHelper::PrinterGuard guard{*cliHelper_, *printer()};
+    KeyedShowCommandInstanceSm::produceOutput();
+}
+
+void ShowFecExportAsyncShowCommandInstanceSm::showAll() {
+    TRACE7("Flatten fec have {} fecs, which includes top & bottom fecs",
+           cliHelper_->flattenFecSet()->fec().size());
+    KeyedShowCommandInstanceSm::showAll();
+}
+
+void ShowFecExportAsyncShowCommandInstanceSm::showOne(const std::string& text) {
+    TRACE7("FEC ID string: {}", text);
+    cliHelper_->showPelAdjExport(CliHelper::stringToNum(text), true);
+}
+
+void ShowFecExportAsyncShowCommandInstanceSm::begin() {
+    printer()->openDict({}, "fecs");
+}
+
+bool ShowFecExportAsyncShowCommandInstanceSm::has(const FecId& key) const {
+    return cliHelper_->flattenFecSet()->fec().has(key);
+}
+
+std::optional<FecId> ShowFecExportAsyncShowCommandInstanceSm::nextKey(
+    const std::optional<FecId>& after) const {
+    return cliHelper_->flattenFecSet()->fec().nextKey(after);
+}
+
+void ShowFecExportAsyncShowCommandInstanceSm::show(const FecId& key) {
+    cliHelper_->showPelAdjExport(key, false);
+}
+
+void ShowFecExportAsyncShowCommandInstanceSm::handleYield() {
+    cliHelper_->yieldCountInc();
 }
 
 }  // namespace Pel::Oc

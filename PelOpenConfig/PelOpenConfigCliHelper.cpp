@@ -26,13 +26,17 @@ CliHelper::CliHelper(Vel::Ref<const FlattenFecSet> flattenFecSet,
       nhAv_{nhAv} {}
 
 FecId CliHelper::stringToNum(std::string_view text) {
+    return FecId{decimal(text, "FEC id")};
+}
+
+std::uint64_t CliHelper::decimal(std::string_view text, std::string_view what) {
     std::uint64_t number = 0;
     const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (problem != std::errc{} || end != text.data() + text.size()) {
         throw Vel::RangeError{
-            fmt::format("'{}' is no FEC id: a decimal number from 0 to {}", text, UINT64_MAX)};
+            fmt::format("'{}' is no {}: a decimal number from 0 to {}", text, what, UINT64_MAX)};
     }
-    return FecId{number};
+    return number;
 }
 
 void CliHelper::showPelAdjExport(FecId fecId, bool startDict) {
@@ -55,47 +59,81 @@ void CliHelper::showPelAdjExport(FecId fecId, bool startDict) {
         return;
     }
     if (startDict) { printer_->openDict({}, "fecs"); }
+    showDestashedFec(fecId, entry->programmedId, *dedupedFec, nullptr);
+}
+
+void CliHelper::showFec(FecId fecId, const Remarks& remarks) {
+    TRACE9("FEC ID: {}", fecId);
+    VEL_ASSERT(printer_ != nullptr);
+    const auto entry = flattenFecSet_->fec().entry(fecId);
+    const auto dedupedFec =
+        destashFec(entry ? entry->fecDedupedRawPtr() : Stash::Handle{}, stashManager_, fecAv_);
+    if (dedupedFec) {
+        showDestashedFec(fecId, entry->programmedId, *dedupedFec, &remarks);
+        return;
+    }
     printer_->openDict("FEC ID: ", std::to_string(fecId.value()));
-    printer_->number(", programmed ID: ", "programmedId", entry->programmedId);
-    printer_->number(", number of next hops: ", {}, dedupedFec->nextHops());
+    remarks.ofFec(fecId, false, *printer_);
+    printer_->endLine();
+    printer_->closeDict();
+}
+
+void CliHelper::showDestashedFec(FecId fecId,
+                                 std::uint64_t programmedId,
+                                 const Stash::FlattenFec& fec,
+                                 const Remarks* remarks) {
+    printer_->openDict("FEC ID: ", std::to_string(fecId.value()));
+    printer_->number(", programmed ID: ", "programmedId", programmedId);
+    printer_->number(", number of next hops: ", {}, fec.nextHops());
+    if (remarks != nullptr) { remarks->ofFec(fecId, true, *printer_); }
     printer_->endLine();
     printer_->openDict({}, "nextHops");
-    for (std::uint32_t i = 0; i < dedupedFec->nextHops(); ++i) {
-        showNextHop(dedupedFec->nextHop(i));
-    }
+    for (std::uint32_t i = 0; i < fec.nextHops(); ++i) { showNextHop(fec.nextHop(i), remarks); }
     printer_->closeDict();
     printer_->closeDict();
 }
 
-void CliHelper::showNextHop(const Stash::FlattenFecMember& member) {
+void CliHelper::showNextHop(const Stash::FlattenFecMember& member, const Remarks* remarks) {
     const auto entry = flattenFecSet_->nextHop().entry(member.index);
     const auto dedupedNextHop = destashNextHop(
         entry ? entry->nextHopDedupedRawPtr() : Stash::Handle{}, stashManager_, nhAv_);
     if (!dedupedNextHop) {
         TRACE5("dedupedNextHop is null");
-        return;
+        if (remarks == nullptr) { return; }
     }
     printer_->openDict("\tNext hop index: ", member.index.stringValue());
     printer_->number(", weight ", "weight", member.weight);
+    if (remarks != nullptr) {
+        remarks->ofNextHop(member.index, dedupedNextHop != nullptr, *printer_);
+    }
     printer_->endLine();
-    printer_->string("\t\tIP address: ", "ipAddress", dedupedNextHop->address.stringValue());
-    printer_->endLine();
-    printer_->string("\t\tMAC address: ", "macAddress", dedupedNextHop->mac.stringValue());
-    printer_->endLine();
-    printer_->string("\t\tInterface: ", "interface", dedupedNextHop->interface.stringValue());
-    printer_->endLine();
-    showLabels(dedupedNextHop->labels);
-    printer_->boolean("\t\tPop top label: ", "popTopLabel", dedupedNextHop->popTopLabel);
-    printer_->endLine();
+    if (dedupedNextHop) { showDetails(*dedupedNextHop, remarks == nullptr); }
     printer_->closeDict();
 }
 
-void CliHelper::showLabels(const Nexo::MplsLabelStack& labels) {
+void CliHelper::showDetails(const Stash::FlattenFecNextHop& nextHop, bool strict) {
+    printer_->string("\t\tIP address: ", "ipAddress", nextHop.address.stringValue());
+    printer_->endLine();
+    printer_->string("\t\tMAC address: ", "macAddress", nextHop.mac.stringValue());
+    printer_->endLine();
+    printer_->string("\t\tInterface: ", "interface", nextHop.interface.stringValue());
+    printer_->endLine();
+    showLabels(nextHop.labels, strict);
+    printer_->boolean("\t\tPop top label: ", "popTopLabel", nextHop.popTopLabel);
+    printer_->endLine();
+}
+
+void CliHelper::showLabels(const Nexo::MplsLabelStack& labels, bool strict) {
     absl::InlinedVector<std::uint32_t, 4> values;
-    for (std::uint32_t i = 0; i < labels.labels(); ++i) {
-        values.push_back(labels.label(Nexo::MplsStackEntryIndex{i}).value());
+    try {
+        for (std::uint32_t i = 0; i < labels.labels(); ++i) {
+            values.push_back(labels.label(Nexo::MplsStackEntryIndex{i}).value());
+        }
+        printer_->numbers("\t\tLabels: ", "labels", values);
+    } catch (const Vel::RangeError& error) {
+        if (strict) { throw; }
+        printer_->string("\t\tLabels: NOT readable: ", "labelsProblem", error.what());
     }
-    printer_->numbers("\t\tLabels: ", "labels", values);
     printer_->endLine();
 }
 

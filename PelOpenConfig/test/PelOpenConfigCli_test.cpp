@@ -1,8 +1,4 @@
-#include <nlohmann/json.hpp>
-
-#include "PelOpenConfig/PelOpenConfigCliCallback.h"
-#include "PelOpenConfig/test/ExportFixture.h"
-#include "platform/AgentHost/AsyncCommandRun.h"
+#include "PelOpenConfig/test/CliFixture.h"
 #include "platform/Vel/Errors.h"
 
 namespace Pel::Oc {
@@ -18,40 +14,21 @@ constexpr const char* kRangeError =
     "Nexo::MplsStackEntryIndex::value < Nexo::MplsStackEntryIndex::min or > "
     "Nexo::MplsStackEntryIndex::nullValue not allowed";
 
-class ShowFecExport : public ExportFixture {
+class ShowFecExport : public CliFixture {
 protected:
-    struct Shown {
-        std::string output;
-        std::string error;
-    };
     using Sm = ShowFecExportAsyncShowCommandInstanceSm;
 
-    static AgentHost::CommandRequest request(OutputFormat format) {
-        AgentHost::CommandRequest result;
-        result.command = "showFecExport";
-        result.format = format;
-        result.socket = 17;
-        return result;
+    AgentHost::CommandRequest request(OutputFormat format) const {
+        return CliFixture::request(*callback, format);
     }
-    static AgentHost::CommandRequest request(OutputFormat format, const std::string& fecId) {
-        AgentHost::CommandRequest result = request(format);
-        result.parameters["FECID"] = fecId;
-        return result;
+    AgentHost::CommandRequest request(OutputFormat format, const std::string& fecId) const {
+        return CliFixture::request(*callback, format, {{"FECID", fecId}});
     }
     Vel::Ref<Sm> instance(const AgentHost::CommandRequest& params) {
         return Vel::refCast<Sm>(callback->createInstanceSm(params));
     }
-    /// What the platform makes of a request.
     Shown serve(const AgentHost::CommandRequest& params) {
-        Shown result;
-        AgentHost::AsyncCommandRun run{scheduler, instance(params), [] {}};
-        while (!run.done()) {
-            run.produce();
-            scheduler->runUntilIdle();
-            result.output += run.takeOutput();
-        }
-        result.error = run.error();
-        return result;
+        return CliFixture::serve(*callback, params);
     }
     std::string text() { return serve(request(OutputFormat::text)).output; }
     std::string structured() { return serve(request(OutputFormat::json)).output; }
@@ -89,10 +66,6 @@ protected:
         return 0;
     }
 
-    Vel::Ref<AgentHost::AsyncShowCommandAnchor> anchor =
-        Vel::make<AgentHost::AsyncShowCommandAnchor>("anchor", scheduler);
-    Vel::Ref<CliHelper> helper = Vel::make<CliHelper>(
-        flattenFecSet, stashManager, anchorValidatorCtx->fecAv(), anchorValidatorCtx->nhAv());
     Vel::Ref<ShowFecExportAsyncCliCallback> callback =
         Vel::make<ShowFecExportAsyncCliCallback>(anchor, helper);
 };
@@ -379,15 +352,7 @@ TEST_F(ShowFecExport, EachFecThatLivesThroughoutIsPrintedOnceWhileOthersComeAndG
         publish();
     }
     slices->printer()->end();
-    std::map<std::string, int> printed;
-    const std::string output = slices->printer()->takeOutput();
-    const auto json = nlohmann::json::parse(
-        output, [&printed](int depth, nlohmann::json::parse_event_t event, nlohmann::json& key) {
-            const bool isFec = depth == 2 && event == nlohmann::json::parse_event_t::key;
-            if (isFec) { ++printed[key.get<std::string>()]; }
-            return true;
-        });
-    ASSERT_TRUE(json.is_object());
+    auto printed = keysIn(slices->printer()->takeOutput());
     for (std::uint64_t n = 1; n <= kFecs; ++n) {
         EXPECT_EQ(printed[std::to_string(n * kStep)], 1) << n * kStep;
     }

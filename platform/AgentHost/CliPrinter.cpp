@@ -28,21 +28,20 @@ CliPrinter::CliPrinter(OutputFormat format) : format_{format} {
 
 void CliPrinter::openDict(std::string_view label, std::string_view key) {
     VEL_ASSERT(!key.empty());
-    if (!open_.empty() && open_.back() == key) { return; }
     if (begin(label, key)) {
         if (structured()) {
             buffer_ += '{';
         } else {
-            buffer_ += key;
+            plain(key);
         }
     }
-    open_.emplace_back(key);
+    ++open_;
     first_ = true;
 }
 
 void CliPrinter::closeDict() {
-    VEL_ASSERT(!open_.empty());
-    open_.pop_back();
+    VEL_ASSERT(open_ > 0);
+    --open_;
     first_ = false;
     if (structured()) { buffer_ += '}'; }
 }
@@ -57,14 +56,7 @@ void CliPrinter::boolean(std::string_view label, std::string_view key, bool valu
 
 void CliPrinter::string(std::string_view label, std::string_view key, std::string_view value) {
     if (!begin(label, key)) { return; }
-    if (structured()) { return quoted(value); }
-    for (const char c : value) {
-        if (isControl(c)) {
-            fmt::format_to(std::back_inserter(buffer_), "\\x{:02x}", c);
-        } else {
-            buffer_ += c;
-        }
-    }
+    structured() ? quoted(value) : plain(value);
 }
 
 void CliPrinter::numbers(std::string_view label,
@@ -83,7 +75,9 @@ void CliPrinter::numbers(std::string_view label,
 }
 
 void CliPrinter::endLine() {
-    if (!structured()) { buffer_ += '\n'; }
+    if (structured()) { return; }
+    buffer_ += '\n';
+    lineBegins_ = true;
 }
 
 void CliPrinter::cmdErr(std::string text) {
@@ -95,7 +89,7 @@ std::string CliPrinter::error() const {
 }
 
 void CliPrinter::end() {
-    while (!open_.empty()) { closeDict(); }
+    while (open_ > 0) { closeDict(); }
     if (!structured()) { return; }
     if (!errors_.empty()) {
         begin({}, "errors");
@@ -115,8 +109,11 @@ std::string CliPrinter::takeOutput() {
 
 bool CliPrinter::begin(std::string_view label, std::string_view key) {
     if (!structured()) {
+        if (label.empty()) { return false; }
+        if (lineBegins_) { buffer_.append(indent_, '\t'); }
+        lineBegins_ = false;
         buffer_ += label;
-        return !label.empty();
+        return true;
     }
     if (key.empty()) { return false; }
     if (!first_) { buffer_ += ','; }
@@ -124,6 +121,16 @@ bool CliPrinter::begin(std::string_view label, std::string_view key) {
     quoted(key);
     buffer_ += ':';
     return true;
+}
+
+void CliPrinter::plain(std::string_view text) {
+    for (const char c : text) {
+        if (isControl(c)) {
+            fmt::format_to(std::back_inserter(buffer_), "\\x{:02x}", c);
+        } else {
+            buffer_ += c;
+        }
+    }
 }
 
 void CliPrinter::quoted(std::string_view text) {

@@ -32,8 +32,8 @@ public:
     explicit CliPrinter(OutputFormat format);
     OutputFormat format() const { return format_; }
 
-    /// Opens a dictionary inside the innermost open one. No-op when the innermost open one bears
-    /// this key: a command that goes on in a later slice opens again what it left open.
+    /// Opens a dictionary inside the innermost open one. A command that goes on in a later slice
+    /// finds open what it left open.
     void openDict(std::string_view label, std::string_view key);
     /// Closes the innermost open one; at least one is open.
     void closeDict();
@@ -48,6 +48,8 @@ public:
                  std::string_view key,
                  std::span<const std::uint32_t> values);
     void endLine();
+    /// In the text form each line that begins from now on stands so many tabs further right.
+    void indentIs(unsigned tabs) { indent_ = tabs; }
 
     /// The command failed, and this says why. The text form shows nothing of it: the answer's error
     /// does. The structured form has "errors", a list, as the last key of the document.
@@ -71,11 +73,15 @@ private:
     /// Writes what comes before a value. False when this form shows nothing of the call.
     bool begin(std::string_view label, std::string_view key);
     void quoted(std::string_view text);
+    /// For people: control characters are shown as \x1b.
+    void plain(std::string_view text);
 
     OutputFormat format_;
     std::string buffer_;
-    std::vector<std::string> open_;  // keys of the open dictionaries, outermost first
-    bool first_ = true;              // nothing stands in the innermost open one yet
+    std::size_t open_ = 0;    // dictionaries
+    bool first_ = true;       // nothing stands in the innermost open one yet
+    unsigned indent_ = 0;     // text form: tabs before each line
+    bool lineBegins_ = true;  // text form: nothing stands in the line yet
     std::vector<std::string> errors_;
 };
 
