@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "PelOpenConfig/PelOpenConfigCliCallback.h"
+#include "PelOpenConfig/PelOpenConfigCliEntries.h"
+#include "PelOpenConfig/PelOpenConfigCliRoute.h"
 #include "model/Registration.h"
 #include "platform/AgentHost/AgentPlugin.h"
 #include "platform/Blink/RingFile.h"
@@ -195,9 +197,20 @@ void Agent::showCommandsAre() {
         Vel::make<AgentHost::AsyncShowCommandAnchor>("asyncShowCommandAnchor", scheduler());
     cliHelper_ = Vel::make<CliHelper>(
         flattenFecSet_, stashManager_, anchorValidatorCtx_->fecAv(), anchorValidatorCtx_->nhAv());
-    const auto callback =
-        Vel::make<ShowFecExportAsyncCliCallback>(asyncShowCommandAnchor_, cliHelper_);
+    const OcApi::AftContainer& aft = *aftContainer_;
+    const auto vrfTables = Vel::make<VrfTables>(sharedMemoryEntityManager(), vrfIdMap_);
+    showCommandIs<ShowFecExportAsyncCliCallback>(cliHelper_);
+    showCommandIs<ShowEntriesAsyncCliCallback<NextHopEntries>>(Vel::make<NextHopEntries>(aft));
+    showCommandIs<ShowEntriesAsyncCliCallback<GroupEntries>>(Vel::make<GroupEntries>(aft));
+    showCommandIs<ShowEntriesAsyncCliCallback<VrfEntries>>(Vel::make<VrfEntries>(vrfTables));
+    showCommandIs<ShowRouteAsyncCliCallback>(Vel::make<RouteSources>(vrfTables, cliHelper_, aft));
+}
+
+template <class Callback, class Shown>
+void Agent::showCommandIs(Vel::Ref<Shown> shown) {
+    const auto callback = Vel::make<Callback>(asyncShowCommandAnchor_, std::move(shown));
     cmdRequestDirSm()->agentCommandCallbackWithHeartbeatIs(callback->name(), callback);
+    showCommands_.push_back(callback->name());
 }
 
 void Agent::createStreamServer(const Vel::Ref<Hubdb::EntityManager>& entityManager) {
@@ -223,7 +236,9 @@ void Agent::doReinitialize() {
 }
 
 void Agent::doStop() {
-    cmdRequestDirSm()->agentCommandCallbackDel(ShowFecExportAsyncCliCallback::kName);
+    for (const std::string& command : std::exchange(showCommands_, {})) {
+        cmdRequestDirSm()->agentCommandCallbackDel(command);
+    }
     if (galeRunnabilitySm_) { galeRunnabilitySm_->handleCleanup(); }
 }
 

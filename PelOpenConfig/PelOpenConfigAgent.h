@@ -81,6 +81,8 @@ private:
                         const Vel::Ref<Vel::Dir>& exportDir);
     void startAftExportRootSm();
     void showCommandsAre();
+    template <class Callback, class Shown>
+    void showCommandIs(Vel::Ref<Shown> shown);
     void createStreamServer(const Vel::Ref<Hubdb::EntityManager>& entityManager);
 
     bool mountsComplete_ = false;
@@ -109,6 +111,7 @@ private:
     Vel::Ref<AftExportRootSm> aftExportRootSm_;
     Vel::Ref<AgentHost::AsyncShowCommandAnchor> asyncShowCommandAnchor_;
     Vel::Ref<CliHelper> cliHelper_;
+    std::vector<std::string> showCommands_;  // registered
     Vel::Ref<Vel::Dir> runnabilityDir_;
     Vel::Ref<Gale::RunnabilitySm> galeRunnabilitySm_;
     Lmo::SmControl lumoControl_;

@@ -129,24 +129,35 @@ TEST_F(AgentFixture, TheStartUpIsTracedInItsOrder) {
                             "PelOpenConfigAgent.createStreamServer: Create the stream server"));
 }
 
-TEST_F(AgentFixture, TheShowCommandIsThereFromTheStartToTheStop) {
+TEST_F(AgentFixture, TheShowCommandsAreThereFromTheStartToTheStop) {
     create();
     const auto commands = agent->cmdRequestDirSm();
     EXPECT_THAT(commands->commands(), ElementsAre());
     agent->doInit();
     settleAfterASecond();
-    EXPECT_THAT(commands->commands(), ElementsAre("showFecExport"));
+    const std::pair<std::string, std::string> empty[] = {
+        {"showFecExport", "{\"fecs\":{}}\n"},
+        {"showGroups", "{\"nextHopGroups\":{}}\n"},
+        {"showNextHops", "{\"nextHops\":{}}\n"},
+        {"showRoute", "{\"vrfs\":{},\"errors\":[\"% No route table is read\"]}\n"},
+        {"showVrfs", "{\"vrfs\":{}}\n"}};
+    EXPECT_THAT(
+        commands->commands(),
+        ElementsAre("showFecExport", "showGroups", "showNextHops", "showRoute", "showVrfs"));
     EXPECT_EQ(sut().cliHelper()->flattenFecSet(), sut().flattenFecSet());
-    AgentHost::CommandRequest request;
-    request.command = "showFecExport";
-    request.format = AgentHost::OutputFormat::json;
-    const auto machine = commands->requestIs(request, [](const auto&) { FAIL(); });
-    ASSERT_NE(machine, nullptr);
-    EXPECT_EQ(sut().asyncShowCommandAnchor()->instances(), 1U);
-    machine->produceOutput();
-    EXPECT_TRUE(machine->allOutputProduced());
-    machine->printer()->end();
-    EXPECT_EQ(machine->printer()->takeOutput(), "{\"fecs\":{}}\n");
+    for (const auto& [command, output] : empty) {
+        AgentHost::CommandRequest request;
+        request.command = command;
+        request.format = AgentHost::OutputFormat::json;
+        request.parameters["PREFIX"] = "::/0";
+        const auto machine = commands->requestIs(request, [](const auto&) { FAIL(); });
+        ASSERT_NE(machine, nullptr) << command;
+        EXPECT_EQ(sut().asyncShowCommandAnchor()->instances(), 1U);
+        machine->produceOutput();
+        EXPECT_TRUE(machine->allOutputProduced());
+        machine->printer()->end();
+        EXPECT_EQ(machine->printer()->takeOutput(), output);
+    }
     agent->doStop();
     EXPECT_THAT(commands->commands(), ElementsAre());
 }

@@ -1,4 +1,4 @@
-// "showFecExport" over as many FECs as the scale says, while the agent runs as it does in the field.
+// Show commands over as many entries as the scale says, while the agent runs as it does in the field.
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ std::uint64_t ownMemory() {
     return 0;
 }
 
-class ShowFecExportScale : public AgentOnStore {
+class ShowScale : public AgentOnStore {
 protected:
     void SetUp() override {
         exportIs(true);
@@ -37,16 +37,18 @@ protected:
         const auto& aft = dynamic_cast<Oc::Agent&>(*host->agent()).aftContainer();
         return aft && aft->fibReady()->fecReady();
     }
-    Kiln::TaskStatistics showTask() const {
+    Kiln::TaskStatistics showTask(const std::string& command) const {
         for (const auto& task : host->scheduler()->tasks()) {
-            if (task.name == "ShowCommand-showFecExport") { return task; }
+            if (task.name == "ShowCommand-" + command) { return task; }
         }
         return {};
     }
     /// Asks for all and reads to the end; answers how often the output held the word.
-    std::uint64_t show(const std::string& format, const std::string& word) {
+    std::uint64_t show(const std::string& command,
+                       const std::string& format,
+                       const std::string& word) {
         AgentHost::ControlPeer peer{config.controlSocket()};
-        peer.send(R"({"command":"showFecExport","format":")" + format + "\"}\n");
+        peer.send(R"({"command":")" + command + R"(","format":")" + format + "\"}\n");
         std::uint64_t found = 0;
         std::string lines;
         std::string output;
@@ -54,7 +56,7 @@ protected:
             // A turn at a time, as in the field: until it is idle it would only wait for its client.
             host->scheduler()->stop();
             host->scheduler()->run();
-            const Kiln::TaskStatistics now = showTask();
+            const Kiln::TaskStatistics now = showTask(command);
             longest = std::max(longest, now.longestSlice);
             slices = std::max(slices, now.runs);
             peer.receive();
@@ -90,18 +92,24 @@ protected:
     std::uint64_t most = 0;
 };
 
-TEST_F(ShowFecExportScale, AllOfItIsPrintedInSmallSlicesWithoutGrowing) {
+TEST_F(ShowScale, AllOfItIsPrintedInSmallSlicesWithoutGrowing) {
     const std::uint64_t before = ownMemory();
-    EXPECT_EQ(show("text", "FEC ID: "), fecs);
-    EXPECT_EQ(show("json", "\"programmedId\""), fecs);
+    EXPECT_EQ(show("showFecExport", "text", "FEC ID: "), fecs);
+    EXPECT_EQ(show("showFecExport", "json", "\"programmedId\""), fecs);
+    EXPECT_EQ(show("showNextHops", "text", "\n"), fecs + 1) << "a heading, and a line each";
+    EXPECT_EQ(show("showNextHops", "json", "\"popTopLabel\""), fecs);
+    EXPECT_EQ(show("showGroups", "text", "\n"), fecs + 1);
+    EXPECT_EQ(show("showGroups", "json", "\"nextHops\":"), fecs);
     const double ratio = static_cast<double>(most) / static_cast<double>(before);
-    std::printf("%lu FECs: %lu slices, the longest %.3f ms, memory %lu to %lu KiB (%.3f times)\n",
-                fecs,
-                slices,
-                std::chrono::duration<double, std::milli>(longest).count(),
-                before / 1024,
-                most / 1024,
-                ratio);
+    std::printf(
+        "%lu FECs and next hops: %lu slices, the longest %.3f ms, memory %lu to %lu KiB (%.3f "
+        "times)\n",
+        fecs,
+        slices,
+        std::chrono::duration<double, std::milli>(longest).count(),
+        before / 1024,
+        most / 1024,
+        ratio);
     EXPECT_LE(ratio, 1.05);
     EXPECT_GT(slices, 10U);
 }
