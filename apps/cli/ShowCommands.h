@@ -23,11 +23,15 @@ private:
         const char* parameter = nullptr;  ///< the agent's name for the argument
         const char* argumentHelp = nullptr;
         bool required = false;
+        const char* option = nullptr;
+        const char* optionParameter = nullptr;
+        const char* optionHelp = nullptr;
     };
     void add(CLI::App& show, const Command& command);
 
     AskCommand::Options asked_;
     std::string argument_;
+    std::string option_;
     int timeoutMs_ = 5000;
     int& code_;
 };

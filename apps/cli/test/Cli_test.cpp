@@ -115,6 +115,14 @@ constexpr UsageCase kUsageCases[] = {
     {"FecExportNobody", "show fec-export --root /nowhere", kNobody, "start one with: pel up"},
     {"FecExportTwoIds", "show fec-export 1 2", kUsage, "2"},
     {"FecExportTimeout", "show fec-export --timeout 0", kUsage, "--timeout"},
+    {"NextHopsNobody", "show next-hops --root /nowhere", kNobody, "no agent runs in /nowhere"},
+    {"NextHopsTwoIndexes", "show next-hops 1 2", kUsage, "2"},
+    {"GroupsNobody", "show groups 41 --root /nowhere", kNobody, "no agent runs in /nowhere"},
+    {"VrfsNobody", "show vrfs --root /nowhere", kNobody, "no agent runs in /nowhere"},
+    {"RouteNobody", "show route ::/0 --vrf x --root /nowhere", kNobody, "no agent runs"},
+    {"RouteWhere", "show route", kUsage, "prefix is required"},
+    {"RouteVrfOfNoName", "show route ::/0 --vrf", kUsage, "--vrf"},
+    {"VrfsWithVrf", "show vrfs --vrf x", kUsage, "--vrf"},
     {"TraceSetNobody", "trace set X=9 --root /nowhere", kNobody, "pel up"},
 };
 class CliUsage : public testing::TestWithParam<UsageCase> {};
