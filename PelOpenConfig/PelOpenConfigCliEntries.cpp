@@ -237,10 +237,11 @@ std::optional<std::uint64_t> VrfEntries::prefixes(AddressFamily family, const Ke
 }
 
 std::string VrfEntries::line(const Key& key) const {
-    const std::vector<std::uint32_t> ids = numbersOf(vrfTables_->vrfs().at(key).ids);
-    const auto count = [&](AddressFamily family) {
-        const auto number = prefixes(family, key);
-        return number ? std::to_string(*number) : "not read";
+    const VrfTables::Entry& vrf = vrfTables_->vrfs().at(key);
+    const std::vector<std::uint32_t> ids = numbersOf(vrf.ids);
+    const auto count = [&](AddressFamily family) -> std::string {
+        if (const auto number = prefixes(family, key)) { return std::to_string(*number); }
+        return vrf.families.contains(family) ? "not read" : "none";
     };
     return fmt::format("{:<15} {:>13} {:>13}  {}",
                        ids.empty() ? "none" : fmt::format("{}", fmt::join(ids, ",")),

@@ -282,7 +282,7 @@ TEST_F(ShowEntries, VrfsAreALineEachWithTheirPrefixes) {
               "ID              IPV4 PREFIXES IPV6 PREFIXES  NAME\n"
               "1001,1002                   1      not read  blue\n"
               "1                           3             2  default\n"
-              "none                 not read             1  nameless\n");
+              "none                     none             1  nameless\n");
     EXPECT_EQ(structured(*vrfEntries).output,
               R"({"vrfs":{"blue":{"ids":[1001,1002],"ipv4Prefixes":1},)"
               R"("default":{"ids":[1],"ipv4Prefixes":3,"ipv6Prefixes":2},)"
@@ -316,7 +316,7 @@ TEST_F(ShowEntries, VrfsFollowTheirIdsAndTheirTables) {
     EXPECT_THAT(keysIn(structured(*vrfEntries).output),
                 ElementsAre(Pair("green", 1), Pair("red", 1), Pair("white", 1)));
     EXPECT_THAT(text(*vrfEntries).output,
-                HasSubstr("none                        1      not read  red\n"));
+                HasSubstr("none                        1          none  red\n"));
     writer->tableDel(tablePath(Family::ipv4, "red"));
     publish();
     EXPECT_THAT(keysIn(structured(*vrfEntries).output),
