@@ -237,38 +237,90 @@ std::string RingReader::check(std::uint64_t fileBytes) {
     return sound ? std::string{} : "trace header does not fit the file";
 }
 
-std::vector<Message> RingReader::read(std::uint64_t from) const {
-    std::vector<Message> messages;
+/// The numbers of the messages there are, and the call sites of all of them.
+struct RingReader::Reading {
+    std::uint64_t oldest = 0;
+    std::uint64_t next = 0;
+    std::vector<char> table;
+    std::map<std::uint32_t, SiteText> sites;
+};
+
+std::optional<RingReader::Reading> RingReader::begin() const {
     Layout::Header now{};
-    if (fd_ < 0 || !readAt(fd_, 0, &now, sizeof now)) { return messages; }
-    const std::uint64_t next = now.nextMessage;
-    const std::uint64_t oldest = next > header_.slotCount ? next - header_.slotCount : 0;
+    if (fd_ < 0 || !readAt(fd_, 0, &now, sizeof now)) { return std::nullopt; }
+    Reading reading;
+    reading.next = now.nextMessage;
+    reading.oldest = now.nextMessage > header_.slotCount ? now.nextMessage - header_.slotCount : 0;
+    // The table is read after the number of messages: it then has the sites of all of them.
+    if (!readAt(fd_, 0, &now, sizeof now)) { return std::nullopt; }
+    reading.table.resize(std::min(now.siteBytesUsed, header_.siteTableBytes));
+    if (!readAt(fd_, header_.siteTableOffset, reading.table.data(), reading.table.size())) {
+        return std::nullopt;
+    }
+    reading.sites = readSites(reading.table);
+    return reading;
+}
+
+template <class Take>
+void RingReader::slots(std::uint64_t from, const Reading& reading, Take take) const {
     // A slot is taken from the middle one of three copies; the outer two say whether it was whole
     // before and after. Each is a system call of its own, so no copy can overtake another.
     std::vector<std::byte> before(kSlotsPerRead * header_.slotBytes);
     std::vector<std::byte> copy(before.size());
     std::vector<std::byte> after(before.size());
-    // The table is read after the number of messages: it then has the sites of all of them.
-    if (!readAt(fd_, 0, &now, sizeof now)) { return messages; }
-    std::vector<char> table(std::min(now.siteBytesUsed, header_.siteTableBytes));
-    if (!readAt(fd_, header_.siteTableOffset, table.data(), table.size())) { return messages; }
-    const auto sites = readSites(table);
-    for (std::uint64_t number = std::max(from, oldest); number < next;) {
+    for (std::uint64_t number = std::max(from, reading.oldest); number < reading.next;) {
         const std::uint64_t index = number % header_.slotCount;
-        const std::uint64_t count =
-            std::min({next - number, header_.slotCount - index, std::uint64_t{kSlotsPerRead}});
+        const std::uint64_t count = std::min(
+            {reading.next - number, header_.slotCount - index, std::uint64_t{kSlotsPerRead}});
         const std::uint64_t offset = header_.slotsOffset + index * header_.slotBytes;
         for (std::vector<std::byte>* to : {&before, &copy, &after}) {
-            if (!readAt(fd_, offset, to->data(), count * header_.slotBytes)) { return messages; }
+            if (!readAt(fd_, offset, to->data(), count * header_.slotBytes)) { return; }
         }
         for (std::uint64_t i = 0; i < count; ++i, ++number) {
             const std::size_t at = i * header_.slotBytes;
-            if (sequenceAt(before, at) == 2 * number + 2 &&
-                sequenceAt(after, at) == 2 * number + 2) {
-                messages.push_back(decode(number, copy.data() + at, header_.slotBytes, sites));
-            }
+            const std::uint64_t whole = 2 * number + 2;
+            const std::uint64_t last = sequenceAt(after, at);
+            const Slot state = last > whole ? Slot::overwritten
+                               : last == whole && sequenceAt(before, at) == whole
+                                   ? Slot::whole
+                                   : Slot::unfinished;
+            if (!take(number, state, copy.data() + at)) { return; }
         }
     }
+}
+
+std::vector<Message> RingReader::read(std::uint64_t from) const {
+    std::vector<Message> messages;
+    const auto reading = begin();
+    if (!reading) { return messages; }
+    slots(from, *reading, [&](std::uint64_t number, Slot state, const std::byte* bytes) {
+        if (state == Slot::whole) {
+            messages.push_back(decode(number, bytes, header_.slotBytes, reading->sites));
+        }
+        return true;
+    });
+    return messages;
+}
+
+std::vector<Message> RingReader::readOn(RingPosition& position) const {
+    std::vector<Message> messages;
+    const auto reading = begin();
+    if (!reading) { return messages; }
+    if (position.next < reading->oldest) {
+        position.lost += reading->oldest - position.next;
+        position.next = reading->oldest;
+    }
+    slots(position.next, *reading, [&](std::uint64_t number, Slot state, const std::byte* bytes) {
+        if (state == Slot::unfinished && number >= position.seen) { return false; }
+        if (state == Slot::whole) {
+            messages.push_back(decode(number, bytes, header_.slotBytes, reading->sites));
+        } else {
+            ++position.lost;
+        }
+        position.next = number + 1;
+        return true;
+    });
+    position.seen = reading->next;
     return messages;
 }
 

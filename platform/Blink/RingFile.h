@@ -87,6 +87,13 @@ struct Message {
     std::string text;
 };
 
+/// How far one who reads on has come in a file.
+struct RingPosition {
+    std::uint64_t next = 0;  ///< number of the first message that was not yet read
+    std::uint64_t lost = 0;  ///< overwritten before they were read, or never finished
+    std::uint64_t seen = 0;  ///< what was begun before the last reading; waited for no longer
+};
+
 /// Reads a ring file, its own process's or another's, while it is being written.
 /// The bytes are foreign: nothing in them, and no change of the file under the reader, can make it
 /// fail other than with an error value or fewer messages. So it reads copies and maps nothing.
@@ -101,9 +108,19 @@ public:
     std::string open(const std::filesystem::path& path);
     /// All whole messages with a number of at least `from` that are still in the ring, in order.
     std::vector<Message> read(std::uint64_t from = 0) const;
+    /// What has come since the position, which moves on. Stops at a message that is just being
+    /// written; one that is not whole at the next reading either counts as lost.
+    std::vector<Message> readOn(RingPosition& position) const;
 
 private:
+    enum class Slot { whole, unfinished, overwritten };
+    struct Reading;
     std::string check(std::uint64_t fileBytes);
+    /// nullopt when the file cannot be read (any more).
+    std::optional<Reading> begin() const;
+    /// Hands over each slot from this number on, until `take` answers false.
+    template <class Take>
+    void slots(std::uint64_t from, const Reading& reading, Take take) const;
 
     int fd_ = -1;
     Layout::Header header_{};  // the fixed fields as they were checked

@@ -223,6 +223,84 @@ TEST_F(RingFileTest, WhatIsReadWhileOthersWriteIsWhole) {
     EXPECT_GT(readWhole(), 0U);
 }
 
+/// What readOn gives, message by message, over a file whose bytes the test changes.
+class ReadingOn : public RingFileTest {
+protected:
+    ReadingOn() { init(".bk"); }
+    std::vector<std::string> more() {
+        if (!open_) {
+            open_ = true;
+            EXPECT_EQ(reader_.open(path()), "");
+        }
+        std::vector<std::string> result;
+        for (Blink::Message& m : reader_.readOn(position)) { result.push_back(std::move(m.text)); }
+        return result;
+    }
+    /// Message `number`, of the ring's first round, is as far as a writer has come with it.
+    static void sequenceIs(std::uint64_t number, std::uint64_t sequence) {
+        std::fstream file{path(), std::ios::binary | std::ios::in | std::ios::out};
+        Blink::Layout::Header header{};
+        file.read(reinterpret_cast<char*>(&header), sizeof header);
+        file.seekp(static_cast<std::streamoff>(header.slotsOffset + number * header.slotBytes));
+        file.write(reinterpret_cast<const char*>(&sequence), sizeof sequence);
+    }
+    static void trace(int from, int to) {
+        for (int i = from; i < to; ++i) { TRACE9("message {}", i); }
+    }
+    Blink::RingPosition position;
+
+private:
+    Blink::RingReader reader_;
+    bool open_ = false;
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_F(ReadingOn, EachMessageComesOnce) {
+    trace(0, 2);
+    EXPECT_EQ(more(), (Texts{"message 0", "message 1"}));
+    EXPECT_EQ(more(), Texts{});
+    trace(2, 3);
+    EXPECT_EQ(more(), Texts{"message 2"});
+    EXPECT_EQ(position.lost, 0U);
+}
+
+TEST_F(ReadingOn, WhatIsJustBeingWrittenIsWaitedForAndKeepsItsPlace) {
+    trace(0, 3);
+    sequenceIs(1, 2 * 1 + 1);
+    EXPECT_EQ(more(), Texts{"message 0"});
+    sequenceIs(1, 2 * 1 + 2);
+    EXPECT_EQ(more(), (Texts{"message 1", "message 2"}));
+    EXPECT_EQ(position.lost, 0U);
+}
+
+TEST_F(ReadingOn, WhatIsNeverFinishedIsWaitedForOnceAndCountsAsLost) {
+    trace(0, 3);
+    sequenceIs(0, 2 * 0 + 1);
+    sequenceIs(1, 2 * 1 + 1);
+    EXPECT_EQ(more(), Texts{});
+    EXPECT_EQ(position.lost, 0U);
+    EXPECT_EQ(more(), Texts{"message 2"});
+    EXPECT_EQ(position.lost, 2U);
+}
+
+TEST_F(ReadingOn, WhatTheRingOverwroteBeforeItWasReadIsCounted) {
+    trace(0, 1);
+    EXPECT_EQ(more(), Texts{"message 0"});
+    trace(1, 1 + static_cast<int>(kSlots) + 5);
+    const Texts rest = more();
+    ASSERT_EQ(rest.size(), kSlots);
+    EXPECT_EQ(rest.front(), "message 6");
+    EXPECT_EQ(position.lost, 5U);
+}
+
+TEST_F(ReadingOn, ASlotThatIsOverwrittenMeanwhileIsLostAtOnce) {
+    trace(0, 3);
+    sequenceIs(1, 2 * (1 + kSlots) + 1);
+    EXPECT_EQ(more(), (Texts{"message 0", "message 2"}));
+    EXPECT_EQ(position.lost, 1U);
+}
+
 TEST_F(RingFileTest, TheTraceMayEndWhileAThreadIsTracing) {
     std::atomic<bool> stop{false};
     std::thread thread{[&stop] {
