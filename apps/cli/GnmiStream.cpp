@@ -3,6 +3,7 @@
 #include <grpcpp/grpcpp.h>
 #include <proto/gnmi.grpc.pb.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "apps/cli/ExitCode.h"
@@ -29,19 +30,32 @@ gnmi::SubscribeRequest subscription(const GnmiStream::Request& request) {
     list.set_mode(request.once ? gnmi::SubscriptionList::ONCE : gnmi::SubscriptionList::STREAM);
     list.set_encoding(gnmi::PROTO);
     list.mutable_prefix()->set_origin(request.paths.empty() ? "" : request.paths[0].origin());
+    const auto mode = request.serverChooses ? gnmi::TARGET_DEFINED : gnmi::ON_CHANGE;
     for (const gnmi::Path& path : request.paths) {
         gnmi::Subscription& entry = *list.add_subscription();
-        entry.set_mode(gnmi::ON_CHANGE);
+        entry.set_mode(mode);
         *entry.mutable_path() = path;
         entry.mutable_path()->clear_origin();
     }
-    if (request.paths.empty()) { list.add_subscription()->set_mode(gnmi::ON_CHANGE); }
+    if (request.paths.empty()) { list.add_subscription()->set_mode(mode); }
     return message;
 }
 
 }  // namespace
 
 struct GnmiStream::Call {
+    /// Waits until there is a server, or for the time, in steps in which cancel() is noticed.
+    bool connected(grpc::Channel& channel, std::chrono::milliseconds time) const {
+        constexpr std::chrono::milliseconds kStep{100};
+        const auto deadline = std::chrono::system_clock::now() + time;
+        while (!cancelled) {
+            const auto now = std::chrono::system_clock::now();
+            if (channel.WaitForConnected(std::min(deadline, now + kStep))) { return true; }
+            if (now >= deadline) { return false; }
+        }
+        return false;
+    }
+
     grpc::ClientContext context;
     std::atomic<bool> cancelled{false};
 };
@@ -59,7 +73,8 @@ int GnmiStream::run(const Request& request,
                     const std::function<bool(const gnmi::SubscribeResponse&)>& take,
                     std::string& error) {
     const auto channel = channelTo(request.server);
-    if (!channel->WaitForConnected(std::chrono::system_clock::now() + request.connectTime)) {
+    if (!call_->connected(*channel, request.connectTime)) {
+        if (call_->cancelled) { return kDone; }
         error = "no gNMI server answers at " + request.server + "; is an agent running? (pel up)";
         return kNobody;
     }

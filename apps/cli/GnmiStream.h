@@ -19,7 +19,9 @@ public:
     struct Request {
         std::string server;             ///< "127.0.0.1:9339"
         std::vector<gnmi::Path> paths;  ///< of one origin; none: everything
-        bool once = false;              ///< else STREAM, on change
+        bool once = false;              ///< else STREAM
+        /// Each leaf when the server thinks fit (counters now and then), else on change.
+        bool serverChooses = false;
         std::chrono::milliseconds connectTime{5000};
         /// The whole call, with `once` only.
         std::chrono::milliseconds callTime{std::chrono::minutes{10}};

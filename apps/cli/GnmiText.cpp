@@ -141,4 +141,17 @@ std::string valueText(const gnmi::TypedValue& value) {
     }
 }
 
+std::string harmless(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7f) {
+            result += fmt::format("\\x{:02x}", byte);
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
 }  // namespace Pel::Cli

@@ -22,4 +22,7 @@ bool pathFromText(std::string_view text, gnmi::Path& path, std::string& error);
 /// The value for people: text as it is, bytes as hexadecimal digits, leaf lists in brackets.
 std::string valueText(const gnmi::TypedValue& value);
 
+/// What a device says could move the cursor or worse: control characters are shown (\x1b), not sent.
+std::string harmless(std::string_view text);
+
 }  // namespace Pel::Cli

@@ -63,6 +63,7 @@ void ShowCommands::add(CLI::App& show, const Command& command) {
         option = app.add_option(command.option, option_, command.optionHelp);
     }
     app.add_option("--root", asked_.root, "Directory of the agent and its stores")
+        ->type_name("DIR")
         ->capture_default_str();
     app.add_option("--timeout", timeoutMs_, "How long the agent may be silent, in ms")
         ->check(CLI::Range(1, 3'600'000))

@@ -3,46 +3,132 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <ctime>
-#include <deque>
-#include <filesystem>
-#include <iterator>
-#include <thread>
+#include <nlohmann/json.hpp>
 
 #include "apps/cli/ExitCode.h"
+#include "apps/cli/GnmiText.h"
+#include "apps/cli/LiveOutput.h"
+#include "apps/cli/TraceStream.h"
 #include "platform/AgentHost/StandardStreams.h"
-#include "platform/Blink/RingFile.h"
-#include "platform/Blink/TraceFiles.h"
 
 namespace Pel::Cli {
 namespace {
 
 constexpr std::chrono::milliseconds kFollowInterval{200};
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
+constexpr std::size_t kPiece = 65536;
 
-std::string line(const Blink::Message& message) {
+using Files = std::vector<std::filesystem::path>;
+using Json = nlohmann::ordered_json;
+
+std::string timeText(const Blink::Message& message) {
     const std::time_t seconds = message.wallNanoseconds / kNanoseconds;
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z {} {} {} {}:{} {}: {}\n",
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z",
                        fmt::gmtime(seconds),
-                       message.wallNanoseconds % kNanoseconds / 1000,
+                       message.wallNanoseconds % kNanoseconds / 1000);
+}
+
+std::string fileName(const Blink::Message& message) {
+    return std::filesystem::path{message.file}.filename().string();
+}
+
+std::string line(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string messageText(const Blink::Message& message) {
+    return fmt::format("{} {} {} {} {}:{} {}: {}\n",
+                       timeText(message),
                        message.thread,
                        message.handle,
                        message.level,
-                       std::filesystem::path{message.file}.filename().string(),
+                       fileName(message),
                        message.line,
                        message.function,
                        message.text);
 }
 
+std::string messageJson(const Blink::Message& message) {
+    return line({{"time", timeText(message)},
+                 {"thread", message.thread},
+                 {"handle", message.handle},
+                 {"level", message.level},
+                 {"file", fileName(message)},
+                 {"line", message.line},
+                 {"function", message.function},
+                 {"text", message.text}});
+}
+
+std::string noticeText(const TraceStream::Notice& notice) {
+    const std::string file = harmless(notice.file.string());
+    return notice.what == TraceStream::Notice::What::began
+               ? fmt::format("-- a process began to trace: {} --\n", file)
+               : fmt::format(
+                     "-- {} messages lost, written faster than read: {} --\n", notice.lost, file);
+}
+
+std::string noticeJson(const TraceStream::Notice& notice) {
+    const std::string file = notice.file.string();
+    return notice.what == TraceStream::Notice::What::began
+               ? line({{"began", file}})
+               : line({{"lost", notice.lost}, {"file", file}});
+}
+
+class Trace {
+public:
+    explicit Trace(const TraceCommand::Options& options)
+        : options_{options}, directory_{Blink::traceDirectory(options.root)} {}
+
+    int run() {
+        if (!begin()) { return kFailed; }
+        if (!options_.follow) {
+            showNew();
+            return kDone;
+        }
+        while (true) {
+            const Files fresh = stream_.newOf(options_.files.empty() ? there() : options_.files);
+            if (!showNew()) { break; }
+            const auto began = stream_.openNew(fresh);
+            if (!show(began)) { break; }
+            if (began.empty() && output_.wait(kFollowInterval) != LiveOutput::Reason::time) {
+                break;
+            }
+        }
+        return kDone;
+    }
+
+private:
+    /// The directory's files, the oldest first.
+    Files there() const {
+        Files files;
+        for (const Blink::TraceFileInfo& info : Blink::traceFiles(directory_)) {
+            files.insert(files.begin(), info.path);
+        }
+        return files;
+    }
+    bool begin();
+    Files found();
+    bool showNew();
+    bool show(const std::vector<TraceStream::Notice>& notices);
+    bool wanted(const Blink::Message& message) const {
+        return message.level <= options_.level && message.wallNanoseconds >= options_.since &&
+               (options_.handle.empty() || message.handle == options_.handle);
+    }
+
+    TraceCommand::Options options_;
+    std::filesystem::path directory_;
+    LiveOutput output_;
+    TraceStream stream_{options_.follow};
+};
+
 /// What to show when no file is named. Empty when there is nothing.
-std::vector<std::filesystem::path> found(const TraceCommand::Options& options) {
-    std::vector<std::filesystem::path> files;
-    const std::filesystem::path directory = Blink::traceDirectory(options.root);
-    for (const Blink::TraceFileInfo& info : Blink::traceFiles(directory)) {
-        if (!files.empty() && !options.all) { break; }
+Files Trace::found() {
+    Files files;
+    for (const Blink::TraceFileInfo& info : Blink::traceFiles(directory_)) {
+        stream_.isKnown(info.path);
+        if (!files.empty() && !options_.all) { continue; }
         AgentHost::tell("pel trace",
                         fmt::format("{}, of process {}, which {}",
                                     info.path.string(),
@@ -52,72 +138,54 @@ std::vector<std::filesystem::path> found(const TraceCommand::Options& options) {
     }
     if (files.empty()) {
         AgentHost::tell("pel trace",
-                        "no trace file in " + directory.string() +
-                            "; an agent makes one when it starts. Elsewhere: --root DIR, or FILE");
+                        "no trace file in " + directory_.string() +
+                            (options_.follow ? "; waits until an agent makes one"
+                                             : "; an agent makes one when it starts. Elsewhere: "
+                                               "--root DIR, or FILE"));
     }
     return files;
 }
 
-/// Several files' messages from where each was left, in the order of their times.
-class Merged {
-public:
-    /// Empty, or why one of them cannot be read.
-    std::string open(const std::vector<std::filesystem::path>& files) {
-        for (const auto& file : files) {
-            Source& source = sources_.emplace_back();
-            std::string problem = source.reader.open(file);
-            if (!problem.empty()) { return problem; }
+/// False, which has been said, when there is nothing to read.
+bool Trace::begin() {
+    const Files files = options_.files.empty() ? found() : options_.files;
+    for (const std::filesystem::path& file : files) {
+        if (const std::string problem = stream_.open(file); !problem.empty()) {
+            AgentHost::tell("pel trace", problem);
+            return false;
         }
-        return {};
     }
-    std::vector<Blink::Message> read() {
-        std::vector<Blink::Message> all;
-        for (Source& source : sources_) {
-            auto messages = source.reader.read(source.next);
-            if (!messages.empty()) { source.next = messages.back().number + 1; }
-            std::move(messages.begin(), messages.end(), std::back_inserter(all));
-        }
-        const auto earlier = [](const Blink::Message& a, const Blink::Message& b) {
-            return a.wallNanoseconds < b.wallNanoseconds;
-        };
-        if (sources_.size() > 1) { std::stable_sort(all.begin(), all.end(), earlier); }
-        return all;
+    return !files.empty() || options_.follow;
+}
+
+bool Trace::show(const std::vector<TraceStream::Notice>& notices) {
+    std::string text;
+    for (const TraceStream::Notice& notice : notices) {
+        text += options_.json ? noticeJson(notice) : noticeText(notice);
     }
+    return output_.print(text);
+}
 
-private:
-    struct Source {
-        Blink::RingReader reader;
-        std::uint64_t next = 0;
-    };
-    std::deque<Source> sources_;  // a reader stays where it is
-};
-
-/// False when nobody reads any more.
-bool show(const std::vector<Blink::Message>& messages, const TraceCommand::Options& options) {
+/// False when it is over.
+bool Trace::showNew() {
+    std::vector<TraceStream::Notice> lost;
+    const auto messages = stream_.read(lost);
+    if (!show(lost)) { return false; }
+    std::string text;
     for (const Blink::Message& message : messages) {
-        if (message.level > options.level) { continue; }
-        if (!options.handle.empty() && message.handle != options.handle) { continue; }
-        const std::string text = line(message);
-        if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) { return false; }
+        if (!wanted(message)) { continue; }
+        text += options_.json ? messageJson(message) : messageText(message);
+        if (text.size() < kPiece) { continue; }
+        if (!output_.print(text)) { return false; }
+        text.clear();
     }
-    return std::fflush(stdout) == 0;
+    return output_.print(text);
 }
 
 }  // namespace
 
 int TraceCommand::run(const Options& options) {
-    const auto files = options.files.empty() ? found(options) : options.files;
-    if (files.empty()) { return kFailed; }
-    Merged merged;
-    if (const std::string problem = merged.open(files); !problem.empty()) {
-        AgentHost::tell("pel trace", problem);
-        return kFailed;
-    }
-    while (true) {
-        if (!show(merged.read(), options)) { return kDone; }
-        if (!options.follow) { return kDone; }
-        std::this_thread::sleep_for(kFollowInterval);
-    }
+    return Trace{options}.run();
 }
 
 }  // namespace Pel::Cli

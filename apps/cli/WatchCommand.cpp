@@ -3,43 +3,141 @@
 #include <fmt/format.h>
 #include <proto/gnmi.pb.h>
 
-#include <cstdio>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <thread>
 
 #include "apps/cli/ExitCode.h"
+#include "apps/cli/GnmiJson.h"
 #include "apps/cli/GnmiStream.h"
 #include "apps/cli/GnmiText.h"
+#include "apps/cli/LiveOutput.h"
+#include "apps/cli/RateMeter.h"
 #include "platform/AgentHost/StandardStreams.h"
 
 namespace Pel::Cli {
 namespace {
 
-/// What a device says could move the cursor or worse: control characters are shown, not sent.
-std::string harmless(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        result += byte < 0x20 || byte == 0x7f ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
-    }
-    return result;
-}
+constexpr const char* kRed = "\x1b[31m";
+constexpr const char* kGreen = "\x1b[32m";
+constexpr const char* kPlain = "\x1b[0m";
 
-/// False when nobody reads any more.
-bool print(const gnmi::SubscribeResponse& response) {
-    std::string text;
-    const gnmi::Notification& notification = response.update();
-    for (const gnmi::Path& gone : notification.delete_()) {
-        text += "delete " + harmless(pathText(notification.prefix(), gone)) + "\n";
+/// The answers as lines. With colours what is deleted is red, and green what comes or changes after
+/// the initial set.
+class LineView {
+public:
+    explicit LineView(bool coloured) : coloured_{coloured} {}
+
+    std::string text(const gnmi::SubscribeResponse& response) {
+        std::string text;
+        const gnmi::Notification& notification = response.update();
+        for (const gnmi::Path& gone : notification.delete_()) {
+            append("delete " + pathText(notification.prefix(), gone), coloured_ ? kRed : "", text);
+        }
+        for (const gnmi::Update& update : notification.update()) {
+            append(pathText(notification.prefix(), update.path()) + ' ' + valueText(update.val()),
+                   coloured_ && synced_ ? kGreen : "",
+                   text);
+        }
+        if (response.sync_response()) {
+            text += "-- synced --\n";
+            synced_ = true;
+        }
+        return text;
     }
-    for (const gnmi::Update& update : notification.update()) {
-        text += harmless(pathText(notification.prefix(), update.path()));
-        text += ' ';
-        text += harmless(valueText(update.val()));
+
+private:
+    static void append(const std::string& line, std::string_view colour, std::string& text) {
+        text += colour;
+        text += harmless(line);
+        if (!colour.empty()) { text += kPlain; }
         text += '\n';
     }
-    if (response.sync_response()) { text += "-- synced --\n"; }
-    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
-           std::fflush(stdout) == 0;
+
+    bool coloured_;
+    bool synced_ = false;
+};
+
+std::string rowText(const RateMeter::Row& row) {
+    return fmt::format("{} {} {}{}\n",
+                       harmless(row.path),
+                       row.value,
+                       row.perSecond ? fmt::format("{:.1f}/s", *row.perSecond) : "-",
+                       row.restarted ? " (restarted)" : "");
 }
+
+std::string rowJson(const RateMeter::Row& row) {
+    nlohmann::ordered_json json{{"path", row.path}, {"value", row.value}, {"perSecond", nullptr}};
+    if (row.perSecond) { json["perSecond"] = *row.perSecond; }
+    if (row.restarted) { json["restarted"] = true; }
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+std::string reportText(const RateMeter::Report& report, bool json) {
+    std::string text;
+    for (const RateMeter::Row& row : report.rows) { text += json ? rowJson(row) : rowText(row); }
+    const std::string counts = json ? R"({{"updates":{},"deletes":{},"messages":{}}})"
+                                    : "-- {} updates, {} deletes, {} messages --";
+    return text +
+           fmt::format(fmt::runtime(counts), report.updates, report.deletes, report.messages) +
+           "\n";
+}
+
+/// One call of the command: the stream on the caller's thread, and one thread that ends it and that
+/// knows the intervals.
+class Watch {
+public:
+    explicit Watch(const WatchCommand::Options& options)
+        : options_{options}, view_{!options.json && output_.coloured()} {}
+
+    int run(GnmiStream::Request request) {
+        request.serverChooses = options_.rates.has_value();
+        std::thread side{[this] { watchTheEnd(); }};
+        std::string error;
+        int code = stream_.run(
+            request,
+            [this](const gnmi::SubscribeResponse& response) { return take(response); },
+            error);
+        output_.wake();
+        side.join();
+        if (options_.rates && code != kNobody) { report(); }  // of the interval that was begun
+        if (code != kDone) { AgentHost::tell("pel watch", error); }
+        return code;
+    }
+
+private:
+    bool take(const gnmi::SubscribeResponse& response) {
+        if (options_.rates) {
+            const std::lock_guard lock{mutex_};
+            if (response.has_update()) { meter_.take(response.update()); }
+            return true;
+        }
+        return output_.print(options_.json ? jsonLine(response) : view_.text(response));
+    }
+    bool report() {
+        RateMeter::Report report;
+        {
+            const std::lock_guard lock{mutex_};
+            report = meter_.report();
+        }
+        return output_.print(reportText(report, options_.json));
+    }
+    void watchTheEnd() {
+        while (true) {
+            const LiveOutput::Reason reason = output_.wait(options_.rates);
+            if (reason == LiveOutput::Reason::woken) { return; }
+            if (reason == LiveOutput::Reason::over || !report()) { break; }
+        }
+        stream_.cancel();
+    }
+
+    WatchCommand::Options options_;
+    LiveOutput output_;  // before the stream, which has threads
+    LineView view_;
+    GnmiStream stream_;
+    std::mutex mutex_;  // of the meter
+    RateMeter meter_;
+};
 
 int usage(const std::string& problem) {
     AgentHost::tell("pel watch", problem);
@@ -62,10 +160,7 @@ int WatchCommand::run(const Options& options) {
         }
         request.paths.push_back(path);
     }
-    GnmiStream stream;
-    const int code = stream.run(request, print, error);
-    if (code != kDone) { AgentHost::tell("pel watch", error); }
-    return code;
+    return Watch{options}.run(std::move(request));
 }
 
 }  // namespace Pel::Cli

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace Pel::Cli {
 
 /// `pel watch`: what a gNMI client is shown, as lines: "<path> <value>", "delete <path>", and
-/// "-- synced --" after the initial set.
+/// "-- synced --" after the initial set; or how fast its counters grow. Each of it also as JSON.
 class WatchCommand {
 public:
     struct Options {
@@ -15,8 +16,12 @@ public:
         std::vector<std::string> paths;  ///< as people write them; none: everything
         bool once = false;
         std::chrono::seconds timeout{60};  ///< of the whole call, with `once`
+        bool json = false;                 ///< an object a line
+        /// Counters and their rates at the end of each interval of this length, in place of what
+        /// comes.
+        std::optional<std::chrono::milliseconds> rates;
     };
-    /// An ExitCode.
+    /// An ExitCode. Ended by its user or for want of a reader it is done.
     static int run(const Options& options);
 };
 

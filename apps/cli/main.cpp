@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <chrono>
 #include <exception>
 #include <string>
 #include <system_error>
@@ -11,6 +12,7 @@
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/ScenarioCommand.h"
 #include "apps/cli/ShowCommands.h"
+#include "apps/cli/SinceTime.h"
 #include "apps/cli/TraceCommand.h"
 #include "apps/cli/UpCommand.h"
 #include "apps/cli/WatchCommand.h"
@@ -36,6 +38,7 @@ private:
     void addScenario();
     void rootOption(CLI::App& command) {
         command.add_option("--root", root_, "Directory of the agent and its stores")
+            ->type_name("DIR")
             ->capture_default_str();
     }
     void timeoutOption(CLI::App& command) {
@@ -53,10 +56,12 @@ private:
     UpCommand::Options up_;
     WatchCommand::Options watch_;
     TraceCommand::Options trace_;
+    std::string since_;
     std::string levels_;
     std::string flag_;
     int waitSeconds_ = 660;
     int watchSeconds_ = 60;
+    std::string ratesSeconds_;
     std::string value_;
     std::vector<std::string> files_;
     int code_ = kDone;
@@ -105,12 +110,14 @@ void CommandLine::addUp() {
     up.add_option("--scenario",
                   up_.scenario,
                   "Export what this file describes, not this machine's state (root then: the "
-                  "default one with \"-scenario\")");
+                  "default one with \"-scenario\")")
+        ->type_name("FILE");
     up_.listen = "127.0.0.1:9339";
     up.add_option("--listen", up_.listen, "Where gNMI clients connect")
         ->check(AgentHost::ListenAddress::problem)
         ->capture_default_str();
-    up.add_option("--plugin", up_.plugin, "The agent (default: the one beside this program)");
+    up.add_option("--plugin", up_.plugin, "The agent (default: the one beside this program)")
+        ->type_name("FILE");
     up.add_flag("--once", up_.once, "End after the summary of the first export");
     up.add_option("--wait", waitSeconds_, "How long the first export may take, in seconds")
         ->check(CLI::Range(1, 86'400))
@@ -132,12 +139,23 @@ void CommandLine::addWatch() {
     watch_.server = "127.0.0.1:9339";
     watch.add_option("paths", watch_.paths, "/a/b[key=value] or origin:/a/b; none: everything");
     watch.add_option("--server", watch_.server, "Address and port")->capture_default_str();
-    watch.add_flag("--once", watch_.once, "End after the present state");
+    CLI::Option* const once = watch.add_flag("--once", watch_.once, "End after the present state");
     watch.add_option("--timeout", watchSeconds_, "With --once: of the whole call, in seconds")
         ->check(CLI::Range(1, 86'400))
         ->capture_default_str();
+    watch.add_flag("--json", watch_.json, "As JSON, an object a line");
+    watch
+        .add_flag("--rates{5}",
+                  ratesSeconds_,
+                  "Counters and how much they change in a second, at the end of each interval of "
+                  "so many seconds (1 to 86400)")
+        ->check(CLI::Range(1, 86'400).description(""))
+        ->excludes(once);
     watch.callback([this] {
         watch_.timeout = std::chrono::seconds{watchSeconds_};
+        if (!ratesSeconds_.empty()) {
+            watch_.rates = std::chrono::seconds{std::stoi(ratesSeconds_)};
+        }
         code_ = WatchCommand::run(watch_);
     });
 }
@@ -145,10 +163,23 @@ void CommandLine::addWatch() {
 void CommandLine::addTrace() {
     CLI::App& trace = *app_.add_subcommand(
         "trace", "Show what the agent traced, or set levels: pel trace set Name=9,Other=5");
-    trace.add_option("files", trace_.files, "Trace files (default: the agent's, in <root>/trace)");
+    trace.add_option("files", trace_.files, "Trace files (default: the agent's, in <root>/trace)")
+        ->type_name("FILE");
     rootOption(trace);
     trace.add_flag("--all", trace_.all, "Earlier runs' too, in the order of time");
     trace.add_flag("--follow", trace_.follow, "Go on with what is traced later");
+    trace.add_flag("--json", trace_.json, "As JSON, an object a line");
+    trace
+        .add_option(
+            "--since",
+            since_,
+            "Only messages from then on: 90s, 10m, 2h or 1d ago, or a time as it is printed")
+        ->check([](const std::string& text) -> std::string {
+            if (sinceTime(text, std::chrono::system_clock::now())) { return {}; }
+            return "'" + text +
+                   "' is neither an age (30s, 10m, 2h, 1d) nor a time "
+                   "(2026-01-31T08:15:00Z)";
+        });
     trace.add_option("--handle", trace_.handle, "Only messages of this handle");
     trace.add_option("--level", trace_.level, "Only messages up to this level")
         ->check(CLI::Range(0, 9))
@@ -164,6 +195,9 @@ void CommandLine::addTrace() {
     trace.callback([this, &trace] {
         if (!trace.get_subcommands().empty()) { return; }
         trace_.root = root_;
+        if (const auto since = sinceTime(since_, std::chrono::system_clock::now())) {
+            trace_.since = *since;
+        }
         code_ = TraceCommand::run(trace_);
     });
 }
@@ -192,8 +226,9 @@ void CommandLine::addScenario() {
         *app_.add_subcommand("scenario", "Files for pel-forwarderd --source scenario");
     scenario.require_subcommand(1);
     CLI::App& check = *scenario.add_subcommand("check", "Say all that is wrong with a file");
-    check.add_option("files", files_, "The files")->required();
-    check.callback([this] { code_ = ScenarioCommand::check(files_); });
+    check.add_option("files", files_, "The files")->required()->type_name("FILE");
+    check.add_flag("--json", json_, "As JSON");
+    check.callback([this] { code_ = ScenarioCommand::check(files_, json_); });
 }
 
 int CommandLine::run(int count, char** arguments) {
