@@ -24,7 +24,7 @@ run: build
 build: install-run
 	@$(call configure,release)
 	@echo "building (build/release)"
-	cmake --build --preset release --target PelOpenConfigAgent pel pel-agentd pel-forwarderd
+	cmake --build --preset release --target PelOpenConfigAgent pel pel-agentd pel-forwarderd ManualPages
 
 test: install-test
 	@$(call configure,dev)

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "apps/tree/ManualPage.h"
 #include "model/Registration.h"
 #include "model/View/NativeView.h"
 #include "model/View/OpenConfigView.h"
@@ -34,8 +35,11 @@ std::string nameProblem(const std::string& text) {
 
 void options(CLI::App& app, Arguments& to) {
     app.add_option("--root", to.config.root, "Directory of stores, trace and control socket")
+        ->type_name("DIR")
         ->capture_default_str();
-    app.add_option("--plugin", to.plugin, "The agent: a shared library")->required();
+    app.add_option("--plugin", to.plugin, "The agent: a shared library")
+        ->required()
+        ->type_name("FILE");
     app.add_option("--listen", to.listen, "Where gNMI clients connect")
         ->check(AgentHost::ListenAddress::problem)
         ->capture_default_str();
@@ -85,6 +89,7 @@ int run(int count, char** values) {
     Arguments arguments;
     CLI::App app{"Hosts the agent that exports forwarding state", "pel-agentd"};
     options(app, arguments);
+    Pel::CommandTree::addManualOption(app);
     try {
         app.parse(count, values);
     } catch (const CLI::ParseError& error) { return app.exit(error) == 0 ? 0 : 2; }

@@ -16,6 +16,8 @@
 #include "apps/cli/TraceCommand.h"
 #include "apps/cli/UpCommand.h"
 #include "apps/cli/WatchCommand.h"
+#include "apps/tree/Completion.h"
+#include "apps/tree/ManualPage.h"
 #include "platform/AgentHost/HostConfig.h"
 #include "platform/AgentHost/StandardStreams.h"
 
@@ -36,6 +38,7 @@ private:
     void addTrace();
     void addConfig();
     void addScenario();
+    void addCompletion();
     void rootOption(CLI::App& command) {
         command.add_option("--root", root_, "Directory of the agent and its stores")
             ->type_name("DIR")
@@ -231,6 +234,15 @@ void CommandLine::addScenario() {
     check.callback([this] { code_ = ScenarioCommand::check(files_, json_); });
 }
 
+void CommandLine::addCompletion() {
+    CLI::App& completion = *app_.add_subcommand(
+        "completion",
+        "Print a script that completes this command line: source <(pel completion bash)");
+    completion.add_option("shell", value_, "The shell")->required()->check(CLI::IsMember({"bash"}));
+    completion.callback(
+        [this] { fmt::print("{}", CommandTree::bashCompletion(CommandTree::of(app_))); });
+}
+
 int CommandLine::run(int count, char** arguments) {
     app_.require_subcommand(1);
     app_.footer(kFooter);
@@ -240,6 +252,8 @@ int CommandLine::run(int count, char** arguments) {
     addConfig();
     addScenario();
     const ShowCommands show{app_, code_};
+    addCompletion();
+    CommandTree::addManualOption(app_);
     try {
         app_.parse(count, arguments);
     } catch (const CLI::ParseError& error) {

@@ -6,6 +6,7 @@
 
 #include "apps/forwarderd/KernelForwarder.h"
 #include "apps/forwarderd/ScenarioOptions.h"
+#include "apps/tree/ManualPage.h"
 #include "forwarder/Scenario/ScenarioFeed.h"
 #include "platform/AgentHost/Allocator.h"
 #include "platform/AgentHost/HostConfig.h"
@@ -69,17 +70,20 @@ int run(int count, char** values) {
     Arguments arguments;
     CLI::App app{"Publishes forwarding state for the agent", "pel-forwarderd"};
     app.add_option("--root", arguments.config.root, "Directory of the stores")
+        ->type_name("DIR")
         ->capture_default_str();
     app.add_option("--source", arguments.source, "Where the state comes from")
         ->check(CLI::IsMember({"kernel", "scenario"}))
         ->capture_default_str();
-    app.add_option("--scenario", arguments.scenario.file, "File that --source scenario plays");
+    app.add_option("--scenario", arguments.scenario.file, "File that --source scenario plays")
+        ->type_name("FILE");
     app.add_option(
         "--generate",
         arguments.scenario.generate,
         "What --source scenario makes up: next-hops=N groups=M routes=R churn=C/s seed=S");
     app.add_option("--cell", arguments.config.cellId, "Cell whose readiness is told")
         ->capture_default_str();
+    Pel::CommandTree::addManualOption(app);
     try {
         app.parse(count, values);
     } catch (const CLI::ParseError& error) { return app.exit(error) == 0 ? 0 : 2; }

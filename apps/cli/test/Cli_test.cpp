@@ -91,6 +91,7 @@ constexpr UsageCase kUsageCases[] = {
     {"WatchRatesOfAMoment", "watch --rates --once", kUsage, "--once"},
     {"TraceSinceNeither", "trace --since lunch x", kUsage, "lunch"},
     {"TraceFollowMissingFile", "trace --follow /nowhere/x.bk", kFailed, "/nowhere/x.bk"},
+    {"CompletionNoShell", "completion tcsh", kUsage, "tcsh"},
     {"ScenarioJson",
      "scenario check --json /dev/null " PEL_TEST_EXAMPLE,
      kFailed,
