@@ -39,5 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const Blink::Message& message : messages) {
         if (message.text.size() > 4 * (1024 + 512) + 64) { std::abort(); }
     }
+    // Who reads on gets each whole message, once: what is not whole is waited for at most once.
+    Blink::RingPosition position;
+    const std::size_t first = reader.readOn(position).size();
+    if (first + reader.readOn(position).size() != messages.size()) { std::abort(); }
     return 0;
 }
