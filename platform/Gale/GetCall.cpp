@@ -36,6 +36,8 @@ std::optional<Status> GetCall::begin(std::span<const std::byte> message) {
                           " Get calls under way, as many as are allowed"};
     }
     target_ = std::get<GetPlan>(plan).target;
+    paths_ = request.path_size();
+    begun_ = context_.clock.now();
     answer_.emplace(
         std::move(std::get<GetPlan>(plan)), context_.limits, context_.clock, [this] { resume(); });
     context_.subscribers.add(*this);
@@ -72,12 +74,19 @@ Fill GetCall::send(std::span<std::byte> out) {
 }
 
 SubscriberStatus GetCall::status() const {
+    const auto now = context_.clock.now();
+    const auto blocked = call_.blockedSince();
     return {.peer = std::string{call_.peer()},
             .target = target_,
+            .mode = "Get",
+            .paths = static_cast<std::size_t>(paths_),
+            .age = now - begun_,
             .messages = 0,
             .bytes = answer_->bytes(),
             .coalesced = 0,
             .lag = 0,
+            .behind = {},
+            .blocked = message_ && blocked ? std::optional{now - *blocked} : std::nullopt,
             .synced = message_.has_value()};
 }
 

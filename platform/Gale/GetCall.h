@@ -34,6 +34,8 @@ private:
     Wire::Call& call_;
     CallContext& context_;
     std::string target_;
+    int paths_ = 0;
+    Kiln::TimePoint begun_;
     std::optional<GetAnswer> answer_;
     std::optional<std::string> message_;  // complete
 };

@@ -41,6 +41,7 @@ Provider::Provider(View& view,
       task_(scheduler, "GaleNotifyTask", orDefault(group, scheduler), [this] { return drain(); }),
       releaseTask_(
           scheduler, "GaleReleaseTask", orDefault(group, scheduler), [this] { return release(); }) {
+    statistics_.shown.resize(view_.kinds().size());
     view_.attach([this](std::unique_ptr<ListSource> source) { take(std::move(source)); });
     task_.schedule();  // also a view without sources has its first pass
 }
@@ -266,6 +267,7 @@ void Provider::show(ListSource& source, const EntryKey& key) {
                                               entry_.references);
     });
     const bool isNew = changed && journal_.added();
+    if (isNew) { ++statistics_.shown[view_.kindOf(lane, key)]; }
     // Who waits for a present one saw it leaving.
     if (Waiting::awaited(lane) && (isNew || waiting_.size() > 0)) { wake(waiting_.appeared(self)); }
     if (!changed) {
@@ -301,7 +303,9 @@ void Provider::remove(ListSource& source, const EntryKey& key) {
     entry_.notification.clear();
     entry_.notification.stampIs(stamp);
     source.encodeDelete(key, entry_.notification);
-    changing(self, [&] { return journal_.remove(self.lane, key, entry_.notification.bytes()); });
+    const bool removed = changing(
+        self, [&] { return journal_.remove(self.lane, key, entry_.notification.bytes()); });
+    if (removed) { --statistics_.shown[view_.kindOf(self.lane, key)]; }
     stamps_.used(stamp);
     ++statistics_.removed;
     if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
@@ -386,6 +390,9 @@ void Provider::scheduleRelease() {
 ProviderStatistics Provider::statistics() const {
     ProviderStatistics all = statistics_;
     all.waiting = waiting_.size();
+    all.waitingForNextHop = waiting_.size(Lane::nextHops);
+    all.waitingForGroup = waiting_.size(Lane::groups);
+    all.kept = postponed_.size();
     return all;
 }
 

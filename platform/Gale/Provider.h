@@ -29,9 +29,13 @@ struct ProviderStatistics {
     std::uint64_t changed = 0;    ///< of these: new content
     std::uint64_t unchanged = 0;  ///< the same bytes as before
     std::uint64_t removed = 0;
-    std::uint64_t failed = 0;    ///< encoders that threw
-    std::uint64_t released = 0;  ///< entries awaited in vain for the whole patience
-    std::size_t waiting = 0;     ///< entries that wait for one they name
+    std::uint64_t failed = 0;           ///< encoders that threw
+    std::uint64_t released = 0;         ///< entries awaited in vain for the whole patience
+    std::size_t waiting = 0;            ///< entries that wait for one they name
+    std::size_t waitingForNextHop = 0;  ///< of these
+    std::size_t waitingForGroup = 0;    ///< of these
+    std::size_t kept = 0;               ///< gone, but shown until nobody names them
+    std::vector<std::size_t> shown;     ///< entries in the journal, by View::kinds()
 };
 
 /// Carries a view's entries into its journal: notes which entries changed, and encodes each once,
@@ -64,6 +68,8 @@ public:
     void markHeld(ListSource& source) override;
 
     ProviderStatistics statistics() const;
+    /// Some of those that wait for one they name, so many at most.
+    std::vector<Waiting::Held> held(std::size_t most) const { return waiting_.held(most); }
 
 private:
     struct Marked {

@@ -5,6 +5,7 @@
 #include "platform/Gale/GnmiService.h"
 #include "platform/Gale/Provider.h"
 #include "platform/Gale/StampClock.h"
+#include "platform/Gale/StatusRequests.h"
 #include "platform/Gale/View.h"
 #include "platform/Gale/Wire/Server.h"
 #include "platform/Hubdb/EntityManager.h"
@@ -48,46 +49,19 @@ ViewInputs viewInputs(Vel::Ref<Vel::Dir> root, const std::vector<ExtraProvider>&
     return inputs;
 }
 
-std::string statusLine(const Channel& channel) {
-    std::string name = channel.origin + ":";
-    if (channel.lazyFill) {
-        name += fmt::format(" {}", channel.lazyFill->text());
-        if (!channel.provider) { return "view " + name; }
-        name += ';';
+ViewStatus viewStatus(const Channel& channel) {
+    ViewStatus status;
+    status.origin = channel.origin;
+    if (channel.lazyFill) { status.demand = channel.lazyFill->text(); }
+    if (channel.provider) {
+        status.provider = channel.provider->statistics();
+        status.held = channel.provider->held(ServiceStatus::kHeld);
     }
-    const ProviderStatistics provider = channel.provider->statistics();
-    const JournalStatistics journal = channel.journal.statistics();
-    return fmt::format(
-        "view {} next hops {}, groups {}, prefixes {}, flags {}; encoded {}, changed {}, removed "
-        "{}, waiting {}, released {}, failed {}",
-        name,
-        journal.entries[index(Lane::nextHops)],
-        journal.entries[index(Lane::groups)],
-        journal.entries[index(Lane::prefixes)],
-        journal.entries[index(Lane::flags)],
-        provider.encoded,
-        provider.changed,
-        provider.removed,
-        provider.waiting,
-        provider.released,
-        provider.failed);
-}
-
-std::vector<std::string> statusLines(const std::vector<SubscriberStatus>& subscribers) {
-    std::vector<std::string> lines;
-    lines.reserve(subscribers.size());
-    for (const SubscriberStatus& each : subscribers) {
-        lines.push_back(fmt::format(
-            "subscriber {}: target \"{}\", {}, sent {} ({} bytes), coalesced {}, lag {}",
-            each.peer,
-            each.target,
-            each.synced ? "synced" : "initial set",
-            each.messages,
-            each.bytes,
-            each.coalesced,
-            each.lag));
+    status.provider.shown.resize(channel.view->kinds().size());
+    for (std::size_t i = 0; i < status.provider.shown.size(); ++i) {
+        status.kinds.push_back({channel.view->kinds()[i].path, status.provider.shown[i]});
     }
-    return lines;
+    return status;
 }
 
 }  // namespace
@@ -107,7 +81,7 @@ public:
 
     void start();
     void stop();
-    void status(std::function<void(std::vector<std::string>)> answer);
+    void status(StatusAnswer answer);
 
     bool running = false;
     std::string error;
@@ -115,6 +89,7 @@ public:
 
 private:
     std::unique_ptr<Provider> makeProvider(Channel& channel, std::function<void()> onFilled);
+    ServiceStatus serviceStatus(std::optional<StreamsStatus> streams) const;
     std::string where() const {
         return fmt::format("{} port {}", config_.wire.address, config_.wire.port);
     }
@@ -130,6 +105,7 @@ private:
     std::unique_ptr<Wire::Server> server_;
     Vel::Ref<Kiln::TaskGroup> group_;
     Kiln::Task retryTask_;
+    StatusRequests statusRequests_;
 };
 
 RunnabilitySm::Impl::Impl(Vel::Ref<Vel::Dir> runnabilityDir,
@@ -145,10 +121,22 @@ RunnabilitySm::Impl::Impl(Vel::Ref<Vel::Dir> runnabilityDir,
       cmdRequestDirSm_(std::move(cmdRequestDirSm)),
       scheduler_(std::move(scheduler)),
       stamps_(scheduler_->clock(), config_.stampFile),
-      retryTask_(scheduler_, "GaleRetryTask", kRetryPriority, [this] {
-          start();
-          return false;
-      }) {
+      retryTask_(scheduler_,
+                 "GaleRetryTask",
+                 kRetryPriority,
+                 [this] {
+                     start();
+                     return false;
+                 }),
+      statusRequests_(
+          scheduler_,
+          [this](StatusRequests::Told told) {
+              server_->post([this, told = std::move(told)] {
+                  const Subscribers& calls = service_->subscribers();
+                  told({server_->status(), calls.status(), calls.refused, calls.terminated});
+              });
+          },
+          [this](auto streams) { return serviceStatus(std::move(streams)); }) {
     const auto outputs = entityManager->globalDir()->entity<Vel::Dir>(entityManager->name());
     const auto root =
         outputs ? outputs->entity<Vel::Dir>(serverConfig_.rootName) : Vel::Ref<Vel::Dir>{};
@@ -224,6 +212,7 @@ void RunnabilitySm::Impl::stop() {
         error = "stopped";
         if (runnabilityDir_) { runnabilityDir_->entityDel(kServerEntity); }
     }
+    statusRequests_.answerAll(std::nullopt);
     // In this order: calls hold cursors, journals wake the service, providers write the journals.
     for (const auto& channel : channels_) {
         channel->lazyFill.reset();
@@ -234,22 +223,18 @@ void RunnabilitySm::Impl::stop() {
     service_.reset();
 }
 
-void RunnabilitySm::Impl::status(std::function<void(std::vector<std::string>)> answer) {
-    std::vector<std::string> lines;
-    lines.push_back(running ? "serving on " + where() : "not serving: " + error);
-    for (const auto& channel : channels_) { lines.push_back(statusLine(*channel)); }
-    if (!running) {
-        answer(std::move(lines));
-        return;
+ServiceStatus RunnabilitySm::Impl::serviceStatus(std::optional<StreamsStatus> streams) const {
+    ServiceStatus status{running, error, config_.wire.address, port(), {}, std::move(streams)};
+    for (const auto& channel : channels_) { status.views.push_back(viewStatus(*channel)); }
+    return status;
+}
+
+void RunnabilitySm::Impl::status(StatusAnswer answer) {
+    if (running) {
+        statusRequests_.add(std::move(answer));
+    } else {
+        answer(serviceStatus(std::nullopt));
     }
-    server_->post([this, lines = std::move(lines), answer = std::move(answer)]() mutable {
-        for (std::string& line : statusLines(service_->subscribers().status())) {
-            lines.push_back(std::move(line));
-        }
-        scheduler_->post([lines = std::move(lines), answer = std::move(answer)]() mutable {
-            answer(std::move(lines));
-        });
-    });
 }
 
 RunnabilitySm::RunnabilitySm(Vel::Ref<Vel::Dir> runnabilityDir,
@@ -290,7 +275,7 @@ std::uint16_t RunnabilitySm::port() const {
 const std::string& RunnabilitySm::error() const {
     return impl_->error;
 }
-void RunnabilitySm::status(std::function<void(std::vector<std::string>)> answer) {
+void RunnabilitySm::status(StatusAnswer answer) {
     impl_->status(std::move(answer));
 }
 

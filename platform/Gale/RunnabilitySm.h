@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Gale/Server.h"
+#include "platform/Gale/ServiceStatus.h"
 #include "platform/Kiln/TaskScheduler.h"
 #include "platform/Vel/Entity.h"
 #include "platform/Vel/Sm.h"
@@ -45,10 +46,9 @@ public:
     std::uint16_t port() const;
     /// Why it is not running; empty when it is.
     const std::string& error() const;
-    /// For a status command: listening address, entries shown, waiting and released, time stamps,
-    /// each subscriber with peer, lag and messages sent. Called back on the scheduler's thread with
-    /// lines of text; at once when the server is not running.
-    void status(std::function<void(std::vector<std::string>)> answer);
+    /// Answered on the scheduler's thread once the I/O thread has told its part, or has not within
+    /// ServiceStatus::kPatience; at once when the server is not running.
+    void status(StatusAnswer answer);
 
 private:
     void handleInitialized();

@@ -35,6 +35,19 @@ std::string targetSuffix(const std::string& target) {
     return suffix;
 }
 
+std::string_view modeName(const SubscribePlan& plan) {
+    if (plan.poll) { return "POLL"; }
+    switch (plan.mode) {
+        case Cursor::Mode::stream:
+            return "STREAM";
+        case Cursor::Mode::updatesOnly:
+            return "updates only";
+        case Cursor::Mode::once:
+            return "ONCE";
+    }
+    return {};
+}
+
 }  // namespace
 
 SubscribeCall::~SubscribeCall() {
@@ -44,37 +57,47 @@ SubscribeCall::~SubscribeCall() {
 void SubscribeCall::onMessage(std::span<const std::byte> message) {
     gnmi::SubscribeRequest request;
     if (!request.ParseFromArray(message.data(), static_cast<int>(message.size()))) {
-        call_.finish({Code::InvalidArgument, "the message is no gnmi.SubscribeRequest"});
+        refuse({Code::InvalidArgument, "the message is no gnmi.SubscribeRequest"});
         return;
     }
     if (plan_) {
         if (!request.has_poll()) {
-            call_.finish({Code::InvalidArgument, "a call takes one subscribe message only"});
+            refuse({Code::InvalidArgument, "a call takes one subscribe message only"});
         } else if (!plan_->poll) {
-            call_.finish({Code::InvalidArgument, "poll belongs to mode POLL only"});
+            refuse({Code::InvalidArgument, "poll belongs to mode POLL only"});
         } else {
             poll();
         }
         return;
     }
     if (!request.has_subscribe()) {
-        call_.finish({Code::InvalidArgument, "the first message must hold subscribe"});
+        refuse({Code::InvalidArgument, "the first message must hold subscribe"});
         return;
     }
     auto plan = planSubscribe(request, context_.channels, context_.limits);
     if (auto* const bad = std::get_if<Status>(&plan)) {
-        call_.finish(std::move(*bad));
+        refuse(std::move(*bad));
         return;
     }
     if (auto full = context_.subscribersFull()) {
-        call_.finish(std::move(*full));
+        refuse(std::move(*full));
         return;
     }
     begin(std::move(std::get<SubscribePlan>(plan)));
 }
 
+void SubscribeCall::refuse(Status why) {
+    note(context_.subscribers.refused, why);
+    call_.finish(std::move(why));
+}
+
+void SubscribeCall::note(CallFailures& failures, const Status& why) const {
+    failures = {failures.count + 1, std::string{call_.peer()}, why.message, context_.clock.now()};
+}
+
 void SubscribeCall::begin(SubscribePlan plan) {
     plan_ = std::move(plan);
+    begun_ = context_.clock.now();
     suffix_ = targetSuffix(plan_->target);
     leafFilter_.emplace(plan_->filter->patterns());
     if (plan_->encoding != ValueEncoding::proto) { json_ = context_.jsonForms(plan_->encoding); }
@@ -92,13 +115,14 @@ void SubscribeCall::beginRound() {
     }
     state_ = Cursor::State::more;
     synced_ = false;
+    behindSince_ = context_.clock.now();
 }
 
 void SubscribeCall::poll() {
     if (waitingPolls_ == context_.limits.waitingPolls) {
-        call_.finish({Code::ResourceExhausted,
-                      std::to_string(waitingPolls_) +
-                          " polls wait for their answers, as many as are allowed"});
+        refuse({Code::ResourceExhausted,
+                std::to_string(waitingPolls_) +
+                    " polls wait for their answers, as many as are allowed"});
         return;
     }
     ++waitingPolls_;
@@ -114,12 +138,19 @@ bool SubscribeCall::nextRound() {
 }
 
 void SubscribeCall::onHalfClose() {
-    if (!plan_) { call_.finish({Code::InvalidArgument, "the call ended without subscribe"}); }
+    if (!plan_) { refuse({Code::InvalidArgument, "the call ended without subscribe"}); }
     halfClosed_ = true;
     call_.resume();
 }
 
-void SubscribeCall::onCancelled(const Status& /*why*/) {}
+void SubscribeCall::onCancelled(const Status& why) {
+    if (why.code != Code::Cancelled) { note(context_.subscribers.terminated, why); }
+}
+
+void SubscribeCall::resume() {
+    if (!behindSince_) { behindSince_ = context_.clock.now(); }
+    call_.resume();
+}
 
 Fill SubscribeCall::fill(std::span<std::byte> out) {
     std::size_t written = 0;
@@ -137,6 +168,7 @@ Fill SubscribeCall::fill(std::span<std::byte> out) {
         }
         if (state_ == Cursor::State::ended) {
             if (nextRound()) { continue; }
+            behindSince_.reset();
             if (plan_->poll && !halfClosed_) { return Fill::idle(written); }
             return Fill::finished(written, {});
         }
@@ -144,6 +176,7 @@ Fill SubscribeCall::fill(std::span<std::byte> out) {
             if (state_ == Cursor::State::ended) { continue; }
             if (state_ == Cursor::State::idle) {
                 state_ = Cursor::State::more;  // the next call asks again
+                if (synced_) { behindSince_.reset(); }
                 return Fill::idle(written);
             }
             if (++blank < kBlankRounds) { continue; }
@@ -254,12 +287,19 @@ void SubscribeCall::writePending(std::byte* out) {
 
 SubscriberStatus SubscribeCall::status() const {
     const CursorStatistics cursor = reader_->statistics();
+    const auto now = context_.clock.now();
+    const auto blocked = call_.blockedSince();
     return {.peer = std::string{call_.peer()},
             .target = plan_->target,
+            .mode = modeName(*plan_),
+            .paths = plan_->paths,
+            .age = now - begun_,
             .messages = messages_,
             .bytes = bytes_,
             .coalesced = cursor.coalesced,
             .lag = cursor.lag,
+            .behind = behindSince_ ? std::optional{now - *behindSince_} : std::nullopt,
+            .blocked = blocked ? std::optional{now - *blocked} : std::nullopt,
             .synced = synced_};
 }
 

@@ -34,10 +34,12 @@ public:
     void onHalfClose() override;
     void onCancelled(const Wire::Status& why) override;
 
-    void resume() override { call_.resume(); }
+    void resume() override;
     SubscriberStatus status() const override;
 
 private:
+    void refuse(Wire::Status why);
+    void note(CallFailures& failures, const Wire::Status& why) const;
     void begin(SubscribePlan plan);
     void beginRound();
     void poll();
@@ -79,6 +81,8 @@ private:
     // Entries that went out in part before the sync; afterwards a change tells by itself.
     absl::flat_hash_set<Reference> partsSent_;
     bool synced_ = false;
+    Kiln::TimePoint begun_;
+    std::optional<Kiln::TimePoint> behindSince_;  // nothing: level with the journal
     std::size_t waitingPolls_ = 0;
     bool halfClosed_ = false;
     std::uint64_t messages_ = 0;

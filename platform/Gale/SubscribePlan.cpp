@@ -82,6 +82,7 @@ std::variant<SubscribePlan, Status> planSubscribe(
         plan.channel = path.channel;
         patterns.push_back(std::move(path.pattern));
     }
+    plan.paths = patterns.size();
     // No state is wanted and none will come: a filter that shows nothing leaves the sync alone.
     const bool nothing = !stream && list.updates_only();
     if (nothing || !RequestCheck::modelsWanted(list.use_models(), *plan.channel->view)) {

@@ -6,6 +6,7 @@
 #include "platform/Gale/ValueEncoding.h"
 #include "platform/Gale/Wire/Status.h"
 
+#include <cstddef>
 #include <memory>
 #include <span>
 #include <string>
@@ -24,6 +25,7 @@ struct SubscribePlan {
     Channel* channel = nullptr;
     Cursor::Mode mode = Cursor::Mode::stream;
     bool poll = false;  ///< mode is once, for each poll anew
+    std::size_t paths = 0;
     ValueEncoding encoding = ValueEncoding::proto;
     std::string target;  ///< echoed in every response; empty: none
     std::shared_ptr<const EntryFilter> filter;

@@ -4,8 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "platform/Kiln/Clock.h"
 
 namespace Gale {
 
@@ -13,11 +17,27 @@ namespace Gale {
 struct SubscriberStatus {
     std::string peer;
     std::string target;
+    std::string_view mode;        ///< "STREAM", "updates only", "ONCE", "POLL" or "Get"
+    std::size_t paths = 0;        ///< that it asked for
+    Kiln::Duration age{};         ///< since it asked
     std::uint64_t messages = 0;   ///< updates and deletes sent; none of a Get
     std::uint64_t bytes = 0;      ///< of them, as messages
     std::uint64_t coalesced = 0;  ///< changes overtaken before they were sent
     std::uint64_t lag = 0;        ///< changes behind
+    /// For how long it has not been level with the journal; nothing when it is.
+    std::optional<Kiln::Duration> behind;
+    /// For how long the client has taken nothing of what there is for it, see
+    /// Wire::Call::blockedSince().
+    std::optional<Kiln::Duration> blocked;
     bool synced = false;
+};
+
+/// Subscribe calls that did not go as their client wanted, and the last one of them.
+struct CallFailures {
+    std::uint64_t count = 0;
+    std::string peer;
+    std::string reason;
+    Kiln::TimePoint at;
 };
 
 /// A call that reads a journal: a Subscribe, or a Get under way. I/O thread.
@@ -53,6 +73,9 @@ public:
     void remove(ReadingCall& call);
     std::size_t size() const { return calls_.size(); }
     std::vector<SubscriberStatus> status() const;
+
+    CallFailures refused;     ///< their request could not be served
+    CallFailures terminated;  ///< ended by this side: no data taken, deadline over
 
 private:
     void resumeAll();

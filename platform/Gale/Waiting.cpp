@@ -8,7 +8,9 @@ void Waiting::add(const Reference& missing, const Waiter& waiter, Kiln::TimePoin
         it->second.since = now;
         bySince_.emplace_back(now, missing);
     }
-    if (it->second.waiters.insert(waiter).second) { ++size_; }
+    if (!it->second.waiters.insert(waiter).second) { return; }
+    ++size_;
+    ++sizes_[index(missing.lane)];
 }
 
 Waiting::Waiters Waiting::appeared(const Reference& entry) {
@@ -31,7 +33,19 @@ Waiting::Waiters Waiting::take(const Reference& entry) {
     Waiters waiters = std::move(it->second.waiters);
     missing_.erase(it);
     size_ -= waiters.size();
+    sizes_[index(entry.lane)] -= waiters.size();
     return waiters;
+}
+
+std::vector<Waiting::Held> Waiting::held(std::size_t most) const {
+    std::vector<Held> all;
+    for (const auto& [missing, wait] : missing_) {
+        for (const auto& [source, key] : wait.waiters) {
+            if (all.size() == most) { return all; }
+            all.push_back({{source->lane(), key}, missing, wait.since});
+        }
+    }
+    return all;
 }
 
 std::optional<Reference> Waiting::overdue(Kiln::TimePoint now) {

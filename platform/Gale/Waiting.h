@@ -6,11 +6,13 @@
 #include "platform/Gale/ListSource.h"
 #include "platform/Kiln/Clock.h"
 
+#include <array>
 #include <cstddef>
 #include <deque>
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace Gale {
 
@@ -45,6 +47,16 @@ public:
     std::optional<Kiln::TimePoint> nextDue() const;
 
     std::size_t size() const { return size_; }
+    /// Of these, who wait for an entry of this lane.
+    std::size_t size(Lane missing) const { return sizes_[index(missing)]; }
+    /// One of those that wait.
+    struct Held {
+        Reference waiter;
+        Reference missing;
+        Kiln::TimePoint since;  ///< the first of those who wait for it has waited
+    };
+    /// So many at most, in the order of what is missing.
+    std::vector<Held> held(std::size_t most) const;
 
 private:
     struct Missing {
@@ -62,6 +74,7 @@ private:
     absl::btree_set<Reference> absent_;
     std::deque<Reference> absentInOrder_;  // some have appeared since
     std::size_t size_ = 0;
+    std::array<std::size_t, kLanes> sizes_{};  // by the lane of what is missing
 };
 
 }  // namespace Gale

@@ -92,6 +92,9 @@ public:
     virtual std::optional<Kiln::TimePoint> deadline() const = 0;
     /// Numeric address and port of the client.
     virtual std::string_view peer() const = 0;
+    /// Since when the client has taken nothing of what there is for it, because its windows are
+    /// closed or its socket is full; nothing when all there was has been taken.
+    virtual std::optional<Kiln::TimePoint> blockedSince() const = 0;
 
     /// Sent with the response headers; without effect after start(), reply() or finish().
     virtual void addInitialMetadata(std::string name, std::string value) = 0;

@@ -291,6 +291,7 @@ bool Session::timedOut(Kiln::TimePoint now) {
 void Session::tick(Kiln::TimePoint now) {
     if (timedOut(now)) {
         TRACE5("peer {} timed out, {} bytes unread", peer_, outputLeft());
+        if (outputLeft() > 0) { cancelCalls({Code::Unavailable, "the client takes no data"}); }
         dead_ = true;
         touch();
         return;

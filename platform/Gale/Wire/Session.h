@@ -52,6 +52,10 @@ public:
     void abandon();
     /// The socket is full: poll for room.
     bool blocked() const { return blocked_; }
+    /// Since when the socket has taken nothing of the output; nothing when there is none.
+    std::optional<Kiln::TimePoint> unwrittenSince() const {
+        return outputLeft() > 0 ? std::optional{lastWrite_} : std::nullopt;
+    }
 
     std::size_t openCalls() const { return calls_.size(); }
 

@@ -48,6 +48,11 @@ std::string_view StreamCall::peer() const {
     return session_.peer();
 }
 
+std::optional<Kiln::TimePoint> StreamCall::blockedSince() const {
+    if (const auto since = session_.unwrittenSince()) { return since; }
+    return waiting() ? std::optional{lastProgress_} : std::nullopt;
+}
+
 // --- request ---
 
 bool StreamCall::header(std::string_view name, std::string_view value) {
@@ -314,8 +319,7 @@ std::size_t StreamCall::pull(std::span<std::byte> out) {
 }
 
 bool StreamCall::stalled(Kiln::TimePoint now) const {
-    const bool waiting = headersSent_ && !ended_ && (carryLeft() > 0 || !idle_);
-    return waiting && now - lastProgress_ >= session_.environment().options.stallTime;
+    return waiting() && now - lastProgress_ >= session_.environment().options.stallTime;
 }
 
 }  // namespace Gale::Wire

@@ -32,6 +32,7 @@ public:
     const Metadata& metadata() const override { return head_.metadata(); }
     std::optional<Kiln::TimePoint> deadline() const override { return deadline_; }
     std::string_view peer() const override;
+    std::optional<Kiln::TimePoint> blockedSince() const override;
     void addInitialMetadata(std::string name, std::string value) override;
     void addTrailer(std::string name, std::string value) override;
     void start(MessageSource& source) override;
@@ -60,6 +61,8 @@ public:
 
 private:
     bool over() const { return ended_ || finish_.has_value(); }
+    /// There is something to send, or to ask the source for.
+    bool waiting() const { return headersSent_ && !ended_ && (carryLeft() > 0 || !idle_); }
     bool unary() const { return method_->kind != MethodKind::Bidi; }
     std::size_t carryLeft() const { return carry_.size() - carryAt_; }
 

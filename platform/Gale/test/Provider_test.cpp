@@ -34,6 +34,47 @@ TEST_P(ProviderTest, AGroupWaitsForItsMember) {
     EXPECT_EQ(channel().journal.find(Lane::groups, {0, 0, 7})->references().size(), 2U);
 }
 
+TEST_P(ProviderTest, TellsHowManyEntriesOfEachKindAreShown) {
+    const auto kinds = [this] { return statistics().shown; };
+    EXPECT_EQ(kinds(), (std::vector<std::size_t>{0, 0, 0, 1}));
+    populate();
+    EXPECT_EQ(kinds(), (std::vector<std::size_t>{2, 1, 1, 1}));
+    view->beasts.set(1, "green");  // one that is there
+    view->fields.erase(5);
+    view->herds.erase(7);
+    settle();
+    EXPECT_EQ(kinds(), (std::vector<std::size_t>{2, 0, 0, 1}));
+    view->beasts.clear();
+    settle();
+    EXPECT_EQ(kinds(), (std::vector<std::size_t>{0, 0, 0, 1}));
+}
+
+TEST_P(ProviderTest, TellsWhoWaitsForWhatAndSinceWhen) {
+    advance(std::chrono::seconds{1});
+    view->fields.set(5, 7);
+    view->fields.set(6, 7);
+    settle();
+    advance(std::chrono::seconds{2});
+    view->herds.set(7, {{3}});
+    settle();
+    EXPECT_EQ(statistics().waiting, 3U);
+    EXPECT_EQ(statistics().waitingForNextHop, 1U);
+    EXPECT_EQ(statistics().waitingForGroup, 2U);
+    const auto held = channel().provider->held(2);
+    ASSERT_EQ(held.size(), 2U);
+    EXPECT_EQ(held[0].waiter, (Reference{Lane::groups, {0, 0, 7}}));
+    EXPECT_EQ(held[0].missing, (Reference{Lane::nextHops, {0, 0, 3}}));
+    EXPECT_EQ(clock.now() - held[0].since, Kiln::Duration::zero());
+    EXPECT_EQ(held[1].waiter, (Reference{Lane::prefixes, {0, 0, 5}}));
+    EXPECT_EQ(held[1].missing, (Reference{Lane::groups, {0, 0, 7}}));
+    EXPECT_EQ(clock.now() - held[1].since, std::chrono::seconds{2});
+    view->beasts.set(3, "red");
+    settle();
+    EXPECT_EQ(statistics().waitingForNextHop, 0U);
+    EXPECT_EQ(statistics().waitingForGroup, 0U);
+    EXPECT_TRUE(channel().provider->held(2).empty());
+}
+
 TEST_P(ProviderTest, AMemberThatWasLookedAtAndIsNotThereHoldsNobody) {
     view->herds.set(7, {{1, 2}});
     view->beasts.set(2, "blue");

@@ -29,17 +29,13 @@ protected:
         request.mutable_subscribe()->add_subscription()->set_mode(gnmi::ON_CHANGE);
         return request;
     }
-    std::vector<std::string> status() {
-        std::vector<std::string> lines;
-        bool answered = false;
-        machine->status([&](std::vector<std::string> got) {
-            lines = std::move(got);
-            answered = true;
-        });
+    ServiceStatus status() {
+        std::optional<ServiceStatus> told;
+        machine->status([&](const ServiceStatus& status) { told = status; });
         const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-        while (!answered && std::chrono::steady_clock::now() < end) { scheduler->runUntilIdle(); }
-        EXPECT_TRUE(answered);
-        return lines;
+        while (!told && std::chrono::steady_clock::now() < end) { scheduler->runUntilIdle(); }
+        EXPECT_TRUE(told);
+        return told.value_or(ServiceStatus{});
     }
 
     std::unique_ptr<gnmi::gNMI::Stub> stub;
@@ -133,10 +129,20 @@ TEST_F(Runnability, StockClientStreamsWithTargetUntilTheServerStops) {
         EXPECT_EQ(prefix.elem_size(), i == 1 ? 1 : 3);
     }
     EXPECT_EQ(responses[3].update().update(2).val().string_val(), "green");
-    EXPECT_THAT(status(),
-                ElementsAre(HasSubstr("serving on 127.0.0.1"),
-                            HasSubstr("view openconfig: next hops 1,"),
-                            HasSubstr("target \"router-7\", synced, sent 3")));
+    const ServiceStatus told = status();
+    EXPECT_TRUE(told.running);
+    EXPECT_EQ(told.address, "127.0.0.1");
+    EXPECT_EQ(told.port, machine->port());
+    ASSERT_EQ(told.views.size(), 1U);
+    EXPECT_EQ(told.views[0].origin, "openconfig");
+    EXPECT_EQ(told.views[0].demand, "");
+    EXPECT_EQ(told.views[0].kinds.at(0).path, view->kinds()[0].path);
+    EXPECT_EQ(told.views[0].kinds.at(0).shown, 1U);
+    ASSERT_TRUE(told.streams);
+    EXPECT_EQ(told.streams->wire.connections.size(), 1U);
+    ASSERT_EQ(told.streams->subscribers.size(), 1U);
+    EXPECT_EQ(told.streams->subscribers[0].target, "router-7");
+    EXPECT_EQ(told.streams->subscribers[0].messages, 3U);
     stop();
     gnmi::SubscribeResponse none;
     EXPECT_FALSE(stream->Read(&none));
@@ -167,7 +173,9 @@ TEST_F(Runnability, AnOccupiedPortIsSaidAndTriedAgain) {
     EXPECT_FALSE(machine->running());
     EXPECT_FALSE(runnabilityDir->has("server"));
     EXPECT_THAT(machine->error(), HasSubstr(std::to_string(config.wire.port)));
-    EXPECT_THAT(status()[0], HasSubstr("not serving"));
+    EXPECT_FALSE(status().running);
+    EXPECT_EQ(status().error, machine->error());
+    EXPECT_FALSE(status().streams);
     other.stop();
     clock.advance(std::chrono::seconds(5));
     scheduler->runUntilIdle();

@@ -256,6 +256,85 @@ TEST_F(Subscribe, StatusTellsWhoIsThereAndHowFarBehind) {
     EXPECT_EQ(all[0].messages, 5U);
     EXPECT_EQ(all[0].lag, 0U);
     EXPECT_TRUE(all[0].synced);
+    EXPECT_EQ(all[0].mode, "STREAM");
+    EXPECT_EQ(all[0].paths, 1U);
+    EXPECT_EQ(all[0].age, Kiln::Duration::zero());
+    EXPECT_EQ(all[0].behind, std::nullopt);
+    EXPECT_EQ(all[0].blocked, std::nullopt);
+}
+
+TEST_F(Subscribe, StatusTellsTheModeThePathsAndSinceWhen) {
+    subscribe("mode: POLL subscription {" + path("zoo") + "} subscription {" + path("zoo/beasts") +
+              "}");
+    advance(std::chrono::seconds{5});
+    subscribe("updates_only: true subscription {}");
+    advance(std::chrono::seconds{7});
+    const auto all = service->subscribers().status();
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0].mode, "POLL");
+    EXPECT_EQ(all[0].paths, 2U);
+    EXPECT_EQ(all[0].age, std::chrono::seconds{12});
+    EXPECT_EQ(all[0].behind, std::nullopt) << "between two polls";
+    EXPECT_EQ(all[1].mode, "updates only");
+    EXPECT_EQ(all[1].age, std::chrono::seconds{7});
+}
+
+TEST_F(Subscribe, StatusTellsHowLongAClientIsBehindAndTakesNothing) {
+    constexpr std::uint16_t kInitialWindow = 4;
+    populate();
+    clients.push_back(std::make_unique<Wire::WireClient>(
+        server->port(), true, std::vector<Wire::WireClient::Setting>{{kInitialWindow, 2000}}));
+    auto& client = *clients.back();
+    const auto stream = client.open(Wire::WireClient::head("/gnmi.gNMI/Subscribe"));
+    client.send(stream,
+                bytes<gnmi::SubscribeRequest>("subscribe { encoding: PROTO subscription {} }"),
+                false);
+    settle();
+    const auto status = [this] { return service->subscribers().status().at(0); };
+    ASSERT_TRUE(status().synced);
+    ASSERT_EQ(status().lag, 0U);
+    advance(std::chrono::seconds{9});
+    EXPECT_EQ(status().behind, std::nullopt);
+    for (std::uint64_t i = 0; i < 100; ++i) { view->beasts.set(100 + i, "red"); }
+    settle();
+    advance(std::chrono::seconds{3});
+    EXPECT_GT(status().lag, 0U);
+    EXPECT_EQ(status().behind, std::chrono::seconds{3});
+    EXPECT_EQ(status().blocked, std::chrono::seconds{3});
+    client.window(stream, 1'000'000);
+    settle();
+    EXPECT_EQ(status().lag, 0U);
+    EXPECT_EQ(status().behind, std::nullopt);
+    EXPECT_EQ(status().blocked, std::nullopt);
+}
+
+TEST_F(Subscribe, RefusedAndTerminatedCallsAreCountedWithTheLastReason) {
+    const Subscribers& calls = service->subscribers();
+    subscribe("subscription {" + path("zoo/fish") + "}");
+    advance(std::chrono::seconds{1});
+    subscribe("mode: ONCE encoding: ASCII subscription {}");
+    EXPECT_EQ(calls.refused.count, 2U);
+    EXPECT_TRUE(calls.refused.peer.starts_with("127.0.0.1:")) << calls.refused.peer;
+    EXPECT_EQ(calls.refused.at, clock.now());
+    EXPECT_NE(calls.refused.reason, "");
+    subscribe("subscription {}");
+    clients.pop_back();  // a client that goes of itself is no failure
+    settle();
+    EXPECT_EQ(calls.terminated.count, 0U);
+    constexpr std::uint16_t kInitialWindow = 4;
+    populate();
+    clients.push_back(std::make_unique<Wire::WireClient>(
+        server->port(), true, std::vector<Wire::WireClient::Setting>{{kInitialWindow, 0}}));
+    auto& client = *clients.back();
+    const auto stream = client.open(Wire::WireClient::head("/gnmi.gNMI/Subscribe"));
+    client.send(stream,
+                bytes<gnmi::SubscribeRequest>("subscribe { encoding: PROTO subscription {} }"),
+                false);
+    settle();
+    for (int second = 0; second < 70; ++second) { advance(std::chrono::seconds{1}); }
+    EXPECT_EQ(calls.terminated.count, 1U);
+    EXPECT_EQ(calls.terminated.reason, "the client takes no data");
+    EXPECT_EQ(calls.refused.count, 2U);
 }
 
 struct PathCase {
