@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -27,12 +28,23 @@ public:
     /// Writes the entry in place of any with its index.
     void nextHopIs(NextHop nextHop) {
         const NextHopIndex index = nextHop.index;
-        nextHops_.set(index, std::make_unique<const NextHop>(std::move(nextHop)));
+        if (!nextHop.encapHeaders.empty()) { ++encapsulated_; }
+        const auto before =
+            nextHops_.set(index, std::make_unique<const NextHop>(std::move(nextHop)));
+        if (before && !(*before)->encapHeaders.empty()) { --encapsulated_; }
     }
     /// Harmless when there is none.
-    void nextHopDel(NextHopIndex index) { nextHops_.erase(index); }
+    void nextHopDel(NextHopIndex index) {
+        const NextHop* const before = nextHop(index);
+        if (before == nullptr) { return; }
+        if (!before->encapHeaders.empty()) { --encapsulated_; }
+        nextHops_.erase(index);
+    }
     /// Answers what was there, for who has a million entries to free.
-    auto nextHopDelAll() { return nextHops_.clear(); }
+    auto nextHopDelAll() {
+        encapsulated_ = 0;
+        return nextHops_.clear();
+    }
     /// Tells that this next hop has been considered and that nothing changed, so that whatever
     /// waits for its entry waits no longer.
     void processedIs(NextHopIndex index) { processed_.publish(index); }
@@ -43,6 +55,8 @@ public:
     bool pending(NextHopIndex index) const { return pending_ && pending_(index); }
 
     std::size_t size() const { return nextHops_.size(); }
+    /// Those of them that have encapsulation headers.
+    std::size_t encapsulated() const { return encapsulated_; }
     std::optional<NextHopIndex> nextKey(const std::optional<NextHopIndex>& after) const {
         return nextHops_.nextKey(after);
     }
@@ -55,6 +69,7 @@ public:
 
 private:
     Vel::Collection<NextHopIndex, Value> nextHops_;
+    std::size_t encapsulated_ = 0;
     mutable Vel::Publisher<const NextHopIndex&> processed_;
     std::function<bool(NextHopIndex)> pending_;
 };

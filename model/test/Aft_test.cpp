@@ -33,6 +33,31 @@ TEST(NextHops, EachChangeIsToldWithItsKeyAfterItWasMade) {
     EXPECT_THAT(told, ElementsAre("7 there", "7 there", "7 gone", "8 there", "8 gone"));
 }
 
+TEST(NextHops, TheEncapsulatedOnesAreCounted) {
+    const auto sut = Vel::make<NextHopContainer>("nextHops");
+    const auto encapsulated = [](std::uint64_t index) {
+        NextHop result = nextHop(index);
+        EncapHeader header;
+        header.type = EncapHeaderType::mpls;
+        result.encapHeaders.encapHeaderIs(header);
+        return result;
+    };
+    sut->nextHopIs(nextHop(1));
+    EXPECT_EQ(sut->encapsulated(), 0U);
+    sut->nextHopIs(encapsulated(1));
+    sut->nextHopIs(encapsulated(1));
+    sut->nextHopIs(encapsulated(2));
+    EXPECT_EQ(sut->encapsulated(), 2U);
+    sut->nextHopIs(nextHop(1));
+    EXPECT_EQ(sut->encapsulated(), 1U);
+    sut->nextHopDel(NextHopIndex{2});
+    sut->nextHopDel(NextHopIndex{2});
+    EXPECT_EQ(sut->encapsulated(), 0U);
+    sut->nextHopIs(encapsulated(3));
+    sut->nextHopDelAll();
+    EXPECT_EQ(sut->encapsulated(), 0U);
+}
+
 TEST(NextHops, ProcessedTellsWithoutAChange) {
     const auto sut = Vel::make<NextHopContainer>("nextHops");
     int changes = 0;

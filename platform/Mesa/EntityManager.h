@@ -23,6 +23,9 @@ public:
     Vel::Ref<T> entity(std::string_view path) const {
         return Vel::refCast<T>(entity(path));
     }
+    const std::map<std::string, Vel::Ref<Vel::Entity>, std::less<>>& entities() const {
+        return entities_;
+    }
     const Vel::Ref<Store::Reader>& reader() const { return reader_; }
 
     /// Used by mount groups.

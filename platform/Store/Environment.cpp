@@ -303,4 +303,12 @@ std::size_t Environment::usedBytes() const {
     return (info.me_last_pgno + 1) * status.ms_psize;
 }
 
+/// The bell is rung after each commit that changed something.
+std::optional<std::int64_t> Environment::lastCommit() const {
+    struct stat status {};
+    if (::stat(bellPath().c_str(), &status) != 0) { return std::nullopt; }
+    constexpr std::int64_t kNanoseconds = 1'000'000'000;
+    return status.st_mtim.tv_sec * kNanoseconds + status.st_mtim.tv_nsec;
+}
+
 }  // namespace Store

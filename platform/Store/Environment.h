@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -76,6 +77,9 @@ public:
     bool current() const;
     /// Bytes of the map that have ever been used; options().mapBytes is the limit.
     std::size_t usedBytes() const;
+    /// When changes were last committed to it, by whomever, in nanoseconds of wall time since the
+    /// Unix epoch; nullopt when that cannot be told.
+    std::optional<std::int64_t> lastCommit() const;
     std::filesystem::path bellPath() const { return options_.directory / "bell"; }
 
 private:

@@ -144,6 +144,8 @@ void Reader::State::listen() {
 
 void Reader::State::storeGone(std::string reason) {
     TRACE5("store {} gone: {}", reader.options_.directory.string(), reason);
+    ++reader.losses_;
+    reader.lastLoss_ = reason;
     reader.lastError_ = std::move(reason);
     snapshot.environmentIs(nullptr);
     closing = closeElsewhere(std::move(reader.environment_));

@@ -102,6 +102,9 @@ public:
     std::uint64_t sinkFailures() const;
     /// Why the store is not open; empty when it is.
     const std::string& lastError() const { return lastError_; }
+    /// How often an open store went away, and why it did the last time.
+    std::uint64_t losses() const { return losses_; }
+    const std::string& lastLoss() const { return lastLoss_; }
 
 private:
     struct State;
@@ -111,6 +114,8 @@ private:
     std::shared_ptr<Environment> environment_;
     Sequence position_ = 0;
     std::string lastError_;
+    std::uint64_t losses_ = 0;
+    std::string lastLoss_;
     mutable Vel::Publisher<const std::string&> onTable_;
     mutable Vel::Publisher<> onCaughtUp_;
 };

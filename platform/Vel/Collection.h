@@ -26,11 +26,13 @@ public:
 
     using Map = absl::btree_map<Key, Value>;
 
-    /// The value that was there lives until all have been told, like one that is erased.
-    void set(const Key& key, Value value) {
+    /// The value that was there lives until all have been told, like one that is erased; it is
+    /// answered.
+    std::optional<Value> set(const Key& key, Value value) {
         const auto [it, added] = map_.try_emplace(key, std::move(value));
         if (!added) { std::swap(it->second, value); }
         tell(key);
+        return added ? std::nullopt : std::optional<Value>{std::move(value)};
     }
     /// Answers whether there was one; only then a change is published. The key may be the
     /// collection's own.

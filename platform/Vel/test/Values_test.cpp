@@ -56,6 +56,13 @@ TEST(Collection, EachChangeIsPublishedWithItsKeyAfterwards) {
     EXPECT_EQ(seen, (std::vector<std::string>{"1=a", "1=b", "1=b", "1=gone"}));
 }
 
+TEST(Collection, SettingAnswersWhatWasThere) {
+    Vel::Collection<int, std::string> values;
+    EXPECT_EQ(values.set(1, "a"), std::nullopt);
+    EXPECT_EQ(values.set(1, "b"), "a");
+    EXPECT_EQ(*values.find(1), "b");
+}
+
 TEST(Collection, TheKeyToEraseMayBeItsOwn) {
     Vel::Collection<std::string, int> values;
     values.set("a key too long for a small string", 1);
