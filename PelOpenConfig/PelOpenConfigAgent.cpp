@@ -10,6 +10,7 @@
 #include "PelOpenConfig/PelOpenConfigCliCallback.h"
 #include "PelOpenConfig/PelOpenConfigCliEntries.h"
 #include "PelOpenConfig/PelOpenConfigCliRoute.h"
+#include "PelOpenConfig/PelOpenConfigStatus.h"
 #include "model/Registration.h"
 #include "platform/AgentHost/AgentPlugin.h"
 #include "platform/Blink/RingFile.h"
@@ -54,6 +55,7 @@ void Agent::doInit() {
     registerModelTypes();
     hubdbMounts();
     mesaMounts();
+    cmdRequestDirSm()->absenceIs("the agent waits for its mounts; see: pel show status");
     hubdbMountGroup_->close(false, "", Kiln::Duration::zero());
 }
 
@@ -104,6 +106,7 @@ void Agent::doMountsComplete(Hubdb::MountStatus status,
     pelOcFecExportData_ = Vel::make<PelOcFecExportData>();
     startAftExportRootSm();
     createStreamServer(entityManager);
+    cmdRequestDirSm()->absenceIs({});
 }
 
 void Agent::createServerObjects(const Vel::Ref<Hubdb::EntityManager>& entityManager) {
@@ -198,12 +201,12 @@ void Agent::showCommandsAre() {
     cliHelper_ = Vel::make<CliHelper>(
         flattenFecSet_, stashManager_, anchorValidatorCtx_->fecAv(), anchorValidatorCtx_->nhAv());
     const OcApi::AftContainer& aft = *aftContainer_;
-    const auto vrfTables = Vel::make<VrfTables>(sharedMemoryEntityManager(), vrfIdMap_);
+    vrfTables_ = Vel::make<VrfTables>(sharedMemoryEntityManager(), vrfIdMap_);
     showCommandIs<ShowFecExportAsyncCliCallback>(cliHelper_);
     showCommandIs<ShowEntriesAsyncCliCallback<NextHopEntries>>(Vel::make<NextHopEntries>(aft));
     showCommandIs<ShowEntriesAsyncCliCallback<GroupEntries>>(Vel::make<GroupEntries>(aft));
-    showCommandIs<ShowEntriesAsyncCliCallback<VrfEntries>>(Vel::make<VrfEntries>(vrfTables));
-    showCommandIs<ShowRouteAsyncCliCallback>(Vel::make<RouteSources>(vrfTables, cliHelper_, aft));
+    showCommandIs<ShowEntriesAsyncCliCallback<VrfEntries>>(Vel::make<VrfEntries>(vrfTables_));
+    showCommandIs<ShowRouteAsyncCliCallback>(Vel::make<RouteSources>(vrfTables_, cliHelper_, aft));
 }
 
 template <class Callback, class Shown>
@@ -245,6 +248,32 @@ void Agent::doStop() {
 void Agent::doCleanup() {
     const auto holder = entityManager()->globalDir()->entity<Vel::Dir>(entityManager()->name());
     if (holder) { holder->entityDel(kExportDirName); }
+}
+
+void Agent::status(const AgentHost::StatusAnswer& answer) {
+    const auto finish = [this, answer](const Gale::ServiceStatus& service) {
+        const Status status{statusInputs(), service, scheduler()->clock().now()};
+        answer([&status](AgentHost::CliPrinter& to) { status.print(to); });
+    };
+    if (galeRunnabilitySm_) {
+        galeRunnabilitySm_->status(finish);
+    } else {
+        finish({});
+    }
+}
+
+StatusInputs Agent::statusInputs() const {
+    const auto outputs = entityManager()->globalDir()->entity<Vel::Dir>(entityManager()->name());
+    return {.mountsComplete = mountsComplete_,
+            .toloConfig = toloConfig_,
+            .exportRoot = aftExportRootSm_,
+            .aft = aftContainer_,
+            .stash = stashMountGroup_,
+            .forwarderReady = flattenFecSetReadyStatus_,
+            .fibReadyDir = allVrfGatedFibReadyDir_,
+            .exportDir = outputs ? outputs->entity<Vel::Dir>(kExportDirName) : nullptr,
+            .vrfs = vrfTables_,
+            .tables = sharedMemoryEntityManager()};
 }
 
 std::uint16_t Agent::gnmiPort() const {

@@ -9,6 +9,7 @@
 #include "PelOpenConfig/PelAftExportRootSm.h"
 #include "PelOpenConfig/PelNexthopGuePortSm.h"
 #include "PelOpenConfig/PelOpenConfigCliHelper.h"
+#include "PelOpenConfig/PelVrfTables.h"
 #include "platform/AgentHost/AgentBase.h"
 #include "platform/AgentHost/AsyncShowCommandAnchor.h"
 
@@ -18,6 +19,8 @@ struct ExtraProvider;
 }  // namespace Gale
 
 namespace Pel::Oc {
+
+struct StatusInputs;
 
 /// Root of the export: mounts every input, creates what the export writes, and wires inputs to
 /// machines in a fixed order. It decides nothing. Nothing else constructs machines but the export
@@ -43,6 +46,7 @@ public:
     void doStop() override;
     void doCleanup() override;
     std::uint16_t gnmiPort() const override;
+    void status(const AgentHost::StatusAnswer& answer) override;
 
     /// What is streamed besides the tree: the route tables, unless toggle "GaleTarnServer"
     /// ("Gale.json") is off.
@@ -83,6 +87,7 @@ private:
     void showCommandsAre();
     template <class Callback, class Shown>
     void showCommandIs(Vel::Ref<Shown> shown);
+    StatusInputs statusInputs() const;
     void createStreamServer(const Vel::Ref<Hubdb::EntityManager>& entityManager);
 
     bool mountsComplete_ = false;
@@ -106,6 +111,7 @@ private:
     Vel::Ref<const FlattenFecSet> flattenFecSet_;
     Vel::Ref<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable> counterKeyTable_;
     Vel::Ref<Vrf::VrfIdMap::Status> vrfIdMap_;
+    Vel::Ref<VrfTables> vrfTables_;
     Vel::Ref<PelOcNextHopCountersMap> pelOcNextHopCountersMap_;
     Vel::Ref<AnchorValidatorContext> anchorValidatorCtx_;
     Vel::Ref<AftExportRootSm> aftExportRootSm_;

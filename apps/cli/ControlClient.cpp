@@ -10,9 +10,12 @@
 #include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <system_error>
 
 #include "apps/cli/ExitCode.h"
+#include "platform/AgentHost/HostConfig.h"
+#include "platform/AgentHost/RootLock.h"
 
 namespace Pel::Cli {
 namespace {
@@ -32,13 +35,12 @@ public:
         if (fd_ >= 0) { ::close(fd_); }
     }
 
-    /// 0 or the error number.
+    /// 0 or the error number. EAGAIN: the host's queue is full, as it accepts nobody.
     int connect(const std::filesystem::path& path) const {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         if (path.native().size() >= sizeof address.sun_path) { return ENAMETOOLONG; }
         std::memcpy(address.sun_path, path.c_str(), path.native().size());
-        // With a full queue the kernel says EAGAIN: the host accepts nobody, so it hangs.
         return ::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
                    ? 0
                    : errno;
@@ -93,12 +95,63 @@ private:
     bool gone_ = false;
 };
 
-ControlResult unconnected(int problem, const std::filesystem::path& root) {
-    const std::string where = root.string();
-    if (problem == EAGAIN) {
-        return {Outcome::noAnswer, {}, "the agent in " + where + " takes no requests: it hangs"};
+constexpr std::chrono::milliseconds kTryAgain{20};
+
+using Holder = AgentHost::RootLock::Holder;
+
+/// The agent of a root directory, as its lock tells; nobody when that cannot be told.
+Holder agentOf(const std::filesystem::path& root) {
+    return AgentHost::RootLock::holder(root, AgentHost::HostConfig::kAgentLock).value_or(Holder{});
+}
+
+/// Nobody listens: there is no socket, or a dead agent has left it.
+bool nobodyListens(int problem) {
+    return problem == ENOENT || problem == ECONNREFUSED;
+}
+
+/// Connects as soon as it can be had: an agent may be just starting, or have many clients.
+int connectInTime(const Connection& connection,
+                  const std::filesystem::path& root,
+                  std::chrono::milliseconds timeout) {
+    const auto deadline = Clock::now() + timeout;
+    const std::filesystem::path socket = root / "control.sock";
+    while (true) {
+        const int problem = connection.connect(socket);
+        const bool passing =
+            problem == EAGAIN || (nobodyListens(problem) && agentOf(root).process != 0);
+        if (!passing || Clock::now() + kTryAgain > deadline) { return problem; }
+        ::poll(nullptr, 0, static_cast<int>(kTryAgain.count()));
     }
-    if (problem == ENOENT || problem == ECONNREFUSED) {
+}
+
+/// Why an agent that is there does not answer.
+std::string whyNot(const Holder& agent) {
+    const std::string process = "process " + std::to_string(agent.process);
+    if (agent.stopped) {
+        return ": " + process + " is stopped; kill -CONT " + std::to_string(agent.process) +
+               " lets it go on";
+    }
+    return agent.process == 0 ? ": it hangs" : ": it hangs (" + process + ")";
+}
+
+ControlResult unconnected(int problem,
+                          const std::filesystem::path& root,
+                          std::chrono::milliseconds timeout) {
+    const std::string where = root.string();
+    const std::string time = " for " + std::to_string(timeout.count()) + " ms";
+    const Holder agent = agentOf(root);
+    if (problem == EAGAIN) {
+        return {Outcome::noAnswer,
+                {},
+                "the agent in " + where + " takes no requests" + time + whyNot(agent)};
+    }
+    if (nobodyListens(problem) && agent.process != 0) {
+        const std::string state =
+            agent.stopped ? whyNot(agent)
+                          : ": process " + std::to_string(agent.process) + " starts or ends";
+        return {Outcome::noAnswer, {}, "the agent in " + where + " does not listen" + time + state};
+    }
+    if (nobodyListens(problem)) {
         return {Outcome::nobody, {}, "no agent runs in " + where + "; start one with: pel up"};
     }
     return {
@@ -141,8 +194,8 @@ ControlResult ControlClient::ask(const std::string& command,
                                  const std::map<std::string, std::string>& parameters,
                                  const Sink& sink) const {
     Connection connection{timeout_};
-    if (const int problem = connection.connect(root_ / "control.sock"); problem != 0) {
-        return unconnected(problem, root_);
+    if (const int problem = connectInTime(connection, root_, timeout_); problem != 0) {
+        return unconnected(problem, root_, timeout_);
     }
     const nlohmann::json request{
         {"command", command}, {"format", json ? "json" : "text"}, {"parameters", parameters}};
@@ -168,7 +221,7 @@ ControlResult ControlClient::ask(const std::string& command,
                 {},
                 who + " ended the connection before it answered" + (begun ? " in full" : "")};
     }
-    const std::string time = std::to_string(timeout_.count()) + " ms: it hangs";
+    const std::string time = std::to_string(timeout_.count()) + " ms" + whyNot(agentOf(root_));
     return {
         Outcome::noAnswer,
         {},

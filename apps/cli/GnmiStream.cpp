@@ -5,8 +5,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 #include "apps/cli/ExitCode.h"
+#include "platform/AgentHost/ListenAddress.h"
 
 namespace Pel::Cli {
 namespace {
@@ -40,6 +44,61 @@ gnmi::SubscribeRequest subscription(const GnmiStream::Request& request) {
     if (request.paths.empty()) { list.add_subscription()->set_mode(mode); }
     return message;
 }
+
+/// Nobody takes connections there, as far as can be told: a name is not looked up once more.
+bool refused(const std::string& server) {
+    const auto address = AgentHost::ListenAddress::parse(server);
+    return !address || !address->takesConnections();
+}
+
+std::string silent(const std::string& server, std::chrono::milliseconds time) {
+    return server + " takes the connection and says nothing for " + std::to_string(time.count()) +
+           " ms: the agent there hangs (pel show status), or it is no gNMI server";
+}
+
+int unconnected(const GnmiStream::Request& request, std::string& error) {
+    if (!refused(request.server)) {
+        error = silent(request.server, request.connectTime);
+        return kNoAnswer;
+    }
+    error = "no gNMI server answers at " + request.server + "; is an agent running? (pel up)";
+    return kNobody;
+}
+
+/// Ends a call that has no answer at all in time.
+class FirstAnswer {
+public:
+    FirstAnswer(grpc::ClientContext& context, std::chrono::milliseconds time)
+        : thread_{[this, &context, time] {
+              std::unique_lock lock{mutex_};
+              if (came_.wait_for(lock, time, [this] { return here_; })) { return; }
+              late_ = true;
+              context.TryCancel();
+          }} {}
+    FirstAnswer(const FirstAnswer&) = delete;
+    FirstAnswer& operator=(const FirstAnswer&) = delete;
+    ~FirstAnswer() {
+        isHere();
+        thread_.join();
+    }
+
+    void isHere() {
+        const std::lock_guard lock{mutex_};
+        here_ = true;
+        came_.notify_one();
+    }
+    bool late() const {
+        const std::lock_guard lock{mutex_};
+        return late_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable came_;
+    bool here_ = false;
+    bool late_ = false;
+    std::thread thread_;  // last: uses all of the above
+};
 
 }  // namespace
 
@@ -75,8 +134,7 @@ int GnmiStream::run(const Request& request,
     const auto channel = channelTo(request.server);
     if (!call_->connected(*channel, request.connectTime)) {
         if (call_->cancelled) { return kDone; }
-        error = "no gNMI server answers at " + request.server + "; is an agent running? (pel up)";
-        return kNobody;
+        return unconnected(request, error);
     }
     grpc::ClientContext& context = call_->context;
     if (request.once) { context.set_deadline(std::chrono::system_clock::now() + request.callTime); }
@@ -84,12 +142,20 @@ int GnmiStream::run(const Request& request,
     const auto stream = stub->Subscribe(&context);
     stream->Write(subscription(request));
     bool wanted = true;
+    FirstAnswer first{context, request.answerTime};
     gnmi::SubscribeResponse response;
-    while (wanted && !call_->cancelled && stream->Read(&response)) { wanted = take(response); }
+    while (wanted && !call_->cancelled && stream->Read(&response)) {
+        first.isHere();
+        wanted = take(response);
+    }
     if (!wanted) { call_->cancelled = true; }
     if (call_->cancelled) { context.TryCancel(); }
     const grpc::Status status = stream->Finish();
     if (call_->cancelled || status.ok()) { return kDone; }
+    if (first.late()) {
+        error = silent(request.server, request.answerTime);
+        return kNoAnswer;
+    }
     error = request.server + ": " + status.error_message();
     return status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED ? kNoAnswer : kFailed;
 }

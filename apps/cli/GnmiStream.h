@@ -23,6 +23,8 @@ public:
         /// Each leaf when the server thinks fit (counters now and then), else on change.
         bool serverChooses = false;
         std::chrono::milliseconds connectTime{5000};
+        /// For the first answer: what a server has to show is on its way by then.
+        std::chrono::milliseconds answerTime{std::chrono::minutes{1}};
         /// The whole call, with `once` only.
         std::chrono::milliseconds callTime{std::chrono::minutes{10}};
     };

@@ -65,7 +65,7 @@ void LiveOutput::wake() const {
     [[maybe_unused]] const ssize_t size = ::write(wake_, &one, sizeof one);
 }
 
-bool LiveOutput::coloured() const {
+bool LiveOutput::coloured() {
     const char* const forbidden = std::getenv("NO_COLOR");
     if (forbidden != nullptr && *forbidden != '\0') { return false; }
     const char* const terminal = std::getenv("TERM");

@@ -26,7 +26,7 @@ public:
     void wake() const;
     bool over() const { return wait(std::chrono::milliseconds{0}) == Reason::over; }
     /// A terminal that shows colours, and a user who has not forbidden them (NO_COLOR).
-    bool coloured() const;
+    static bool coloured();
 
 private:
     int signals_;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "apps/cli/LiveOutput.h"
 #include "platform/AgentHost/HostConfig.h"
 
 namespace Pel::Cli {
@@ -11,7 +12,10 @@ ShowCommands::ShowCommands(CLI::App& app, int& code) : code_{code} {
     CLI::App& show = *app.add_subcommand("show", "Ask the running agent");
     show.require_subcommand(1);
     const Command commands[] = {
-        {"status", "Who runs, where clients connect, how far the stores are read", "status"},
+        {.name = "status",
+         .help = "Who runs and feeds it, what is ready, what is exported, who subscribes",
+         .asks = "status",
+         .coloured = true},
         {"tasks", "The scheduler's tasks with their runs and times", "tasks"},
         {"fec-export",
          "The exported FECs with their next hops, or one of them",
@@ -78,6 +82,7 @@ void ShowCommands::add(CLI::App& show, const Command& command) {
         if (option != nullptr && option->count() > 0) {
             asked_.parameters[command.optionParameter] = option_;
         }
+        if (command.coloured && LiveOutput::coloured()) { asked_.parameters["colour"] = "yes"; }
         code_ = AskCommand::run(asked_);
     });
 }

@@ -26,6 +26,7 @@ private:
         const char* option = nullptr;
         const char* optionParameter = nullptr;
         const char* optionHelp = nullptr;
+        bool coloured = false;  ///< on a terminal the agent is asked for colours
     };
     void add(CLI::App& show, const Command& command);
 

@@ -44,7 +44,7 @@ int forward(const Arguments& arguments) {
         if (scenario == nullptr) { return failed(error); }
     }
     AgentHost::RootLock lock;
-    error = lock.take(arguments.config.root, "forwarder.lock");
+    error = lock.take(arguments.config.root, AgentHost::HostConfig::kForwarderLock);
     if (!error.empty()) { return failed(error); }
     Store::Options options;
     options.directory = arguments.config.stateDirectory();

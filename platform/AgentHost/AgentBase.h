@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 
+#include "platform/AgentHost/CliPrinter.h"
 #include "platform/AgentHost/CmdRequestDirSm.h"
 #include "platform/AgentHost/HostConfig.h"
 #include "platform/Hubdb/EntityManager.h"
@@ -19,6 +22,10 @@ struct HostServices {
     Vel::Ref<CmdRequestDirSm> cmdRequestDirSm;
     HostConfig config;
 };
+
+/// Prints a part of a status.
+using StatusSection = std::function<void(CliPrinter&)>;
+using StatusAnswer = std::function<void(const StatusSection&)>;
 
 /// Base of an agent, the root object of a plug-in. Constructed with its name only; the host then
 /// calls, all on the scheduler's thread:
@@ -45,6 +52,9 @@ public:
     virtual void doStop() {}
     /// The port at which clients reach the agent's streaming server; 0 while there is none.
     virtual std::uint16_t gnmiPort() const { return 0; }
+    /// The agent's part of a status, which comes after the host's: now, or within a second or two
+    /// on the scheduler's thread, once. Empty: it has nothing to say.
+    virtual void status(const StatusAnswer& answer) { answer({}); }
 
     const Vel::Ref<Kiln::TaskScheduler>& scheduler() const { return services_.scheduler; }
     const Vel::Ref<Hubdb::EntityManager>& entityManager() const { return services_.entityManager; }

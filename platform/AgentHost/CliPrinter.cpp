@@ -20,7 +20,26 @@ bool isPlain(char c) {
     return static_cast<unsigned char>(c) < 0x80 && !isControl(c) && c != '"' && c != '\\';
 }
 
+constexpr std::string_view kRed = "\x1b[31m";
+constexpr std::string_view kPlain = "\x1b[0m";
+
+void appendPrintable(std::string& to, std::string_view text) {
+    for (const char c : text) {
+        if (isControl(c)) {
+            fmt::format_to(std::back_inserter(to), "\\x{:02x}", c);
+        } else {
+            to += c;
+        }
+    }
+}
+
 }  // namespace
+
+std::string printable(std::string_view text) {
+    std::string result;
+    appendPrintable(result, text);
+    return result;
+}
 
 CliPrinter::CliPrinter(OutputFormat format) : format_{format} {
     if (structured()) { buffer_ += '{'; }
@@ -35,15 +54,30 @@ void CliPrinter::openDict(std::string_view label, std::string_view key) {
             plain(key);
         }
     }
-    ++open_;
+    open_.push_back(false);
+    first_ = true;
+}
+
+void CliPrinter::openList(std::string_view label, std::string_view key) {
+    VEL_ASSERT(!key.empty());
+    if (begin(label, key) && structured()) { buffer_ += '['; }
+    open_.push_back(true);
+    first_ = true;
+}
+
+void CliPrinter::openItem() {
+    VEL_ASSERT(!open_.empty() && open_.back());
+    if (structured()) { buffer_ += first_ ? "{" : ",{"; }
+    open_.push_back(false);
     first_ = true;
 }
 
 void CliPrinter::closeDict() {
-    VEL_ASSERT(open_ > 0);
-    --open_;
+    VEL_ASSERT(!open_.empty());
+    const bool list = open_.back();
+    open_.pop_back();
     first_ = false;
-    if (structured()) { buffer_ += '}'; }
+    if (structured()) { buffer_ += list ? ']' : '}'; }
 }
 
 void CliPrinter::number(std::string_view label, std::string_view key, std::uint64_t value) {
@@ -57,6 +91,14 @@ void CliPrinter::boolean(std::string_view label, std::string_view key, bool valu
 void CliPrinter::string(std::string_view label, std::string_view key, std::string_view value) {
     if (!begin(label, key)) { return; }
     structured() ? quoted(value) : plain(value);
+}
+
+void CliPrinter::bad(std::string_view label, std::string_view key, std::string_view value) {
+    if (structured()) { return string(label, key, value); }
+    beginText(label);
+    if (colours_) { buffer_ += kRed; }
+    plain(value);
+    if (colours_) { buffer_ += kPlain; }
 }
 
 void CliPrinter::numbers(std::string_view label,
@@ -80,6 +122,12 @@ void CliPrinter::endLine() {
     lineBegins_ = true;
 }
 
+void CliPrinter::andMore(std::size_t all, std::size_t most) {
+    if (all <= most) { return; }
+    text(fmt::format("  and {} more", all - most));
+    endLine();
+}
+
 void CliPrinter::cmdErr(std::string text) {
     errors_.push_back(std::move(text));
 }
@@ -89,7 +137,7 @@ std::string CliPrinter::error() const {
 }
 
 void CliPrinter::end() {
-    while (open_ > 0) { closeDict(); }
+    while (!open_.empty()) { closeDict(); }
     if (!structured()) { return; }
     if (!errors_.empty()) {
         begin({}, "errors");
@@ -109,11 +157,8 @@ std::string CliPrinter::takeOutput() {
 
 bool CliPrinter::begin(std::string_view label, std::string_view key) {
     if (!structured()) {
-        if (label.empty()) { return false; }
-        if (lineBegins_) { buffer_.append(indent_, '\t'); }
-        lineBegins_ = false;
-        buffer_ += label;
-        return true;
+        if (!label.empty()) { beginText(label); }
+        return !label.empty();
     }
     if (key.empty()) { return false; }
     if (!first_) { buffer_ += ','; }
@@ -123,14 +168,14 @@ bool CliPrinter::begin(std::string_view label, std::string_view key) {
     return true;
 }
 
+void CliPrinter::beginText(std::string_view label) {
+    if (lineBegins_) { buffer_.append(indent_, '\t'); }
+    lineBegins_ = false;
+    buffer_ += label;
+}
+
 void CliPrinter::plain(std::string_view text) {
-    for (const char c : text) {
-        if (isControl(c)) {
-            fmt::format_to(std::back_inserter(buffer_), "\\x{:02x}", c);
-        } else {
-            buffer_ += c;
-        }
-    }
+    appendPrintable(buffer_, text);
 }
 
 void CliPrinter::quoted(std::string_view text) {

@@ -36,7 +36,9 @@ Vel::Ref<AsyncShowCommandInstanceSm> CmdRequestDirSm::requestIs(const CommandReq
     TRACE9("command {}", request.command);
     const auto it = callbacks_.find(request.command);
     if (it == callbacks_.end()) {
-        answer({{}, "no command '" + request.command + "'"});
+        answer({{},
+                "no command '" + request.command + "'" +
+                    (absence_.empty() ? "" : " now: " + absence_)});
         return nullptr;
     }
     const Callback callback = it->second;  // it may register commands itself

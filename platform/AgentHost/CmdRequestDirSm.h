@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -26,6 +27,10 @@ public:
     /// Requests under way are served to their end.
     void agentCommandCallbackDel(const std::string& command);
 
+    /// Why there may be less commands now than at other times; told to who asks for one that is not
+    /// there. Empty: there is no such reason.
+    void absenceIs(std::string why) { absence_ = std::move(why); }
+
     /// Has the request answered, possibly inside this call. An unknown command and one that throws
     /// are answered with an error. For an asynchronous command there is no answer but the machine
     /// that serves the request, for the caller to have it produce the output.
@@ -36,6 +41,7 @@ public:
 private:
     using Callback = std::variant<DeferredCommandCallback, Vel::Ref<AsyncCommandCallback>>;
     std::map<std::string, Callback, std::less<>> callbacks_;
+    std::string absence_;
 };
 
 }  // namespace AgentHost

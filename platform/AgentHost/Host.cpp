@@ -55,7 +55,7 @@ Host::~Host() {
 }
 
 std::string Host::open() {
-    if (std::string error = lock_->take(config_.root, "agent.lock"); !error.empty()) {
+    if (std::string error = lock_->take(config_.root, HostConfig::kAgentLock); !error.empty()) {
         return error;
     }
     std::error_code ignored;  // the trace reports by itself that it has no directory

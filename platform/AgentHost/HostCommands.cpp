@@ -1,13 +1,14 @@
 #include "platform/AgentHost/HostCommands.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
+#include <exception>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 
 #include "platform/AgentHost/Host.h"
+#include "platform/AgentHost/HostStatus.h"
 #include "platform/Blink/Trace.h"
 
 BLINK_TRACE_HANDLE("HostCommands");
@@ -18,6 +19,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr Kiln::TaskPriority kReloadPriority = 6;
+constexpr const char* kColourParameter = "colour";
 
 std::string dump(const Json& json) {
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -25,33 +27,6 @@ std::string dump(const Json& json) {
 
 double milliseconds(Kiln::Duration duration) {
     return std::chrono::duration<double, std::milli>(duration).count();
-}
-
-Json storeStatus(const Store::Reader& reader) {
-    Json json{{"open", reader.open()}};
-    if (!reader.open()) {
-        json["reason"] = reader.lastError();
-        return json;
-    }
-    json["caughtUp"] = reader.caughtUp();
-    json["position"] = reader.position();
-    json["usedBytes"] = reader.environment()->usedBytes();
-    json["limitBytes"] = reader.environment()->options().mapBytes;
-    return json;
-}
-
-/// Two levels of an object as lines "name: value" and "name member: value".
-std::string lines(const Json& json, const std::string& prefix = {}) {
-    std::string text;
-    for (const auto& [name, value] : json.items()) {
-        if (value.is_object()) {
-            text += lines(value, fmt::format("{}{} ", prefix, name));
-        } else {
-            const std::string shown = value.is_string() ? value.get<std::string>() : value.dump();
-            text += fmt::format("{}{}: {}\n", prefix, name, shown);
-        }
-    }
-    return text;
 }
 
 Json taskStatus(const Kiln::TaskStatistics& task) {
@@ -72,8 +47,8 @@ HostCommands::HostCommands(Host& host)
                                return false;
                            }} {
     CmdRequestDirSm& machine = *host.commands();
-    machine.agentCommandCallbackIs("status",
-                                   [this](const auto& request) { return status(request); });
+    machine.agentDeferredCommandCallbackIs(
+        "status", [this](const auto& request, const auto& answer) { status(request, answer); });
     machine.agentCommandCallbackIs("tasks", [this](const auto& request) { return tasks(request); });
     machine.agentCommandCallbackIs("trace", [this](const auto& request) { return trace(request); });
     machine.agentDeferredCommandCallbackIs(
@@ -83,20 +58,28 @@ HostCommands::HostCommands(Host& host)
                                    [this](const auto& request) { return commands(request); });
 }
 
-CommandReply HostCommands::status(const CommandRequest& request) const {
-    const HostConfig& config = host_.config();
-    Json json{{"agent", config.agentName},
-              {"revision", PEL_REVISION},
-              {"pid", ::getpid()},
-              {"root", config.root.string()}};
-    const Kiln::Duration up = host_.scheduler()->clock().now() - host_.started();
-    json["upSeconds"] = std::chrono::duration_cast<std::chrono::seconds>(up).count();
-    json["running"] = host_.agent() != nullptr;
-    const std::uint16_t port = host_.agent() ? host_.agent()->gnmiPort() : std::uint16_t{0};
-    json["gnmi"] = {{"address", config.gnmi.wire.address}, {"port", port}};
-    json["state"] = storeStatus(host_.stateReader());
-    json["configuration"] = storeStatus(host_.configurationReader());
-    return {request.format == OutputFormat::json ? dump(json) : lines(json), {}};
+void HostCommands::status(const CommandRequest& request, const CommandAnswer& answer) {
+    const bool colours = request.parameters.contains(kColourParameter);
+    const auto finish =
+        [this, format = request.format, colours, answer](const StatusSection& agentsPart) {
+            try {
+                CliPrinter printer{format};
+                printer.coloursAre(colours);
+                const HostStatus host{host_};
+                host.print(printer);
+                if (agentsPart) { agentsPart(printer); }
+                host.printTasks(printer);
+                printer.end();
+                answer({printer.takeOutput(), {}});
+            } catch (const std::exception& error) {
+                answer({{}, std::string{"status: "} + error.what()});
+            }
+        };
+    if (host_.agent()) {
+        host_.agent()->status(finish);
+    } else {
+        finish({});
+    }
 }
 
 CommandReply HostCommands::tasks(const CommandRequest& request) const {
@@ -115,13 +98,13 @@ CommandReply HostCommands::tasks(const CommandRequest& request) const {
                                    "exceptions");
     for (const auto& task : all) {
         text += fmt::format("{:<40} {:>8} {:>10} {:>12.3f} {:>12.3f} {:>10}{}\n",
-                            task.name,
+                            printable(task.name),
                             task.priority,
                             task.runs,
                             milliseconds(task.total),
                             milliseconds(task.longestSlice),
                             task.exceptions,
-                            task.exceptions == 0 ? "" : "  last: " + task.lastException);
+                            task.exceptions == 0 ? "" : "  last: " + printable(task.lastException));
     }
     return {text, {}};
 }

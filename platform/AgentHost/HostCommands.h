@@ -12,7 +12,9 @@ class Host;
 
 /// The commands that any host answers, whatever its agent:
 ///
-///     status              who runs, since when, where clients connect, how far the stores are read
+///     status              who runs, since when, where clients connect, how far the stores are read;
+///                         then what the agent has to say, HostStatus has the first part.
+///                         Parameter "colour": the text form shows in colour what is wrong
 ///     tasks               the scheduler's tasks with their runs and times
 ///     trace               sets text trace levels; parameter "levels", as in "Name=9,Other=5"
 ///     config reload       has the agent read its configuration again
@@ -23,7 +25,7 @@ public:
     explicit HostCommands(Host& host);
 
 private:
-    CommandReply status(const CommandRequest& request) const;
+    void status(const CommandRequest& request, const CommandAnswer& answer);
     CommandReply tasks(const CommandRequest& request) const;
     CommandReply trace(const CommandRequest& request) const;
     void configReload(const CommandAnswer& answer);

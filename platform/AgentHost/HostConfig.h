@@ -20,6 +20,9 @@ struct HostConfig {
 
     std::filesystem::path stateDirectory() const { return root / "state"; }
     std::filesystem::path configurationDirectory() const { return root / "config"; }
+    static constexpr const char* kAgentLock = "agent.lock";
+    /// Of who writes the state.
+    static constexpr const char* kForwarderLock = "forwarder.lock";
     std::filesystem::path controlSocket() const { return root / "control.sock"; }
 };
 

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -77,6 +78,27 @@ ListenAddress ListenAddress::reachable() const {
 
 bool ListenAddress::loopback() const {
     return address.starts_with("127.") || address == "::1";
+}
+
+bool ListenAddress::takesConnections() const {
+    constexpr int kWaitMs = 250;
+    const auto to = socketAddress(*this);
+    const int fd =
+        to ? ::socket(to->storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0) : -1;
+    if (fd < 0) { return false; }
+    bool taken = ::connect(fd, reinterpret_cast<const sockaddr*>(&to->storage), to->size) == 0;
+    if (!taken && errno == EINPROGRESS) {
+        pollfd waiting{fd, POLLOUT, 0};
+        int problem = 0;
+        socklen_t size = sizeof problem;
+        if (::poll(&waiting, 1, kWaitMs) == 1) {
+            taken = ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &problem, &size) == 0 && problem == 0;
+        } else {
+            taken = loopback();  // nobody else would have the kernel wait there
+        }
+    }
+    ::close(fd);
+    return taken;
 }
 
 std::string ListenAddress::unusable() const {

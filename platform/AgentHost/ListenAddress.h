@@ -22,6 +22,10 @@ struct ListenAddress {
     /// loopback.
     ListenAddress reachable() const;
     bool loopback() const;
+    /// Whether somebody listens there: the kernel makes the connection, however busy he is, or, on
+    /// a loopback address, has it wait because his queue is full. Takes a quarter of a second at
+    /// most.
+    bool takesConnections() const;
     /// Why a server could not listen here at this moment (in use, no such address, not permitted);
     /// empty when it could. Names no process.
     std::string unusable() const;

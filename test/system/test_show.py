@@ -1,14 +1,27 @@
 """What `pel show` says of a running agent."""
 import json
 import os
+import signal
 import subprocess
 import time
 import unittest
 
-from lab import BIN, Lab
+from lab import ADDRESS, BIN, Lab
 
 EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../examples")
 SCENARIO = 4 * 2**56  # the kind of the FECs that a scenario describes
+
+
+def until(condition, what):
+    """Waits for what the processes do in their own time."""
+    deadline = time.monotonic() + 120
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError(f"not within two minutes: {what}")
+        time.sleep(0.05)
 
 
 class Case(unittest.TestCase):
@@ -184,6 +197,126 @@ class EntriesOfVrfs(Case):
                    "\tDecapsulated header: UDPV6\n"
                    "\tVRF of decapsulated packets: servers\n"
                    "\tFallback VRF: default\n", "next-hops", "3")
+
+
+class ShowStatus(unittest.TestCase):
+    """Who runs and feeds it, what is ready, what is exported, who subscribes; and an agent in any state."""
+
+    def setUp(self):
+        self.lab = Lab(links=0, scenario=os.path.join(EXAMPLES, "ecmp.yaml"))
+        self.addCleanup(self.lab.close)
+
+    def pel(self, *arguments):
+        """Exit code and what it says; `pel` itself may hang no longer than its patience and a little."""
+        done = subprocess.run([os.path.join(BIN, "pel"), *arguments, "--root", self.lab.root],
+                              capture_output=True, text=True, timeout=100, check=False)
+        return done.returncode, done.stdout + done.stderr
+
+    def status(self):
+        code, text = self.pel("show", "status", "--json")
+        return json.loads(text) if code == 0 else None
+
+    def exporting(self):
+        self.lab.start().enable()
+        return until(lambda: (s := self.status()) and s.get("readiness", {}).get("fecReady")
+                     and s["entries"]["ipv4Prefixes"]["shown"] and s, "the example is exported")
+
+    def stop(self, name):
+        process = self.lab.processes[name]
+        process.send_signal(signal.SIGSTOP)
+        self.addCleanup(process.send_signal, signal.SIGCONT)
+        until(lambda: open(f"/proc/{process.pid}/stat", encoding="utf-8").read().split(") ")[1][0] == "T", "it is stopped")
+        return process.pid
+
+    def test_the_screen_of_a_small_router_is_whole_and_plain_in_a_pipe(self):
+        self.exporting()
+        code, text = self.pel("show", "status")
+        self.assertEqual(code, 0, text)
+        self.assertNotIn("NOT", text)
+        self.assertNotIn("\x1b", text)
+        lines = text.splitlines()
+        self.assertLessEqual(len(lines), 40)
+        self.assertLessEqual(max(len(line) for line in lines), 80)
+        for line in ["export      on", "  next hops ready", "  groups    ready",
+                     "  default: FIB ready, IPv4 3 routes, IPv6 2 routes",
+                     "next hops   4 held, 4 shown; 0 encapsulated", "groups      3 held, 3 shown",
+                     "IPv4        3 held, 3 shown", "IPv6        2 held, 2 shown", "waiting     none",
+                     "refused     none", "terminated  none", "tasks       none has failed"]:
+            self.assertIn(line, lines)
+
+    def test_on_a_terminal_what_is_bad_is_coloured_unless_forbidden(self):
+        self.lab.start("pel-agentd")
+        until(self.status, "the agent answers")
+        shown = {}
+        for name, environment in [("coloured", {}), ("plain", {"NO_COLOR": "1"})]:
+            master, terminal = os.openpty()
+            clean = {k: v for k, v in os.environ.items() if k != "NO_COLOR"}
+            done = subprocess.run([os.path.join(BIN, "pel"), "show", "status", "--root", self.lab.root], stdout=terminal,
+                                  timeout=100, env={**clean, "TERM": "xterm", **environment}, check=False)
+            os.close(terminal)
+            self.assertEqual(done.returncode, 0)
+            shown[name] = os.read(master, 65536).decode()
+            os.close(master)
+        self.assertIn("forwarder   \x1b[31mNOT running\x1b[0m", shown["coloured"])
+        self.assertIn("forwarder   NOT running", shown["plain"])
+        self.assertNotIn("\x1b", shown["plain"])
+
+    def test_a_subscriber_is_listed_while_it_is_there(self):
+        self.exporting()
+        watch = subprocess.Popen([os.path.join(BIN, "pel"), "watch", "--server", ADDRESS], stdout=subprocess.DEVNULL)
+        self.addCleanup(watch.wait)
+        self.addCleanup(watch.kill)
+        calls = until(lambda: (s := self.status()) and [
+            c for c in s["streams"]["subscribers"] if c["synced"] and c["lag"] == 0], "it is level")
+        self.assertEqual(calls[0]["mode"], "STREAM")
+        self.assertEqual(calls[0]["paths"], 1)
+        self.assertTrue(calls[0]["peer"].startswith("127.0.0.1:"))
+        self.assertGreaterEqual(calls[0]["messages"], 12)  # entries of the example
+        watch.kill()
+        until(lambda: (s := self.status()) and not s["streams"]["subscribers"], "it is gone")
+        self.assertEqual(self.status()["streams"]["terminated"]["count"], 0)
+
+    def test_a_dead_or_stopped_forwarder_is_said(self):
+        self.exporting()
+        pid = self.stop("pel-forwarderd")
+        self.assertIn(f"\nforwarder   process {pid}, STOPPED, last commit ", self.pel("show", "status")[1])
+        self.lab.kill("pel-forwarderd")
+        self.assertIn("\nforwarder   NOT running, last commit ", self.pel("show", "status")[1])
+        self.assertEqual(self.status()["entries"]["groups"]["shown"], 3)  # what it left is still exported
+
+    def test_a_stopped_agent_is_named_by_each_command_and_goes_on_afterwards(self):
+        self.exporting()
+        pid = self.stop("pel-agentd")
+        for command in [["show", "status"], ["show", "tasks"], ["show", "fec-export"], ["trace", "set", "X=9"],
+                        ["config", "set", "aftExportEnabled", "true"]]:
+            with self.subTest(command=command):
+                code, text = self.pel(*command, "--timeout", "300")
+                self.assertEqual(code, 4, text)
+                self.assertIn(f"process {pid} is stopped; kill -CONT {pid} lets it go on", text)
+        watch = subprocess.run([os.path.join(BIN, "pel"), "watch", "--once", "--server", ADDRESS],
+                               capture_output=True, text=True, timeout=100, check=False)
+        self.assertEqual(watch.returncode, 4, watch.stderr)
+        self.assertIn("takes the connection and says nothing", watch.stderr)
+        self.lab.processes["pel-agentd"].send_signal(signal.SIGCONT)
+        self.assertIsNotNone(until(self.status, "it answers again"))
+
+    def test_a_killed_agent_is_nobody_whatever_it_left(self):
+        self.exporting()
+        self.lab.kill("pel-agentd")
+        self.assertTrue(os.path.exists(os.path.join(self.lab.root, "control.sock")))
+        code, text = self.pel("show", "status")
+        self.assertEqual(code, 3, text)
+        self.assertIn("no agent runs in", text)
+        watch = subprocess.run([os.path.join(BIN, "pel"), "watch", "--once", "--server", ADDRESS],
+                               capture_output=True, text=True, timeout=100, check=False)
+        self.assertEqual(watch.returncode, 3, watch.stderr)
+
+    def test_an_agent_that_has_read_no_store_yet_answers(self):
+        self.lab.start("pel-agentd")
+        status = until(self.status, "the agent answers")
+        self.assertFalse(status["state"]["open"])
+        self.assertIn("no store", status["state"]["reason"])
+        self.assertFalse(status["forwarder"]["running"])
 
 
 if __name__ == "__main__":

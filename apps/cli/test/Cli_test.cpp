@@ -17,6 +17,7 @@
 #include "apps/cli/ControlClient.h"
 #include "apps/cli/ExitCode.h"
 #include "apps/cli/GnmiText.h"
+#include "apps/cli/test/CliBed.h"
 #include "platform/Blink/RingFile.h"
 #include "platform/Blink/Trace.h"
 #include "test/support/TempDir.h"
@@ -26,46 +27,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using testing::HasSubstr;
-
-/// How the program ends that was called with these arguments; what it prints is in `output`.
-int pel(const std::string& arguments, std::string& output) {
-    const std::string command = std::string{PEL_TEST_PROGRAM} + " " + arguments;
-    const std::string shell = "exec 2>&1; " + command;  // what the arguments redirect comes later
-    FILE* const pipe = ::popen(("bash -c '" + shell + "'").c_str(), "r");
-    output.clear();
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
-        output += static_cast<char>(c);
-    }
-    return WEXITSTATUS(::pclose(pipe));
-}
-
-/// A control socket behind which nobody works: the kernel takes the connection, and that is all.
-class HungHost {
-public:
-    explicit HungHost(const std::filesystem::path& root)
-        : fd_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        const std::string path = (root / "control.sock").string();
-        std::memcpy(address.sun_path, path.c_str(), path.size());
-        EXPECT_EQ(::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(fd_, 1), 0);
-    }
-    HungHost(const HungHost&) = delete;
-    HungHost& operator=(const HungHost&) = delete;
-    ~HungHost() { ::close(fd_); }
-    int accept() const { return ::accept(fd_, nullptr, nullptr); }
-    /// Answers the first client with these bytes, and goes.
-    void answer(std::string_view bytes) const {
-        const int client = accept();
-        EXPECT_EQ(::send(client, bytes.data(), bytes.size(), 0),
-                  static_cast<ssize_t>(bytes.size()));
-        ::close(client);
-    }
-
-private:
-    int fd_;
-};
 
 struct UsageCase {
     std::string_view name;
@@ -197,25 +158,6 @@ TEST(CliTest, AClosedOrFullOrDeafDescriptorEndsNothingByForce) {
         kFailed);
     EXPECT_EQ(pel("config show --root " + root.path().string(), output), kDone);
     EXPECT_EQ(output, "aftExportEnabled true\n");  // nothing else went into the store
-}
-
-TEST(CliTest, AHungAgentIsNamedWithinTheTimeout) {
-    const TestSupport::TempDir root;
-    const HungHost host{root.path()};
-    std::string output;
-    const auto begun = std::chrono::steady_clock::now();
-    EXPECT_EQ(pel("show status --timeout 200 --root " + root.path().string(), output), kNoAnswer);
-    EXPECT_THAT(output, HasSubstr("did not answer within 200 ms: it hangs"));
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::minutes{2});
-}
-
-TEST(CliTest, AShowThatTheAgentDoesNotAnswerIsNamedWithinTheTimeout) {
-    const TestSupport::TempDir root;
-    const HungHost host{root.path()};
-    std::string output;
-    EXPECT_EQ(pel("show fec-export --timeout 200 --root " + root.path().string(), output),
-              kNoAnswer);
-    EXPECT_THAT(output, HasSubstr("did not answer within 200 ms: it hangs"));
 }
 
 TEST(CliTest, AnOccupiedPortIsNamedBeforeAnythingStarts) {

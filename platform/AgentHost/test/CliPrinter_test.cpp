@@ -6,6 +6,8 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "platform/AgentHost/AgeText.h"
+
 namespace AgentHost {
 namespace {
 
@@ -172,6 +174,84 @@ TEST(CliPrinterDeathTest, ClosingWhatIsNotOpenAndAKeyOfNothingAreBrokenPrecondit
     CliPrinter printer{OutputFormat::json};
     EXPECT_DEATH(printer.closeDict(), "open_");
     EXPECT_DEATH(printer.openDict("x", {}), "key");
+}
+
+/// A list of items, and what is wrong with one of them.
+std::string listed(OutputFormat format, bool colours) {
+    CliPrinter printer{format};
+    printer.coloursAre(colours);
+    printer.openList("Parts:\n", "parts");
+    for (const std::string_view state : {"whole", "NOT whole\n"}) {
+        printer.openItem();
+        printer.string("  ", "name", "x");
+        if (state == "whole") {
+            printer.string(": ", "state", state);
+        } else {
+            printer.bad(": ", "state", state);
+        }
+        printer.bad({}, {}, "!");
+        printer.text(" 100 %");
+        printer.endLine();
+        printer.closeDict();
+    }
+    printer.closeList();
+    printer.andMore(7, 5);
+    printer.andMore(5, 5);
+    printer.number({}, "after", 1);
+    printer.end();
+    return printer.takeOutput();
+}
+
+TEST(CliPrinterTest, AListIsAnArrayOfItems) {
+    EXPECT_EQ(
+        listed(OutputFormat::json, false),
+        R"({"parts":[{"name":"x","state":"whole"},{"name":"x","state":"NOT whole\n"}],"after":1})"
+        "\n");
+    EXPECT_EQ(listed(OutputFormat::text, false),
+              "Parts:\n  x: whole! 100 %\n  x: NOT whole\\x0a! 100 %\n  and 2 more\n");
+}
+
+TEST(CliPrinterTest, WhatIsBadIsInColourOnlyWhereColoursAreWanted) {
+    EXPECT_EQ(listed(OutputFormat::json, true), listed(OutputFormat::json, false));
+    EXPECT_EQ(listed(OutputFormat::text, true),
+              "Parts:\n  x: whole\x1b[31m!\x1b[0m 100 %\n"
+              "  x: \x1b[31mNOT whole\\x0a\x1b[0m\x1b[31m!\x1b[0m 100 %\n  and 2 more\n");
+}
+
+TEST(CliPrinterTest, AnOpenListIsClosedAtTheEnd) {
+    CliPrinter printer{OutputFormat::json};
+    printer.openDict({}, "a");
+    printer.openList({}, "a");
+    printer.openItem();
+    printer.end();
+    EXPECT_EQ(printer.takeOutput(), "{\"a\":{\"a\":[{}]}}\n");
+}
+
+TEST(CliPrinterTest, TheTextFormCutsLongListsAndTheStructuredFormDoesNot) {
+    const CliPrinter text{OutputFormat::text};
+    const CliPrinter json{OutputFormat::json};
+    EXPECT_EQ(text.shownOf(7, 5), 5U);
+    EXPECT_EQ(text.shownOf(3, 5), 3U);
+    EXPECT_EQ(json.shownOf(7, 5), 7U);
+}
+
+struct AgeCase {
+    std::int64_t seconds;
+    const char* want;
+};
+TEST(AgeTextTest, SaysTheTwoLargestUnits) {
+    for (const auto& [seconds, want] : {AgeCase{-5, "0 s"},
+                                        AgeCase{0, "0 s"},
+                                        AgeCase{59, "59 s"},
+                                        AgeCase{60, "1 min 0 s"},
+                                        AgeCase{3599, "59 min 59 s"},
+                                        AgeCase{3600, "1 h 0 min"},
+                                        AgeCase{86'399, "23 h 59 min"},
+                                        AgeCase{90'000, "1 d 1 h"}}) {
+        EXPECT_EQ(ageText(std::chrono::seconds{seconds} + std::chrono::milliseconds{0}), want);
+    }
+    EXPECT_EQ(ageText(std::chrono::milliseconds{1999}), "1 s");
+    EXPECT_EQ(ageSeconds(std::chrono::milliseconds{-1}), 0U);
 }
 
 }  // namespace

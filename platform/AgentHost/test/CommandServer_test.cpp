@@ -129,6 +129,14 @@ TEST_F(CommandServerTest, ATooLongRequestIsRefusedAndEndsTheConnection) {
     EXPECT_EQ(server_->sessions(), 0U);
 }
 
+TEST_F(CommandServerTest, AnUnknownCommandIsToldWhyItMayBeMissing) {
+    EXPECT_THAT(ask("{\"command\":\"fly\"}\n"),
+                ElementsAre(R"({"end":true,"error":"no command 'fly'"})"));
+    commands_->absenceIs("it is early");
+    EXPECT_THAT(ask("{\"command\":\"fly\"}\n"),
+                ElementsAre(R"({"end":true,"error":"no command 'fly' now: it is early"})"));
+}
+
 TEST_F(CommandServerTest, ASlowReaderHoldsUpNobodyAndGetsAll) {
     ControlPeer slow{socket_};
     slow.send("{\"command\":\"big\"}\n");

@@ -1,4 +1,4 @@
-#include "platform/AgentHost/Host.h"
+#include "platform/AgentHost/test/HostFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,17 +9,12 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "platform/AgentHost/ListenAddress.h"
-#include "platform/AgentHost/PluginLoader.h"
 #include "platform/AgentHost/RootLock.h"
-#include "platform/AgentHost/test/ControlPeer.h"
 #include "platform/Blink/Trace.h"
-#include "platform/Hubdb/Publisher.h"
-#include "platform/Store/Writer.h"
-#include "test/support/TempDir.h"
+#include "platform/Vel/Errors.h"
 
 namespace AgentHost {
 namespace {
@@ -27,60 +22,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-AgentFactory goodPlugin() {
-    std::string error;
-    const AgentFactory factory =
-        PluginLoader::load(std::filesystem::path{PEL_TEST_PLUGINS} / "libGoodPlugin.so", error);
-    EXPECT_EQ(error, "");
-    return factory;
-}
-
-class HostTest : public testing::Test {
-protected:
-    std::unique_ptr<Host> host(const std::string& name = "good") {
-        HostConfig config;
-        config.root = directory_.path() / "root";
-        config.agentName = name;
-        return std::make_unique<Host>(config, clock_, std::make_unique<Kiln::AlwaysYield>());
-    }
-    std::unique_ptr<Host> running() {
-        auto result = host();
-        EXPECT_EQ(result->open(), "");
-        EXPECT_EQ(result->start(goodPlugin()), "");
-        result->scheduler()->runUntilIdle();
-        return result;
-    }
-    /// What the agent has noted, step by step.
-    std::vector<std::string> steps() const {
-        std::ifstream file{directory_.path() / "root" / "steps"};
-        std::vector<std::string> result;
-        for (std::string line; std::getline(file, line);) { result.push_back(line); }
-        return result;
-    }
-    std::vector<nlohmann::json> ask(Host& host, const std::string& request) {
-        ControlPeer peer{host.config().controlSocket()};
-        peer.send(request + "\n");
-        for (int i = 0; i < 10; ++i) { host.scheduler()->runUntilIdle(); }
-        peer.receive();
-        std::vector<nlohmann::json> result;
-        for (const auto& line : peer.lines()) { result.push_back(nlohmann::json::parse(line)); }
-        return result;
-    }
-    void writeConfiguration(Host& host, const std::string& record) {
-        std::filesystem::create_directories(host.config().configurationDirectory());
-        Store::Options options;
-        options.directory = host.config().configurationDirectory();
-        std::string error;
-        Store::Writer writer{Store::Environment::open(options, Store::Access::write, error)};
-        Hubdb::Publisher publisher{writer};
-        publisher.entityIs("mgmt/test", "Test", record);
-        EXPECT_EQ(writer.commit(), "");
-    }
-
-    TestSupport::TempDir directory_;
-    Kiln::VirtualClock clock_;
-};
 
 TEST_F(HostTest, RunsTheAgentsLifeInOrder) {
     auto host = running();
@@ -154,21 +95,6 @@ TEST_F(HostTest, AnUnusableRootIsAnError) {
     EXPECT_THAT(host()->open(), HasSubstr("root"));
 }
 
-TEST_F(HostTest, TellsItsStatus) {
-    auto host = running();
-    clock_.advance(std::chrono::seconds{61});
-    const auto answer = ask(*host, R"({"command":"status","format":"json"})");
-    const auto status = nlohmann::json::parse(answer.at(0)["output"].get<std::string>());
-    EXPECT_EQ(status["agent"], "good");
-    EXPECT_EQ(status["upSeconds"], 61);
-    EXPECT_EQ(status["running"], true);
-    EXPECT_EQ(status["gnmi"]["port"], 4711);
-    EXPECT_EQ(status["state"]["open"], false);  // no forwarder yet, and that is no error
-    const auto text = ask(*host, R"({"command":"status"})").at(0)["output"].get<std::string>();
-    EXPECT_THAT(text, StartsWith("agent: good\n"));
-    EXPECT_THAT(text, HasSubstr("\ngnmi port: 4711\n"));
-}
-
 TEST_F(HostTest, ListsItsTasksWithTheirRuns) {
     auto host = running();
     Kiln::Task task{host->scheduler(), "Counted", 3, [] { return false; }};
@@ -181,6 +107,25 @@ TEST_F(HostTest, ListsItsTasksWithTheirRuns) {
     ASSERT_NE(counted, tasks.end());
     EXPECT_EQ((*counted)["runs"], 1);
     EXPECT_EQ((*counted)["priority"], 3);
+}
+
+TEST_F(HostTest, ATasksNameMayHoldAnything) {
+    auto host = running();
+    Kiln::Task task{host->scheduler(), "a\"b\\\x1b[2J\xff", 3, []() -> bool {
+                        throw Vel::RangeError{"c\x1b\n\xfe"};
+                    }};
+    task.schedule();
+    host->scheduler()->runUntilIdle();
+    const auto json = nlohmann::json::parse(
+        ask(*host, R"({"command":"tasks","format":"json"})").at(0)["output"].get<std::string>());
+    EXPECT_THAT(
+        json,
+        testing::Contains(testing::ResultOf([](const nlohmann::json& each) { return each["name"]; },
+                                            "a\"b\\\x1b[2J\xEF\xBF\xBD")));
+    const auto text = ask(*host, R"({"command":"tasks"})").at(0)["output"].get<std::string>();
+    EXPECT_THAT(text, HasSubstr("a\"b\\\\x1b[2J"));
+    EXPECT_THAT(text, HasSubstr("last: c\\x1b\\x0a"));
+    EXPECT_EQ(text.find('\x1b'), std::string::npos);
 }
 
 TEST_F(HostTest, SetsTraceLevels) {
@@ -245,6 +190,33 @@ TEST(RootLockTest, IsFreeAgainWhenItsHolderIsGone) {
     EXPECT_EQ(third.take(directory.path(), "x.lock"), "");
 }
 
+TEST(RootLockTest, ItsHolderCanBeAskedForWithoutTakingIt) {
+    const TestSupport::TempDir directory;
+    const auto holder = [&] { return RootLock::holder(directory.path(), "x.lock"); };
+    ASSERT_TRUE(holder());
+    EXPECT_EQ(holder()->process, 0);  // there is no such file
+    const pid_t child = ::fork();
+    if (child == 0) {
+        RootLock lock;
+        const bool taken = lock.take(directory.path(), "x.lock").empty();
+        ::raise(SIGSTOP);
+        ::_exit(taken ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    EXPECT_EQ(holder()->process, child);
+    EXPECT_TRUE(holder()->stopped);
+    ::kill(child, SIGCONT);
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(holder()->process, 0) << "the file stays, the lock does not";
+    RootLock own;
+    ASSERT_EQ(own.take(directory.path(), "x.lock"), "");
+    EXPECT_EQ(holder()->process, ::getpid());
+    EXPECT_FALSE(holder()->stopped);
+}
+
 TEST(RootLockTest, RootTrustsNoDirectoryOfSomebodyElse) {
     if (::geteuid() != 0) { GTEST_SKIP() << "needs root"; }
     const TestSupport::TempDir directory;
@@ -283,6 +255,23 @@ TEST(ListenAddressTest, SaysWhatAnAddressLooksLikeAndWhatWasGiven) {
                                    HasSubstr("0 to 65535"),
                                    HasSubstr("127.0.0.1:9339")));
     }
+}
+
+TEST(ListenAddressTest, TellsWhetherSomebodyListensThere) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    const ListenAddress there{"127.0.0.1", ntohs(address.sin_port)};
+    EXPECT_FALSE(there.takesConnections()) << "bound, and not listening";
+    ASSERT_EQ(::listen(fd, 0), 0);
+    EXPECT_TRUE(there.takesConnections()) << "though nobody accepts";
+    for (int i = 0; i < 4; ++i) { EXPECT_TRUE(there.takesConnections()) << "nor is there room"; }
+    ::close(fd);
+    EXPECT_FALSE(there.takesConnections());
 }
 
 TEST(ListenAddressTest, NamesAnOccupiedPort) {

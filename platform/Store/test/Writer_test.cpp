@@ -1,7 +1,9 @@
 #include "platform/Store/Writer.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <lmdb.h>
+#include <sys/stat.h>
 
 #include "platform/Store/test/StoreFixture.h"
 
@@ -197,6 +199,24 @@ TEST(KeyCodec, ByteOrderIsNumberOrder) {
     }
     EXPECT_EQ(KeyCodec<std::uint64_t>::decode("1234567"), std::nullopt);
     EXPECT_EQ(KeyCodec<std::uint64_t>::decode("123456789"), std::nullopt);
+}
+
+TEST_F(WriterTest, TheTimeOfTheLastCommitThatChangedSomethingIsKept) {
+    const auto writer = makeWriter();
+    const auto table = writer->tableIs("table", "t", TableKind::table);
+    writer->put(table, "a", "1");
+    ASSERT_EQ(writer->commit(), "");
+    const timespec longAgo[] = {{1000, 7}, {1000, 7}};
+    const auto bell = writer->environment().bellPath();
+    ASSERT_EQ(::utimensat(AT_FDCWD, bell.c_str(), longAgo, 0), 0);
+    writer->put(table, "a", "1");
+    ASSERT_EQ(writer->commit(), "");
+    EXPECT_EQ(writer->environment().lastCommit(), 1000'000'000'007);
+    writer->put(table, "a", "2");
+    ASSERT_EQ(writer->commit(), "");
+    EXPECT_GT(writer->environment().lastCommit(), 1000'000'000'007);
+    std::filesystem::remove(bell);
+    EXPECT_EQ(writer->environment().lastCommit(), std::nullopt);
 }
 
 }  // namespace

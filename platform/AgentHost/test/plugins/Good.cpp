@@ -34,6 +34,16 @@ public:
     void doStop() override { note("doStop"); }
     void doCleanup() override { note("doCleanup"); }
     std::uint16_t gnmiPort() const override { return 4711; }
+    /// Later, as one does who has to ask another thread.
+    void status(const AgentHost::StatusAnswer& answer) override {
+        scheduler()->post([this, answer] {
+            answer([this](AgentHost::CliPrinter& to) {
+                if (name() == "throws in status") { throw Vel::RangeError{"no status today"}; }
+                to.bad("mood        ", "mood", "NOT bad");
+                to.endLine();
+            });
+        });
+    }
 
 private:
     void note(const std::string& step) {

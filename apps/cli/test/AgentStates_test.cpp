@@ -1,0 +1,208 @@
+#include <gmock/gmock.h>
+#include <grpcpp/grpcpp.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <proto/gnmi.grpc.pb.h>
+#include <proto/gnmi.pb.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include "apps/cli/ControlClient.h"
+#include "apps/cli/ExitCode.h"
+#include "apps/cli/GnmiStream.h"
+#include "apps/cli/test/CliBed.h"
+#include "platform/AgentHost/HostConfig.h"
+#include "platform/AgentHost/RootLock.h"
+#include "test/support/TempDir.h"
+
+// `pel` and an agent (or what stands in its place) in any state: it never hangs, and says what is
+// the matter.
+namespace Pel::Cli {
+namespace {
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+
+constexpr const char* kAgentLock = AgentHost::HostConfig::kAgentLock;
+
+/// Every command that asks the agent.
+constexpr const char* kAsking[] = {"show status",
+                                   "show tasks",
+                                   "show fec-export",
+                                   "trace set X=9",
+                                   "config set aftExportEnabled true"};
+class EachCommandThatAsks : public testing::TestWithParam<const char*> {
+protected:
+    /// How it ends with a patience of 200 ms.
+    int ask() {
+        return pel(std::string{GetParam()} + " --timeout 200 --root " + root.path().string(),
+                   output);
+    }
+    TestSupport::TempDir root;
+    std::string output;
+};
+
+TEST_P(EachCommandThatAsks, NamesAnAgentThatTakesItsRequestAndNeverAnswers) {
+    const HungHost host{root.path()};
+    EXPECT_EQ(ask(), kNoAnswer);
+    EXPECT_THAT(output, HasSubstr("did not answer within 200 ms: it hangs"));
+}
+
+TEST_P(EachCommandThatAsks, NamesAnAgentWhoseQueueIsFull) {
+    const HungHost host{root.path()};
+    const FullQueue full{root.path()};
+    EXPECT_EQ(ask(), kNoAnswer);
+    EXPECT_THAT(output, HasSubstr("takes no requests for 200 ms: it hangs"));
+}
+
+TEST_P(EachCommandThatAsks, NamesAStoppedAgentAndWhatLetsItGoOn) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const HungHost host{root.path()};
+        AgentHost::RootLock lock;
+        const bool taken = lock.take(root.path(), kAgentLock).empty();
+        ::raise(SIGSTOP);
+        ::_exit(taken ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    EXPECT_EQ(ask(), kNoAnswer);
+    const std::string process = std::to_string(child);
+    EXPECT_THAT(output,
+                HasSubstr("did not answer within 200 ms: process " + process +
+                          " is stopped; kill -CONT " + process + " lets it go on"));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(ask(), std::string_view{GetParam()}.starts_with("config") ? kDone : kNobody);
+    EXPECT_THAT(output, HasSubstr("no agent runs")) << "its socket is still there";
+}
+
+TEST_P(EachCommandThatAsks, NamesAnAgentThatHasNoSocketYet) {
+    AgentHost::RootLock lock;
+    ASSERT_EQ(lock.take(root.path(), kAgentLock), "");
+    EXPECT_EQ(ask(), kNoAnswer);
+    EXPECT_THAT(output,
+                HasSubstr("does not listen for 200 ms: process " + std::to_string(::getpid()) +
+                          " starts or ends"));
+}
+
+INSTANTIATE_TEST_SUITE_P(, EachCommandThatAsks, testing::ValuesIn(kAsking), [](const auto& row) {
+    std::string name;
+    for (const char c : std::string_view{row.param}) {
+        if (std::isalnum(static_cast<unsigned char>(c)) != 0) { name += c; }
+    }
+    return name;
+});
+
+/// Asks with a patience that no test outlasts; `begun` is set just before.
+ControlResult askPatiently(const std::filesystem::path& root, std::atomic<bool>& begun) {
+    begun = true;
+    return ControlClient{root, std::chrono::minutes{2}}.ask("status", false);
+}
+void await(const std::atomic<bool>& flag) {
+    while (!flag) { std::this_thread::yield(); }
+}
+
+TEST(ControlClientTest, AnAgentThatIsJustStartingIsWaitedFor) {
+    const TestSupport::TempDir root;
+    AgentHost::RootLock lock;
+    ASSERT_EQ(lock.take(root.path(), kAgentLock), "");
+    std::atomic<bool> begun{false};
+    ControlResult result;
+    std::thread client{[&] { result = askPatiently(root.path(), begun); }};
+    await(begun);
+    const HungHost host{root.path()};
+    host.answer("{\"end\":true}\n");
+    client.join();
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.exitCode(), kDone);
+}
+
+TEST(ControlClientTest, AQueueThatIsFullForAMomentIsWaitedFor) {
+    const TestSupport::TempDir root;
+    const HungHost host{root.path()};
+    std::atomic<bool> begun{false};
+    ControlResult result;
+    auto full = std::make_unique<FullQueue>(root.path());
+    std::thread client{[&] { result = askPatiently(root.path(), begun); }};
+    await(begun);
+    const std::size_t others = full->clients();
+    full.reset();
+    for (std::size_t i = 0; i < others; ++i) { ::close(host.accept()); }
+    host.answer("{\"end\":true}\n");
+    client.join();
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.exitCode(), kDone);
+}
+
+/// A listening TCP socket behind which nobody works.
+class SilentServer {
+public:
+    SilentServer() : fd_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
+        address_.sin_family = AF_INET;
+        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address_;
+        EXPECT_EQ(::bind(fd_, reinterpret_cast<const sockaddr*>(&address_), size), 0);
+        EXPECT_EQ(::getsockname(fd_, reinterpret_cast<sockaddr*>(&address_), &size), 0);
+    }
+    SilentServer(const SilentServer&) = delete;
+    SilentServer& operator=(const SilentServer&) = delete;
+    ~SilentServer() { ::close(fd_); }
+    void listen() const { EXPECT_EQ(::listen(fd_, 4), 0); }
+    std::string text() const { return "127.0.0.1:" + std::to_string(ntohs(address_.sin_port)); }
+
+private:
+    int fd_;
+    sockaddr_in address_{};
+};
+
+const auto kTakeAll = [](const gnmi::SubscribeResponse&) { return true; };
+
+TEST(GnmiStreamTest, AServerThatTakesTheConnectionAndSaysNothingIsToldFromNone) {
+    const SilentServer server;
+    GnmiStream::Request request;
+    request.server = server.text();
+    request.connectTime = milliseconds{200};
+    std::string error;
+    EXPECT_EQ(GnmiStream{}.run(request, kTakeAll, error), kNobody);
+    EXPECT_THAT(error, HasSubstr("no gNMI server answers at " + server.text()));
+    server.listen();
+    EXPECT_EQ(GnmiStream{}.run(request, kTakeAll, error), kNoAnswer);
+    EXPECT_THAT(error, HasSubstr(server.text() + " takes the connection and says nothing"));
+}
+
+/// Takes calls and never answers.
+class DeafService final : public gnmi::gNMI::Service {
+    grpc::Status Subscribe(grpc::ServerContext* context,
+                           grpc::ServerReaderWriter<gnmi::SubscribeResponse,
+                                                    gnmi::SubscribeRequest>* stream) override {
+        gnmi::SubscribeRequest request;
+        while (stream->Read(&request)) {}
+        while (!context->IsCancelled()) { std::this_thread::yield(); }
+        return grpc::Status::OK;
+    }
+};
+
+TEST(GnmiStreamTest, AServerThatNeverAnswersTheCallIsGivenUp) {
+    DeafService service;
+    grpc::ServerBuilder builder;
+    int port = 0;
+    builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
+    builder.RegisterService(&service);
+    const auto server = builder.BuildAndStart();
+    GnmiStream::Request request;
+    request.server = "127.0.0.1:" + std::to_string(port);
+    request.connectTime = std::chrono::minutes{2};
+    request.answerTime = milliseconds{200};
+    std::string error;
+    EXPECT_EQ(GnmiStream{}.run(request, kTakeAll, error), kNoAnswer);
+    EXPECT_THAT(error, HasSubstr("says nothing for 200 ms"));
+    server->Shutdown();
+}
+
+}  // namespace
+}  // namespace Pel::Cli
