@@ -15,6 +15,8 @@
 namespace Pel::Cli {
 namespace {
 
+constexpr std::chrono::seconds kEndTime{2};
+
 std::shared_ptr<grpc::Channel> channelTo(const std::string& server) {
     grpc::ChannelArguments arguments;
     arguments.SetMaxReceiveMessageSize(-1);
@@ -65,38 +67,38 @@ int unconnected(const GnmiStream::Request& request, std::string& error) {
     return kNobody;
 }
 
-/// Ends a call that has no answer at all in time.
-class FirstAnswer {
+/// Cancels a call unless what is waited for comes in time.
+class Patience {
 public:
-    FirstAnswer(grpc::ClientContext& context, std::chrono::milliseconds time)
+    Patience(grpc::ClientContext& context, std::chrono::milliseconds time)
         : thread_{[this, &context, time] {
               std::unique_lock lock{mutex_};
-              if (came_.wait_for(lock, time, [this] { return here_; })) { return; }
-              late_ = true;
+              if (came_.wait_for(lock, time, [this] { return met_; })) { return; }
+              exhausted_ = true;
               context.TryCancel();
           }} {}
-    FirstAnswer(const FirstAnswer&) = delete;
-    FirstAnswer& operator=(const FirstAnswer&) = delete;
-    ~FirstAnswer() {
-        isHere();
+    Patience(const Patience&) = delete;
+    Patience& operator=(const Patience&) = delete;
+    ~Patience() {
+        met();
         thread_.join();
     }
 
-    void isHere() {
+    void met() {
         const std::lock_guard lock{mutex_};
-        here_ = true;
+        met_ = true;
         came_.notify_one();
     }
-    bool late() const {
+    bool exhausted() const {
         const std::lock_guard lock{mutex_};
-        return late_;
+        return exhausted_;
     }
 
 private:
     mutable std::mutex mutex_;
     std::condition_variable came_;
-    bool here_ = false;
-    bool late_ = false;
+    bool met_ = false;
+    bool exhausted_ = false;
     std::thread thread_;  // last: uses all of the above
 };
 
@@ -142,19 +144,27 @@ int GnmiStream::run(const Request& request,
     const auto stream = stub->Subscribe(&context);
     stream->Write(subscription(request));
     bool wanted = true;
-    FirstAnswer first{context, request.answerTime};
+    Patience first{context, request.answerTime};
     gnmi::SubscribeResponse response;
     while (wanted && !call_->cancelled && stream->Read(&response)) {
-        first.isHere();
+        first.met();
         wanted = take(response);
     }
     if (!wanted) { call_->cancelled = true; }
     if (call_->cancelled) { context.TryCancel(); }
+    first.met();
+    // A message that cannot be read ends the reading, but not the server's stream.
+    Patience end{context, kEndTime};
     const grpc::Status status = stream->Finish();
+    end.met();
     if (call_->cancelled || status.ok()) { return kDone; }
-    if (first.late()) {
+    if (first.exhausted()) {
         error = silent(request.server, request.answerTime);
         return kNoAnswer;
+    }
+    if (end.exhausted()) {
+        error = request.server + ": the server sent a message that makes no sense";
+        return kFailed;
     }
     error = request.server + ": " + status.error_message();
     return status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED ? kNoAnswer : kFailed;

@@ -226,6 +226,15 @@ TEST_F(Watch, CtrlCEndsItInAPipeAndOnATerminal) {
     }
 }
 
+TEST_F(Watch, AMessageThatMakesNoSenseEndsItWithAnErrorThoughTheServerGoesOn) {
+    gnmi::SubscribeResponse noText = update("/a", 1, 1);
+    noText.mutable_update()->mutable_update(0)->mutable_val()->set_string_val("\xff");
+    server.say(noText);
+    PelProcess pel{watch()};
+    EXPECT_THAT(pel.rest(), HasSubstr("a message that makes no sense"));
+    EXPECT_EQ(pel.end(), kFailed);
+}
+
 TEST_F(Watch, CtrlCEndsItAlsoBeforeThereIsAServer) {
     PelProcess pel{{"watch", "--server", "127.0.0.1:1"}};  // where nobody listens
     pel.interrupt();
