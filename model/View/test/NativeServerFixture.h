@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "model/Aft/StateSyncedContainer.h"
 #include "model/Registration.h"
 #include "model/Route/RouteStatus.h"
+#include "model/View/NativePaths.h"
 #include "model/View/NativeView.h"
 #include "model/View/OpenConfigView.h"
 #include "platform/Gale/test/ServerFixture.h"
@@ -271,20 +273,28 @@ protected:
             client, [&] { return client.ended(); }, "the end");
         return client.status();
     }
-    /// Of the native view, as an operator sees it.
-    std::string nativeStatus() {
-        std::string line;
-        bool answered = false;
-        machine->status([&](const std::vector<std::string>& lines) {
-            for (const std::string& each : lines) {
-                if (each.starts_with("view pel: ")) { line = each.substr(10); }
+    /// Of the native view, as an operator is told.
+    Gale::ViewStatus nativeView() {
+        std::optional<Gale::ViewStatus> told;
+        machine->status([&](const Gale::ServiceStatus& status) {
+            for (const Gale::ViewStatus& each : status.views) {
+                if (each.origin == "pel") { told = each; }
             }
-            answered = true;
         });
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds{60};
-        while (!answered && std::chrono::steady_clock::now() < end) { scheduler->runUntilIdle(); }
-        EXPECT_TRUE(answered);
-        return line;
+        while (!told && std::chrono::steady_clock::now() < end) { scheduler->runUntilIdle(); }
+        EXPECT_TRUE(told);
+        return told.value_or(Gale::ViewStatus{});
+    }
+    /// "filled, next hops 500".
+    std::string nativeStatus() {
+        const Gale::ViewStatus status = nativeView();
+        std::string text = status.demand;
+        for (const Gale::KindStatus& kind : status.kinds) {
+            if (kind.path != NativePaths::kNextHop) { continue; }
+            text += ", next hops " + std::to_string(kind.shown);
+        }
+        return text;
     }
 
     static Nexo::IpGenAddr ip(const char* text) { return *Nexo::IpGenAddr::parse(text); }
