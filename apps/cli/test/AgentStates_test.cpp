@@ -7,6 +7,9 @@
 
 #include <atomic>
 #include <csignal>
+#include <fstream>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -98,45 +101,68 @@ INSTANTIATE_TEST_SUITE_P(, EachCommandThatAsks, testing::ValuesIn(kAsking), [](c
     return name;
 });
 
-/// Asks with a patience that no test outlasts; `begun` is set just before.
-ControlResult askPatiently(const std::filesystem::path& root, std::atomic<bool>& begun) {
-    begun = true;
-    return ControlClient{root, std::chrono::minutes{2}}.ask("status", false);
-}
-void await(const std::atomic<bool>& flag) {
-    while (!flag) { std::this_thread::yield(); }
-}
+/// Asks with a patience that no test outlasts, on a thread of its own.
+class PatientClient {
+public:
+    explicit PatientClient(const std::filesystem::path& root)
+        : thread_{[this, root] {
+              threadId_ = ::gettid();
+              result_ = ControlClient{root, std::chrono::minutes{2}}.ask("status", false);
+              done_ = true;
+          }} {}
+    PatientClient(const PatientClient&) = delete;
+    PatientClient& operator=(const PatientClient&) = delete;
+    ~PatientClient() {
+        if (thread_.joinable()) { thread_.join(); }
+    }
+
+    /// Returns when it sleeps. False when it has given up.
+    bool waits() const {
+        while (!done_ && (threadId_ == 0 || state() != 'S')) { std::this_thread::yield(); }
+        return !done_;
+    }
+    const ControlResult& result() {
+        thread_.join();
+        return result_;
+    }
+
+private:
+    char state() const {
+        std::ifstream file{"/proc/self/task/" + std::to_string(threadId_) + "/stat"};
+        std::string line;
+        std::getline(file, line);
+        const std::size_t name = line.rfind(") ");
+        return name == std::string::npos ? '?' : line[name + 2];
+    }
+
+    std::atomic<pid_t> threadId_{0};
+    std::atomic<bool> done_{false};
+    ControlResult result_;
+    std::thread thread_;  // last: uses all of the above
+};
 
 TEST(ControlClientTest, AnAgentThatIsJustStartingIsWaitedFor) {
     const TestSupport::TempDir root;
     AgentHost::RootLock lock;
     ASSERT_EQ(lock.take(root.path(), kAgentLock), "");
-    std::atomic<bool> begun{false};
-    ControlResult result;
-    std::thread client{[&] { result = askPatiently(root.path(), begun); }};
-    await(begun);
+    PatientClient client{root.path()};
+    ASSERT_TRUE(client.waits());
     const HungHost host{root.path()};
     host.answer("{\"end\":true}\n");
-    client.join();
-    EXPECT_EQ(result.error, "");
-    EXPECT_EQ(result.exitCode(), kDone);
+    EXPECT_EQ(client.result().error, "");
 }
 
 TEST(ControlClientTest, AQueueThatIsFullForAMomentIsWaitedFor) {
     const TestSupport::TempDir root;
     const HungHost host{root.path()};
-    std::atomic<bool> begun{false};
-    ControlResult result;
     auto full = std::make_unique<FullQueue>(root.path());
-    std::thread client{[&] { result = askPatiently(root.path(), begun); }};
-    await(begun);
+    PatientClient client{root.path()};
+    ASSERT_TRUE(client.waits());
     const std::size_t others = full->clients();
     full.reset();
     for (std::size_t i = 0; i < others; ++i) { ::close(host.accept()); }
     host.answer("{\"end\":true}\n");
-    client.join();
-    EXPECT_EQ(result.error, "");
-    EXPECT_EQ(result.exitCode(), kDone);
+    EXPECT_EQ(client.result().error, "");
 }
 
 /// A listening TCP socket behind which nobody works.
