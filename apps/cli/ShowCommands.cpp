@@ -48,6 +48,7 @@ ShowCommands::ShowCommands(CLI::App& app, int& code) : code_{code} {
          "PREFIX",
          "A prefix, as it is; an address: its longest match",
          true,
+         false,
          "--vrf",
          "VRF",
          "In this VRF only"},

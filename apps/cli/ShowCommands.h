@@ -23,10 +23,10 @@ private:
         const char* parameter = nullptr;  ///< the agent's name for the argument
         const char* argumentHelp = nullptr;
         bool required = false;
+        bool coloured = false;  ///< on a terminal the agent is asked for colours
         const char* option = nullptr;
         const char* optionParameter = nullptr;
         const char* optionHelp = nullptr;
-        bool coloured = false;  ///< on a terminal the agent is asked for colours
     };
     void add(CLI::App& show, const Command& command);
 
