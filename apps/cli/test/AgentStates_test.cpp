@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <proto/gnmi.grpc.pb.h>
 #include <proto/gnmi.pb.h>
 
@@ -19,6 +18,7 @@
 #include "apps/cli/test/CliBed.h"
 #include "platform/AgentHost/HostConfig.h"
 #include "platform/AgentHost/RootLock.h"
+#include "test/support/LoopbackPort.h"
 #include "test/support/TempDir.h"
 
 // `pel` and an agent (or what stands in its place) in any state: it never hangs, and says what is
@@ -165,38 +165,17 @@ TEST(ControlClientTest, AQueueThatIsFullForAMomentIsWaitedFor) {
     EXPECT_EQ(client.result().error, "");
 }
 
-/// A listening TCP socket behind which nobody works.
-class SilentServer {
-public:
-    SilentServer() : fd_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address_;
-        EXPECT_EQ(::bind(fd_, reinterpret_cast<const sockaddr*>(&address_), size), 0);
-        EXPECT_EQ(::getsockname(fd_, reinterpret_cast<sockaddr*>(&address_), &size), 0);
-    }
-    SilentServer(const SilentServer&) = delete;
-    SilentServer& operator=(const SilentServer&) = delete;
-    ~SilentServer() { ::close(fd_); }
-    void listen() const { EXPECT_EQ(::listen(fd_, 4), 0); }
-    std::string text() const { return "127.0.0.1:" + std::to_string(ntohs(address_.sin_port)); }
-
-private:
-    int fd_;
-    sockaddr_in address_{};
-};
-
 const auto kTakeAll = [](const gnmi::SubscribeResponse&) { return true; };
 
 TEST(GnmiStreamTest, AServerThatTakesTheConnectionAndSaysNothingIsToldFromNone) {
-    const SilentServer server;
+    const TestSupport::LoopbackPort server;
     GnmiStream::Request request;
     request.server = server.text();
     request.connectTime = milliseconds{200};
     std::string error;
     EXPECT_EQ(GnmiStream{}.run(request, kTakeAll, error), kNobody);
     EXPECT_THAT(error, HasSubstr("no gNMI server answers at " + server.text()));
-    server.listen();
+    server.listen(4);
     EXPECT_EQ(GnmiStream{}.run(request, kTakeAll, error), kNoAnswer);
     EXPECT_THAT(error, HasSubstr(server.text() + " takes the connection and says nothing"));
 }

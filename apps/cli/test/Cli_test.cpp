@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <proto/gnmi.pb.h>
 #include <sys/socket.h>
@@ -20,6 +19,7 @@
 #include "apps/cli/test/CliBed.h"
 #include "platform/Blink/RingFile.h"
 #include "platform/Blink/Trace.h"
+#include "test/support/LoopbackPort.h"
 #include "test/support/TempDir.h"
 
 namespace Pel::Cli {
@@ -162,20 +162,13 @@ TEST(CliTest, AClosedOrFullOrDeafDescriptorEndsNothingByForce) {
 
 TEST(CliTest, AnOccupiedPortIsNamedBeforeAnythingStarts) {
     const TestSupport::TempDir root;
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
-    ASSERT_EQ(::listen(fd, 1), 0);
-    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    const std::string listen = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    const TestSupport::LoopbackPort port;
+    port.listen(1);
+    const std::string listen = port.text();
     std::string output;
     EXPECT_EQ(pel("up --root " + root.path().string() + " --listen " + listen, output), kFailed);
     EXPECT_THAT(output, HasSubstr(listen + " is in use by another process"));
     EXPECT_FALSE(std::filesystem::exists(root.path() / "state"));
-    ::close(fd);
 }
 
 TEST(CliTest, ASecondUpSaysThatAnAgentRuns) {

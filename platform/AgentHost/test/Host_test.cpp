@@ -2,19 +2,19 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "platform/AgentHost/ListenAddress.h"
 #include "platform/AgentHost/RootLock.h"
 #include "platform/Blink/Trace.h"
 #include "platform/Vel/Errors.h"
+#include "test/support/LoopbackPort.h"
 
 namespace AgentHost {
 namespace {
@@ -258,35 +258,23 @@ TEST(ListenAddressTest, SaysWhatAnAddressLooksLikeAndWhatWasGiven) {
 }
 
 TEST(ListenAddressTest, TellsWhetherSomebodyListensThere) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
-    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    const ListenAddress there{"127.0.0.1", ntohs(address.sin_port)};
+    auto port = std::make_unique<TestSupport::LoopbackPort>();
+    const ListenAddress there{"127.0.0.1", port->port()};
     EXPECT_FALSE(there.takesConnections()) << "bound, and not listening";
-    ASSERT_EQ(::listen(fd, 0), 0);
+    port->listen(0);
     EXPECT_TRUE(there.takesConnections()) << "though nobody accepts";
     for (int i = 0; i < 4; ++i) { EXPECT_TRUE(there.takesConnections()) << "nor is there room"; }
-    ::close(fd);
+    port.reset();
     EXPECT_FALSE(there.takesConnections());
 }
 
 TEST(ListenAddressTest, NamesAnOccupiedPort) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
-    ASSERT_EQ(::listen(fd, 1), 0);
-    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    const ListenAddress listen{"127.0.0.1", ntohs(address.sin_port)};
+    auto port = std::make_unique<TestSupport::LoopbackPort>();
+    port->listen(1);
+    const ListenAddress listen{"127.0.0.1", port->port()};
     EXPECT_EQ(listen.unusable(),
               listen.text() + " is in use by another process; choose another with --listen");
-    ::close(fd);
+    port.reset();
     EXPECT_EQ(listen.unusable(), "");
     EXPECT_THAT((ListenAddress{"203.0.113.7", 1}).unusable(), StartsWith("203.0.113.7:1: "));
 }

@@ -101,9 +101,11 @@ protected:
             return all;
         }
     };
-    Rpc call(const std::string& method, const std::string& message, bool end = true) {
-        clients.push_back(std::make_unique<Wire::WireClient>(
-            server->port(), true, std::vector<Wire::WireClient::Setting>{}));
+    Rpc call(const std::string& method,
+             const std::string& message,
+             bool end = true,
+             const std::vector<Wire::WireClient::Setting>& settings = {}) {
+        clients.push_back(std::make_unique<Wire::WireClient>(server->port(), true, settings));
         auto& client = *clients.back();
         const auto stream = client.open(Wire::WireClient::head("/gnmi.gNMI/" + method));
         client.send(stream, message, end);
@@ -127,6 +129,14 @@ protected:
                     bytes<gnmi::SubscribeRequest>("subscribe { " + text +
                                                   (encoding ? "" : " encoding: PROTO") + " }"),
                     end);
+    }
+    /// To all there is, by a client that lets the server send it `window` bytes.
+    Rpc subscribeToAll(std::uint32_t window) {
+        constexpr std::uint16_t kInitialWindow = 4;
+        return call("Subscribe",
+                    bytes<gnmi::SubscribeRequest>("subscribe { encoding: PROTO subscription {} }"),
+                    false,
+                    {{kInitialWindow, window}});
     }
 
     /// `text`: fields of the GetRequest; PROTO unless it says otherwise.

@@ -280,16 +280,8 @@ TEST_F(Subscribe, StatusTellsTheModeThePathsAndSinceWhen) {
 }
 
 TEST_F(Subscribe, StatusTellsHowLongAClientIsBehindAndTakesNothing) {
-    constexpr std::uint16_t kInitialWindow = 4;
     populate();
-    clients.push_back(std::make_unique<Wire::WireClient>(
-        server->port(), true, std::vector<Wire::WireClient::Setting>{{kInitialWindow, 2000}}));
-    auto& client = *clients.back();
-    const auto stream = client.open(Wire::WireClient::head("/gnmi.gNMI/Subscribe"));
-    client.send(stream,
-                bytes<gnmi::SubscribeRequest>("subscribe { encoding: PROTO subscription {} }"),
-                false);
-    settle();
+    const Rpc rpc = subscribeToAll(2000);
     const auto status = [this] { return service->subscribers().status().at(0); };
     ASSERT_TRUE(status().synced);
     ASSERT_EQ(status().lag, 0U);
@@ -301,7 +293,7 @@ TEST_F(Subscribe, StatusTellsHowLongAClientIsBehindAndTakesNothing) {
     EXPECT_GT(status().lag, 0U);
     EXPECT_EQ(status().behind, std::chrono::seconds{3});
     EXPECT_EQ(status().blocked, std::chrono::seconds{3});
-    client.window(stream, 1'000'000);
+    rpc.client->window(rpc.stream, 1'000'000);
     settle();
     EXPECT_EQ(status().lag, 0U);
     EXPECT_EQ(status().behind, std::nullopt);
@@ -321,16 +313,8 @@ TEST_F(Subscribe, RefusedAndTerminatedCallsAreCountedWithTheLastReason) {
     clients.pop_back();  // a client that goes of itself is no failure
     settle();
     EXPECT_EQ(calls.terminated.count, 0U);
-    constexpr std::uint16_t kInitialWindow = 4;
     populate();
-    clients.push_back(std::make_unique<Wire::WireClient>(
-        server->port(), true, std::vector<Wire::WireClient::Setting>{{kInitialWindow, 0}}));
-    auto& client = *clients.back();
-    const auto stream = client.open(Wire::WireClient::head("/gnmi.gNMI/Subscribe"));
-    client.send(stream,
-                bytes<gnmi::SubscribeRequest>("subscribe { encoding: PROTO subscription {} }"),
-                false);
-    settle();
+    subscribeToAll(0);
     for (int second = 0; second < 70; ++second) { advance(std::chrono::seconds{1}); }
     EXPECT_EQ(calls.terminated.count, 1U);
     EXPECT_EQ(calls.terminated.reason, "the client takes no data");
