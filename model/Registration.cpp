@@ -1,5 +1,6 @@
 #include "model/Registration.h"
 
+#include "model/Counters/CounterTable.h"
 #include "model/Counters/NexthopGroupEntryToCounterKeyTable.h"
 #include "model/Fec/FlattenFecSet.h"
 #include "model/Readiness/FlattenFecSetReadyStatus.h"
@@ -36,6 +37,7 @@ void registerModelTypes() {
 
     tableType<FlattenFecSet>();
     tableType<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable>();
+    tableType<FlexCounters::CounterTable>();
     tableType<Vrf::VrfIdMap::Status>();
     tableType<Mesa::Fib::RouteStatus>();
     tableType<Mesa::Fib6::RouteStatus>();

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "model/Counters/CounterTable.h"
 #include "model/Counters/NexthopGroupEntryToCounterKeyTable.h"
 #include "model/Fec/FlattenFec.h"
 #include "model/Fec/FlattenFecEntry.h"
@@ -84,6 +85,7 @@ void readKeys(std::string_view bytes) {
     readKey<Pel::Stash::OcNextHopIndex>(bytes);
     readKey<Pel::NexthopGroupEntryCounterKey>(bytes);
     readKey<Vrf::VrfId>(bytes);
+    readKey<FlexCounters::CounterIndex>(bytes);
     readKey<Nexo::IpPrefix>(bytes);
 }
 
@@ -101,6 +103,7 @@ constexpr Read kReads[] = {
     readRow<Tolo::ConfigRecord>,
     readEntity,
     readKeys,
+    readRow<FlexCounters::MesaFlexCounter>,
 };
 
 }  // namespace

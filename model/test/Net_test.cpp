@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "model/Counters/CounterTable.h"
 #include "model/Fec/CharRange.h"
 #include "model/Fec/FecId.h"
 #include "model/Fec/NexthopGroupEntry.h"
@@ -171,6 +172,52 @@ TEST(FecIds, KindAndNumberShareTheBits) {
     EXPECT_EQ(Pel::fecKind(id), Pel::FecKind::memberSet);
     EXPECT_EQ(Pel::fecNumber(id), 42U);
     EXPECT_EQ(Pel::makeFecId(Pel::FecKind::kernel, 42).value(), 42U);
+}
+
+using Tunnel::TunnelTable::TunnelId;
+
+TEST(TunnelIds, HaveEighteenBits) {
+    EXPECT_EQ(TunnelId{TunnelId::minValue}.value(), 0U);
+    EXPECT_EQ(TunnelId{TunnelId::maxValue}.value(), 0x3FFFFU);
+    for (const std::uint32_t beyond : {0x40000U, UINT32_MAX}) {
+        try {
+            TunnelId{beyond};
+            FAIL() << beyond;
+        } catch (const Vel::RangeError& error) {
+            EXPECT_STREQ(error.what(),
+                         "Tunnel::TunnelTable::TunnelId::value < "
+                         "Tunnel::TunnelTable::TunnelId::minValue or > "
+                         "Tunnel::TunnelTable::TunnelId::maxValue not allowed");
+        }
+    }
+}
+
+TEST(TunnelIds, TheBitsFrom12UpSayWhetherItIsIpInIp) {
+    EXPECT_FALSE(TunnelId{0x17FFF}.isIpInIp());
+    EXPECT_TRUE(TunnelId{0x18000}.isIpInIp());
+    EXPECT_TRUE(TunnelId{0x18FFF}.isIpInIp());
+    EXPECT_FALSE(TunnelId{0x19000}.isIpInIp());
+    EXPECT_FALSE(TunnelId{0x38000}.isIpInIp());
+}
+
+TEST(CounterIndexes, AreTwoWords) {
+    using FlexCounters::CounterIndex;
+    const CounterIndex index{0x0001'8007'0000'0009U};
+    EXPECT_EQ(FlexCounters::highWord(index), 0x18007U);
+    EXPECT_EQ(FlexCounters::lowWord(index), 9U);
+    EXPECT_EQ(FlexCounters::makeCounterIndex(0x18007, 9), index);
+    EXPECT_EQ(FlexCounters::makeCounterIndex(TunnelId{0x18007}).value(), 0x0001'8007'0000'0000U);
+    EXPECT_FALSE(CounterIndex{}) << "0 is none";
+    EXPECT_TRUE(index);
+}
+
+TEST(FlexCounterRecords, AreEqualInBothCounts) {
+    using FlexCounters::MesaFlexCounter;
+    EXPECT_TRUE(MesaFlexCounter::isEq({}, {0, 0}));
+    EXPECT_FALSE(MesaFlexCounter::isEq({1, 0}, {}));
+    EXPECT_FALSE(MesaFlexCounter::isEq({0, 1}, {}));
+    EXPECT_STREQ(FlexCounters::CounterTable::kType, "FlexCounters::CounterTable");
+    EXPECT_STREQ(FlexCounters::CounterTable::kPath, "flexCounters/counterTable/Nexthop/4294967295");
 }
 
 TEST(CharRanges, RangeAndFormErrorsDiffer) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "model/Counters/CounterTable.h"
 #include "model/Counters/NexthopGroupEntryToCounterKeyTable.h"
 #include "model/Fec/Fec_generated.h"
 #include "model/Fec/FlattenFec.h"
@@ -56,6 +57,8 @@ TEST(Records, RoundTrip) {
     expectRoundTrip(Tolo::ConfigRecord{true});
     expectRoundTrip(Vrf::VrfIdMap::Entry{Vrf::VrfName{"red"}});
     expectRoundTrip(Routing::NexthopGroup::CounterKeyEntry{1234567});
+    expectRoundTrip(FlexCounters::MesaFlexCounter{UINT64_MAX, 1});
+    expectRoundTrip(FlexCounters::MesaFlexCounter{});
     expectRoundTrip(Mesa::FibRoute{FecId{41}, OriginProtocol::bgp});
 }
 
