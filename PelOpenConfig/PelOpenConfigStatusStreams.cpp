@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <numeric>
+
 #include "platform/AgentHost/AgeText.h"
 
 namespace Pel::Oc {
@@ -97,6 +99,28 @@ void printCounters(CliPrinter& to, const Gale::Wire::ServerStatus& wire) {
     to.text(")");
 }
 
+/// What the journal keeps for those who have not come so far.
+void printKept(CliPrinter& to, const Gale::ViewStatus& view) {
+    const auto sum = [](const auto& lanes) {
+        return std::accumulate(lanes.begin(), lanes.end(), std::size_t{0});
+    };
+    const std::size_t changes = sum(view.journal.changes);
+    const std::size_t deletes = sum(view.journal.tombstones);
+    to.openItem();
+    to.string({}, "origin", view.origin);
+    to.number({}, "changes", changes);
+    to.number({}, "deletes", deletes);
+    to.number({}, "overtaken", view.journal.overtaken);
+    if (changes + deletes > 0) {
+        to.text(fmt::format("kept        {}: {} changes, {} of them overtaken, and {} deletes\n",
+                            view.origin,
+                            changes,
+                            view.journal.overtaken,
+                            deletes));
+    }
+    to.closeDict();
+}
+
 }  // namespace
 
 void printStreams(CliPrinter& to, const Gale::ServiceStatus& service, Kiln::TimePoint now) {
@@ -126,6 +150,9 @@ void printStreams(CliPrinter& to, const Gale::ServiceStatus& service, Kiln::Time
     for (std::size_t i = 0; i < count; ++i) { printCall(to, streams.subscribers[i]); }
     to.closeList();
     to.andMore(streams.subscribers.size(), kShown);
+    to.openList({}, "kept");
+    for (const Gale::ViewStatus& view : service.views) { printKept(to, view); }
+    to.closeList();
     printFailures(to, "refused     ", "refused", streams.refused, now);
     printFailures(to, "terminated  ", "terminated", streams.terminated, now);
     to.closeDict();

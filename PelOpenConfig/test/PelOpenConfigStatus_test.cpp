@@ -231,6 +231,7 @@ TEST_F(StatusTest, WhoWaitsForWhomIsSaidForTheFirstFew) {
                              .demand = {},
                              .kinds = std::vector<Gale::KindStatus>(5),
                              .provider = {},
+                             .journal = {},
                              .held = {}});
     Gale::ViewStatus& view = service.views[0];
     view.provider.waiting = 7;
@@ -310,6 +311,12 @@ TEST(StatusStreams, EachSubscriberIsToldWithItsLagAndWhetherItIsBlocked) {
     begun.synced = false;
     streams.subscribers = {level, behind, begun};
     streams.refused = {3, "127.0.0.1:4", "no \"node\" here", Kiln::TimePoint{seconds{70}}};
+    service.views.resize(2);
+    service.views[0].origin = "openconfig";
+    service.views[0].journal.changes = {1000, 200, 30};
+    service.views[0].journal.tombstones = {4, 5};
+    service.views[0].journal.overtaken = 600;
+    service.views[1].origin = "pel";  // nobody is behind
     const Kiln::TimePoint now{seconds{100}};
     EXPECT_EQ(said(service, now, OutputFormat::text),
               "subscribers 3, connections 2 (9 so far, 2 turned AWAY)\n"
@@ -317,6 +324,7 @@ TEST(StatusStreams, EachSubscriberIsToldWithItsLagAndWhetherItIsBlocked) {
               "  [::1]:2\\x1b STREAM, 2 paths, for 1 min 5 s, 200 sent\n"
               "    1200 changes BEHIND for 14 s, BLOCKED: takes nothing for 12 s\n"
               "  127.0.0.1:1 STREAM, 1 path, for 1 min 5 s, 200 sent, initial set under way\n"
+              "kept        openconfig: 1230 changes, 600 of them overtaken, and 9 deletes\n"
               "refused     3 calls, last 127.0.0.1:4 30 s ago:\n"
               "    no \"node\" here\n"
               "terminated  none\n");
@@ -325,10 +333,14 @@ TEST(StatusStreams, EachSubscriberIsToldWithItsLagAndWhetherItIsBlocked) {
     EXPECT_EQ(json["subscribers"][1]["behindSeconds"], 14);
     EXPECT_EQ(json["subscribers"][1]["blockedSeconds"], 12);
     EXPECT_EQ(json["subscribers"][0]["blocked"], false);
+    EXPECT_EQ(json["kept"],
+              nlohmann::json::parse(
+                  R"([{"origin": "openconfig", "changes": 1230, "deletes": 9, "overtaken": 600},
+                      {"origin": "pel", "changes": 0, "deletes": 0, "overtaken": 0}])"));
     EXPECT_EQ(json["turnedAway"], 2);
     EXPECT_EQ(json["refused"]["reason"], "no \"node\" here");
     streams.subscribers.assign(20, level);
-    EXPECT_THAT(said(service, now, OutputFormat::text), HasSubstr("\n  and 12 more\nrefused"));
+    EXPECT_THAT(said(service, now, OutputFormat::text), HasSubstr("\n  and 12 more\nkept "));
     EXPECT_EQ(
         nlohmann::json::parse(said(service, now, OutputFormat::json))["streams"]["subscribers"]
             .size(),

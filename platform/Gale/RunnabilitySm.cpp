@@ -57,6 +57,7 @@ ViewStatus viewStatus(const Channel& channel) {
         status.provider = channel.provider->statistics();
         status.held = channel.provider->held(ServiceStatus::kHeld);
     }
+    status.journal = channel.journal.statistics();
     status.provider.shown.resize(channel.view->kinds().size());
     for (std::size_t i = 0; i < status.provider.shown.size(); ++i) {
         status.kinds.push_back({channel.view->kinds()[i].path, status.provider.shown[i]});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Gale/Journal.h"
 #include "platform/Gale/Provider.h"
 #include "platform/Gale/Subscribers.h"
 #include "platform/Gale/Waiting.h"
@@ -26,6 +27,7 @@ struct ViewStatus {
     std::string demand;  ///< LazyFill::text(); empty: the view is not made on demand
     std::vector<KindStatus> kinds;
     ProviderStatistics provider;      ///< all 0 while there is none
+    JournalStatistics journal;        ///< what subscribers have still to take, among others
     std::vector<Waiting::Held> held;  ///< the first few of those that wait
 };
 

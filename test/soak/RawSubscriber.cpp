@@ -242,7 +242,7 @@ void RawSubscriber::onHeaders(std::string_view payload) {
 
 bool RawSubscriber::waits() const {
     if (hurry_) { return false; }
-    return pace_ == Pace::eachSecond || (pace_ == Pace::liveEachSecond && digest_.synced());
+    return pace_ == Pace::eachSecond || (slowing_ != Slowing::keepsUp && catchesUp_ == 0);
 }
 
 void RawSubscriber::onData(std::string_view payload) {
@@ -278,6 +278,7 @@ std::size_t RawSubscriber::messages(std::string_view bytes, std::size_t limit) {
         if (bytes.size() - used < kMessageHeader + size) { break; }
         const std::string_view message = bytes.substr(used + kMessageHeader, size);
         digest_.take(message, now);
+        if (catchesUp_ > 0) { --catchesUp_; }
         if (recording_.isOpen()) { recording_.message(now, message); }
         used += kMessageHeader + size;
     }
@@ -290,8 +291,25 @@ std::string RawSubscriber::recordTo(const std::filesystem::path& path) {
     return recording_.open(path);
 }
 
+/// A cursor holds back what was there at its target, and at a message a second it would stay with a target of the
+/// moment when it slowed down, at which next to nothing was left to take. So it stands still first, and then
+/// ends the epoch that it stood in: the next target is as old as that, and an epoch away.
+void RawSubscriber::slowDown(Clock::time_point now) {
+    if (!slowingUntil_) { slowingUntil_ = now + std::chrono::seconds{1}; }
+    if (now < *slowingUntil_) { return; }
+    if (slowing_ == Slowing::keepsUp) {
+        slowing_ = Slowing::stands;
+        slowingUntil_ = now + std::chrono::seconds{5};
+    } else if (slowing_ == Slowing::stands) {
+        slowing_ = Slowing::slow;
+        catchesUp_ = 1000;
+        takePending(SIZE_MAX);
+    }
+}
+
 void RawSubscriber::tick(Clock::time_point now) {
-    if (!waits() || now < next_) { return; }
+    if (pace_ == Pace::liveEachSecond && digest_.synced()) { slowDown(now); }
+    if (!waits() || slowing_ == Slowing::stands || now < next_) { return; }
     next_ = now + kPause;
     takePending(1);
 }

@@ -21,7 +21,7 @@ enum class Pace : std::uint8_t {
     neverWindow,    ///< reads nothing after its request; flow control stops the server
     neverSocket,    ///< the same with windows without bound: the socket is what fills up
     eachSecond,     ///< one message a second from the beginning
-    liveEachSecond  ///< one message a second after the sync
+    liveEachSecond  ///< one message a second some time after the sync, amid a long epoch
 };
 
 struct SubscriberState {
@@ -82,6 +82,7 @@ private:
     std::size_t messages(std::string_view bytes, std::size_t limit);
     void takePending(std::size_t limit);
     bool waits() const;
+    void slowDown(Clock::time_point now);
     void endedWith(const std::string& how);
 
     std::string name_;
@@ -96,6 +97,9 @@ private:
     std::unique_ptr<nghttp2_hd_inflater, void (*)(nghttp2_hd_inflater*)> headers_;
     std::string status_;
     std::string statusText_;
+    enum class Slowing : std::uint8_t { keepsUp, stands, slow } slowing_ = Slowing::keepsUp;
+    std::optional<Clock::time_point> slowingUntil_;
+    std::uint64_t catchesUp_ = 0;  // so many messages without pause
     bool hurry_ = false;
     bool ended_ = false;
     std::string how_;
