@@ -355,7 +355,7 @@ void FlatStore::vrfIdDel(Vrf::VrfId id) {
 void FlatStore::vrfTablesDel(const std::string& vrf) {
     state_.entityDel(readyPath(vrf));
     for (const AddressFamily family : {AddressFamily::ipv4, AddressFamily::ipv6}) {
-        writer_.tableDel(routePath(vrf, family));
+        Mesa::tableDel(writer_, routePath(vrf, family));
         routes_.erase({vrf, family});
     }
 }

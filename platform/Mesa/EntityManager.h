@@ -28,23 +28,32 @@ public:
     }
     const Vel::Ref<Store::Reader>& reader() const { return reader_; }
 
-    /// Used by mount groups.
+    /// Used by mount groups and directory mounters.
     void entityIs(const std::string& path, const Vel::Ref<Vel::Entity>& entity);
     void entityDel(std::string_view path);
+    /// Mounts the table, if nobody has, and answers what is mounted at the path: null when that is
+    /// no table. A type that nobody registered is a broken precondition.
+    Vel::Ref<Table> tableIs(const std::string& path, const std::string& type);
 
 private:
     Vel::Ref<Store::Reader> reader_;
+    Vel::Ref<CollectionControls> collectionControls_;  // from the first mounted table on
     std::map<std::string, Vel::Ref<Vel::Entity>, std::less<>> entities_;
 };
 
 /// Tables to be mounted together. close() mounts; a table that no producer has made yet is mounted
-/// empty and fills when it appears. A type that nobody registered is a broken precondition.
+/// empty and fills when it appears. A type that nobody registered is a broken precondition. What was
+/// mounted stays so when the group goes.
 class MountGroup final : public Vel::RefCounted {
 public:
     explicit MountGroup(Vel::Ref<EntityManager> entityManager)
         : entityManager_{std::move(entityManager)} {}
     void mount(const std::string& path, const std::string& type, TableKind kind = TableKind::table);
+    /// Has onChange() tell also when one of the tables has been read in, or has gone. Before close().
+    void notifyOnSyncIs(bool notify) { notifyOnSync_ = notify; }
     void close();
+    /// The tables have been mounted by close().
+    Vel::Publisher<>& onChange() const { return onChange_; }
 
 private:
     struct Wanted {
@@ -53,6 +62,9 @@ private:
     };
     Vel::Ref<EntityManager> entityManager_;
     std::vector<Wanted> wanted_;
+    bool notifyOnSync_ = false;
+    mutable Vel::Publisher<> onChange_;
+    std::vector<Vel::Subscription> onPresent_;
 };
 
 }  // namespace Mesa

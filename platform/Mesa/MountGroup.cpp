@@ -11,12 +11,11 @@ void MountGroup::mount(const std::string& path, const std::string& type, TableKi
 
 void MountGroup::close() {
     for (const auto& [path, type] : std::exchange(wanted_, {})) {
-        if (entityManager_->entity(path)) { continue; }  // another group has mounted it
-        const Vel::Ref<Table> table = Vel::refCast<Table>(makeTable(type, path));
-        VEL_ASSERT_TEXT(table != nullptr, "Mesa: the type of a mounted table is not registered");
-        entityManager_->entityIs(path, table);
-        table->mountIs(*entityManager_->reader());
+        const Vel::Ref<Table> table = entityManager_->tableIs(path, type);
+        if (!table || !notifyOnSync_) { continue; }
+        onPresent_.push_back(table->onPresent().subscribe([this] { onChange_.publish(); }));
     }
+    onChange_.publish();
 }
 
 }  // namespace Mesa

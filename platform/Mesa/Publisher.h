@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/Mesa/CollectionControl.h"
 #include "platform/Mesa/Table.h"
 #include "platform/Store/Writer.h"
 
@@ -13,7 +14,9 @@ class TablePublisher {
 public:
     /// Registers the table. valid() is false when the store refused it.
     TablePublisher(Store::Writer& writer, const std::string& path, const std::string& type)
-        : writer_{&writer}, table_{writer.tableIs(path, type, Store::TableKind::table)} {}
+        : writer_{&writer},
+          path_{path},
+          table_{writer.tableIs(path, type, Store::TableKind::table)} {}
     bool valid() const { return table_ != 0; }
     Store::TableId table() const { return table_; }
     /// `rewrite` has readers told even when the record is equal.
@@ -24,10 +27,18 @@ public:
                      rewrite);
     }
     void erase(const Key& key) { writer_->erase(table_, Store::KeyCodec<Key>::encode(key)); }
+    /// Says whether changes have paused. Readers hear it after the changes that this writer has made
+    /// before it, in this transaction or earlier. The first time it also tells them that another
+    /// producer speaks now: who takes over a table says at once that it has not quiesced.
+    void quiescedIs(bool quiesced) {
+        collectionControlIs(*writer_, path_, table_, quiesced, generation_);
+    }
 
 private:
     Store::Writer* writer_;
+    std::string path_;
     Store::TableId table_;
+    std::uint64_t generation_ = 0;  // 0: has not spoken
 };
 
 }  // namespace Mesa

@@ -21,6 +21,22 @@ void Table::doCorruptionDetected(std::string_view text) {
     TRACE5("table {}: corruption: {}", name(), text);
 }
 
+void Table::collectionControlsAre(Vel::Ref<CollectionControls> controls) {
+    collectionControls_ = std::move(controls);
+    onControl_ = collectionControls_->onRecord(name()).subscribe([this] { handleControl(); });
+}
+
+void Table::storeTableIs(Store::TableId table) {
+    if (std::exchange(storeTable_, table) != table) { handleControl(); }
+}
+
+/// What was said of another table of this path, or of one that has not been told yet, does not count.
+void Table::handleControl() {
+    CollectionControlRecord record;
+    if (collectionControls_ && storeTable_ != 0) { record = collectionControls_->record(name()); }
+    collectionControl_->recordIs(record.table == storeTable_ ? record : CollectionControlRecord{});
+}
+
 void tableTypeIs(const std::string& type, EntityFactory factory) {
     factories()[type] = std::move(factory);
 }

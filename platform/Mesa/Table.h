@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Mesa/CollectionControl.h"
 #include "platform/Store/KeyedMount.h"
 #include "platform/Vel/Entity.h"
 
@@ -30,12 +31,24 @@ public:
     void doCorruptionDetected(std::string_view text);
     std::uint64_t corruptions() const { return corruptions_; }
     Vel::Publisher<>& onPresent() const { return onPresent_; }
+    /// What the producer says of the table as a whole. It says so after onPresent() told that the
+    /// table is there, and takes it back before onPresent() tells that it has gone.
+    const Vel::Ref<CollectionControl>& collectionControl() const { return collectionControl_; }
+    /// Where the control comes from; before the table is mounted. Without, it never says anything.
+    void collectionControlsAre(Vel::Ref<CollectionControls> controls);
 
 protected:
+    /// The table in the store that this one is mounted from, once all of it has been told; 0: none.
+    void storeTableIs(Store::TableId table);
     mutable Vel::Publisher<> onPresent_;
 
 private:
+    void handleControl();
     std::uint64_t corruptions_ = 0;
+    Store::TableId storeTable_ = 0;
+    Vel::Ref<CollectionControl> collectionControl_ = Vel::make<CollectionControl>();
+    Vel::Ref<CollectionControls> collectionControls_;  // null: none
+    Vel::Subscription onControl_;
 };
 
 /// A table with its key and record types. Keys are known, records are read on demand.
@@ -67,7 +80,11 @@ public:
 
 private:
     void changed(const Key& key) override { onKey_.publish(key); }
-    void presentChanged() override { onPresent_.publish(); }
+    void presentChanged() override {
+        if (!present()) { storeTableIs(0); }
+        onPresent_.publish();
+    }
+    void settled() override { storeTableIs(present() ? Base::storeTable() : 0); }
     std::string type_;
     mutable Vel::Publisher<const Key&> onKey_;
 };

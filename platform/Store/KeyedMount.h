@@ -41,6 +41,8 @@ protected:
     std::optional<std::string_view> readBytes(const Key& key) const {
         return mount_.read(KeyCodec<Key>::encode(key));
     }
+    /// The table that is mounted now; 0: it is not there.
+    TableId storeTable() const { return mount_.table(); }
     /// The key was added, changed or deleted; keys() is up to date.
     virtual void changed(const Key& key) = 0;
     virtual void presentChanged() {}

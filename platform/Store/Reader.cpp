@@ -60,6 +60,10 @@ bool Reader::Mount::present() const {
     return impl_ != nullptr && impl_->present;
 }
 
+TableId Reader::Mount::table() const {
+    return impl_ == nullptr ? kRegistry : impl_->table;
+}
+
 Reader::Reader(Vel::Ref<Kiln::TaskScheduler> scheduler, Options options)
     : options_{std::move(options)} {
     state_ = std::make_unique<State>(*this, scheduler);

@@ -73,6 +73,8 @@ public:
         /// The record is of a change that has not been told yet: reads are not held back.
         bool toldLater(std::string_view key) const;
         bool present() const;
+        /// The table that serves it now, which may be another one than before; 0: none.
+        TableId table() const;
 
     private:
         std::shared_ptr<Impl> impl_;

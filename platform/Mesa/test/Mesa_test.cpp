@@ -1,61 +1,16 @@
-#include <gmock/gmock.h>
-
-#include "platform/Mesa/EntityManager.h"
-#include "platform/Mesa/Publisher.h"
-#include "platform/Store/test/StoreFixture.h"
+#include "platform/Mesa/test/MesaFixture.h"
 #include "test/support/TraceCapture.h"
 
 namespace Mesa {
 namespace {
 
-struct Colour {
-    std::string name;
-};
-
-}  // namespace
-
-/// "c:" and the name.
-template <>
-struct RecordCodec<Colour> {
-    static std::optional<Colour> decode(std::string_view bytes) {
-        if (!bytes.starts_with("c:")) { return std::nullopt; }
-        return Colour{std::string{bytes.substr(2)}};
-    }
-    static std::string encode(const Colour& colour) { return "c:" + colour.name; }
-};
-
-namespace {
-
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using ColourTable = TypedTable<std::uint64_t, Colour>;
-constexpr const char* kType = "Test::Colours";
-
-class MesaTest : public Store::StoreFixture {
-protected:
-    void SetUp() override {
-        tableTypeIs(kType, [](const std::string& path) -> Vel::Ref<Vel::Entity> {
-            return Vel::make<ColourTable>(path, kType);
-        });
-    }
-    Vel::Ref<ColourTable> mount(const std::string& path) {
-        MountGroup group{manager};
-        group.mount(path, kType);
-        group.close();
-        return manager->entity<ColourTable>(path);
-    }
-    std::string read(const Vel::Ref<ColourTable>& table, std::uint64_t key) {
-        const auto colour = table->read(key);
-        return colour ? colour->name : "none";
-    }
-    std::unique_ptr<Store::Writer> writer = makeWriter();
-    Vel::Ref<Store::Reader> reader = makeReader();
-    Vel::Ref<EntityManager> manager = Vel::make<EntityManager>(reader);
-};
+class MesaTest : public MesaFixture {};
 
 TEST_F(MesaTest, ATableIsReadByKeyAndTellsChangesByKey) {
-    TablePublisher<std::uint64_t, Colour> publisher{*writer, "colours", kType};
+    ColourPublisher publisher{*writer, "colours", kType};
     ASSERT_TRUE(publisher.valid());
     publisher.set(256, {"red"});
     publisher.set(1, {"green"});
@@ -93,7 +48,7 @@ TEST_F(MesaTest, ATableThatNoProducerHasMadeYetIsMountedEmptyAndFills) {
     EXPECT_FALSE(table->present());
     EXPECT_THAT(table->keys(), IsEmpty());
     EXPECT_EQ(read(table, 1), "none");
-    TablePublisher<std::uint64_t, Colour>{*writer, "colours", kType}.set(1, {"red"});
+    ColourPublisher{*writer, "colours", kType}.set(1, {"red"});
     ASSERT_EQ(writer->commit(), "");
     settle();
     EXPECT_TRUE(table->present());
@@ -126,9 +81,45 @@ TEST_F(MesaTest, TwoGroupsThatMountAPathShareItsTable) {
     EXPECT_EQ(manager->entity("colours"), nullptr);
 }
 
+TEST_F(MesaTest, AGroupTellsThatItHasMountedAndOfEachTableThatIsReadInOrGoesIfItIsAskedTo) {
+    ColourPublisher{*writer, "there", kType}.set(1, {"red"});
+    ASSERT_EQ(writer->commit(), "");
+    for (const bool notify : {false, true}) {
+        manager = Vel::make<EntityManager>(reader);
+        MountGroup group{manager};
+        std::vector<std::string> told;
+        const auto onChange = group.onChange().subscribe([&] {
+            std::string text;
+            for (const char* const path : {"there", "late"}) {
+                const auto table = manager->entity<ColourTable>(path);
+                text += table && table->present() ? '1' : '0';
+            }
+            told.push_back(text);
+        });
+        group.mount("there", kType);
+        group.mount("late", kType);
+        group.notifyOnSyncIs(notify);
+        group.close();
+        EXPECT_THAT(told, ElementsAre("00"));
+        settle();
+        ColourPublisher{*writer, "late", kType}.set(1, {"red"});
+        publish();
+        tableDel(*writer, "there");
+        publish();
+        if (notify) {
+            EXPECT_THAT(told, ElementsAre("00", "10", "11", "01"));
+        } else {
+            EXPECT_THAT(told, ElementsAre("00"));
+            ColourPublisher{*writer, "there", kType}.set(1, {"red"});
+            tableDel(*writer, "late");
+            publish();
+        }
+    }
+}
+
 TEST_F(MesaTest, APublisherOfAnotherTypeIsRefused) {
     ASSERT_NE(writer->tableIs("colours", "other", Store::TableKind::table), 0u);
-    EXPECT_FALSE((TablePublisher<std::uint64_t, Colour>{*writer, "colours", kType}.valid()));
+    EXPECT_FALSE((ColourPublisher{*writer, "colours", kType}.valid()));
 }
 
 TEST_F(MesaTest, AnUnknownTypeIsABrokenPrecondition) {
