@@ -23,14 +23,22 @@ std::string RecordCodec<FibRoute>::encode(const FibRoute& record) {
     });
 }
 
+namespace {
+std::string fibRoot(Nexo::AddressFamily family) {
+    return family == Nexo::AddressFamily::ipv6 ? "routing6/" : "routing/";
+}
+}  // namespace
+
+std::string fibTableDirPath(Nexo::AddressFamily family) {
+    return fibRoot(family) + "vrf/status";
+}
+
 std::string fibTableMountPath(Nexo::AddressFamily family,
                               std::string_view vrfName,
                               std::string_view kind) {
     VEL_ASSERT(kind == "rib");
-    std::string path = family == Nexo::AddressFamily::ipv6 ? "routing6/" : "routing/";
-    if (vrfName == Vrf::kDefaultVrfName) { return path + "status"; }
-    path += "vrf/status/";
-    return path.append(vrfName);
+    if (vrfName == Vrf::kDefaultVrfName) { return fibRoot(family) + "status"; }
+    return fibTableDirPath(family).append("/").append(vrfName);
 }
 
 }  // namespace Mesa

@@ -48,6 +48,10 @@ public:
 };
 }  // namespace Fib6
 
+/// The directory of the tables of all VRFs but the default one: "routing/vrf/status" or
+/// "routing6/vrf/status".
+std::string fibTableDirPath(Nexo::AddressFamily family);
+
 /// Path of a VRF's table of the kind "rib": "routing/status" for the default VRF,
 /// "routing/vrf/status/<vrf>" for others; "routing6/..." for IPv6.
 std::string fibTableMountPath(Nexo::AddressFamily family,

@@ -6,7 +6,7 @@
 
 #include "model/Net/AddressFamily.h"
 #include "model/Route/RouteStatus.h"
-#include "platform/Mesa/EntityManager.h"
+#include "platform/Mesa/DirMounter.h"
 #include "platform/Vel/Subscription.h"
 
 namespace Pel::OcApi {
@@ -19,23 +19,23 @@ public:
     using Found = std::function<void(
         Nexo::AddressFamily family, const std::string& vrf, const Vel::Ref<Table>& table)>;
 
-    /// `prefixes`: "routing/status", "routing/vrf/status" for all below it. What is there already is
-    /// told of by start().
+    /// `prefixes`: "routing/status" and the like for the table itself, "routing/vrf/status" and the
+    /// like for all below it; others serve nothing. What is there already is told of by start().
     RouteTables(Vel::Ref<Mesa::EntityManager> tables,
                 std::vector<std::string> prefixes,
                 Found found);
     void start();
 
 private:
-    void handleTable(const std::string& path);
-    void mount(Nexo::AddressFamily family, const std::string& vrf);
-    bool served(const std::string& path) const;
+    void startFamily(Nexo::AddressFamily family, const std::string& prefix);
+    void handlePath(Nexo::AddressFamily family, const std::string& path);
+    void tell(Nexo::AddressFamily family, const std::string& vrf, const std::string& path);
 
     const Vel::Ref<Mesa::EntityManager> tables_;
     const std::vector<std::string> prefixes_;
     const Found found_;
-    std::vector<std::string> mounted_;  // paths
-    Vel::Subscription onTable_;
+    std::vector<Vel::Ref<Mesa::DirMounter>> mounters_;
+    std::vector<Vel::Subscription> onPath_;
 };
 
 }  // namespace Pel::OcApi

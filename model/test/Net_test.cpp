@@ -230,6 +230,8 @@ TEST(CharRanges, RangeAndFormErrorsDiffer) {
 TEST(FibTablePath, NamesFamilyAndVrf) {
     EXPECT_EQ(Mesa::fibTableMountPath(AddressFamily::ipv4, "default", "rib"), "routing/status");
     EXPECT_EQ(Mesa::fibTableMountPath(AddressFamily::ipv4, "red", "rib"), "routing/vrf/status/red");
+    EXPECT_EQ(Mesa::fibTableDirPath(AddressFamily::ipv4), "routing/vrf/status");
+    EXPECT_EQ(Mesa::fibTableDirPath(AddressFamily::ipv6), "routing6/vrf/status");
     EXPECT_EQ(Mesa::fibTableMountPath(AddressFamily::ipv6, "default", "rib"), "routing6/status");
     EXPECT_EQ(Mesa::fibTableMountPath(AddressFamily::ipv6, "red", "rib"),
               "routing6/vrf/status/red");
