@@ -1,7 +1,6 @@
 #include "PelOpenConfig/PelAftExportRootSm.h"
 
 #include "platform/Blink/Trace.h"
-#include "platform/Hubdb/EntityManager.h"
 #include "platform/Stash/Set.h"
 
 BLINK_TRACE_HANDLE("PelAftExportRootSm");
@@ -98,12 +97,24 @@ void AftExportRootSm::smsIs() {
                                                         aftContainer_->nextHopGroups(),
                                                         fecReadyState_,
                                                         anchorValidatorCtx_);
+    fibReadyCoordinatorSmV4_ = fibReadyCoordinatorSmFactory(entityManager_,
+                                                            scheduler_,
+                                                            Nexo::AddressFamily::ipv4,
+                                                            fecReadyState_,
+                                                            allVrfGatedFibReadyDir_);
+    fibReadyCoordinatorSmV6_ = fibReadyCoordinatorSmFactory(entityManager_,
+                                                            scheduler_,
+                                                            Nexo::AddressFamily::ipv6,
+                                                            fecReadyState_,
+                                                            allVrfGatedFibReadyDir_);
     smsInitialized_ = true;
 }
 
 /// Not the reverse of the creation: what the export says of itself is taken back first, then what
 /// refers (groups), then what is referred to (next hops).
 void AftExportRootSm::smsDel() {
+    release(fibReadyCoordinatorSmV4_);
+    release(fibReadyCoordinatorSmV6_);
     release(fibReadyMapperSm_);
     release(nextHopGroupMapperSm_);
     release(nextHopMapperSm_);

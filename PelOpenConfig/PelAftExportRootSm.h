@@ -4,12 +4,9 @@
 #include "PelOpenConfig/PelFibReadyMapperSm.h"
 #include "PelOpenConfig/PelNexthopGroupMapperSm.h"
 #include "PelOpenConfig/PelNexthopMapperSm.h"
+#include "PelOpenConfig/PelStateSyncedSm.h"
 #include "model/Aft/AftContainer.h"
 #include "model/Tolo/Config.h"
-
-namespace Hubdb {
-class EntityManager;
-}
 
 namespace Pel::Oc {
 
@@ -21,7 +18,8 @@ namespace Pel::Oc {
 ///
 /// It does not react to the configuration: it is read at construction, and again whenever the owner
 /// calls handleInitialized(). A missing configuration counts as disabled. Machines are switched off
-/// before they clean up what they wrote, so that none reacts to a half-torn-down set.
+/// before they clean up what they wrote, so that none reacts to a half-torn-down set. What
+/// "stateSynced" holds stays while the export is disabled, and is deleted when it is enabled again.
 class AftExportRootSm final : public Vel::Sm {
 public:
     AftExportRootSm(
@@ -52,6 +50,12 @@ public:
     const Vel::Ref<NexthopGroupMapperSm>& nextHopGroupMapperSm() const {
         return nextHopGroupMapperSm_;
     }
+    const Vel::Ref<FibReadyCoordinatorSm>& fibReadyCoordinatorSmV4() const {
+        return fibReadyCoordinatorSmV4_;
+    }
+    const Vel::Ref<FibReadyCoordinatorSm>& fibReadyCoordinatorSmV6() const {
+        return fibReadyCoordinatorSmV6_;
+    }
 
 private:
     void smsIs();
@@ -78,6 +82,8 @@ private:
     Vel::Ref<NexthopMapperSm> nextHopMapperSm_;
     Vel::Ref<FibReadyMapperSm> fibReadyMapperSm_;
     Vel::Ref<NexthopGroupMapperSm> nextHopGroupMapperSm_;
+    Vel::Ref<FibReadyCoordinatorSm> fibReadyCoordinatorSmV4_;
+    Vel::Ref<FibReadyCoordinatorSm> fibReadyCoordinatorSmV6_;
     Lmo::SmControl lumoControl_;
 };
 

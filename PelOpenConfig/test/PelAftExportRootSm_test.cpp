@@ -1,7 +1,12 @@
 #include "PelOpenConfig/PelAftExportRootSm.h"
 
+#include <algorithm>
+
 #include "PelOpenConfig/test/ExportFixture.h"
+#include "model/Readiness/GatedFibReady.h"
+#include "model/Route/RouteStatus.h"
 #include "platform/Hubdb/EntityManager.h"
+#include "platform/Mesa/Publisher.h"
 
 namespace Pel::Oc {
 namespace {
@@ -16,11 +21,20 @@ protected:
         aftContainer->nextHopsIs();
         aftContainer->fibReadyIs();
         aftContainer->nextHopCountersIs();
+        Store::Options configurationOptions = options;
+        configurationOptions.directory = dir.path() / "config";
+        entityManager = Vel::make<Hubdb::EntityManager>(
+            "agent",
+            1,
+            scheduler,
+            reader,
+            Vel::make<Store::Reader>(scheduler, configurationOptions),
+            mesa);
     }
     void start() {
         sut = aftExportRootSmFactory(toloConfig,
                                      aftContainer,
-                                     nullptr,
+                                     entityManager,
                                      scheduler,
                                      stashMountGroup,
                                      flattenFecSet,
@@ -30,8 +44,35 @@ protected:
                                      pelOcNextHopCountersMap,
                                      nullptr,
                                      nullptr,
-                                     nullptr,
+                                     fibReadyDir,
                                      nullptr);
+    }
+    /// The default VRF, declared ready, with its IPv4 table.
+    void defaultVrfIs() {
+        const auto ready = Vel::make<GatedReady::FibReady>(Vrf::kDefaultVrfName);
+        ready->recordIs(Mesa::RecordCodec<ReadyRecord>::encode({true}));
+        fibReadyDir->insert(ready);
+        routes = std::make_unique<Routes>(
+            *writer,
+            Mesa::fibTableMountPath(Nexo::AddressFamily::ipv4, Vrf::kDefaultVrfName, "rib"),
+            Mesa::Fib::RouteStatus::kType);
+        publish();
+    }
+    /// "-" without a container, else IPv4's flag.
+    std::string synced() const {
+        const auto exportDir =
+            entityManager->globalDir()->entityIs<Vel::Dir>("agent")->entityIs<Vel::Dir>(
+                "AftExport");
+        const auto container = exportDir->entityIs<Vel::Dir>("stateSynced")
+                                   ->entity<OcApi::StateSyncedContainer>(Vrf::kDefaultVrfName);
+        if (!container) { return "-"; }
+        return container->ipv4Unicast() ? "1" : "0";
+    }
+    bool waits() const {
+        const auto tasks = scheduler->tasks();
+        return std::any_of(tasks.begin(), tasks.end(), [](const auto& task) {
+            return task.name == "stateSyncedTimerTask-default";
+        });
     }
     void enabledIs(bool enabled) {
         toloConfig->recordIs(Mesa::RecordCodec<Tolo::ConfigRecord>::encode({enabled}));
@@ -42,7 +83,8 @@ protected:
         for (const Blink::Message& message : from.messages()) {
             if (message.text == "Enabled" || message.text == "Disabled" ||
                 message.text == "Starting" || message.text == "Cleanup" ||
-                message.text == "create local SMs" ||
+                message.text == "create local SMs" || message.text.starts_with("Cleanup of ") ||
+                (message.handle == "PelStateSyncedSm" && message.function == "handleInitialized") ||
                 message.text == "Line 25: from( this.deleting ):") {
                 result.push_back(message.handle + ": " + message.text);
             }
@@ -60,6 +102,10 @@ protected:
     }
 
     Vel::Ref<Tolo::Config> toloConfig = Vel::make<Tolo::Config>("config");
+    Vel::Ref<Hubdb::EntityManager> entityManager;
+    Vel::Ref<Vel::Dir> fibReadyDir = Vel::make<Vel::Dir>("fibReady");
+    using Routes = Mesa::TablePublisher<Nexo::IpPrefix, Mesa::FibRoute>;
+    std::unique_ptr<Routes> routes;
     Vel::Ref<OcApi::AftContainer> aftContainer = Vel::make<OcApi::AftContainer>("aftContainer");
     Vel::Ref<AftExportRootSm> sut;
 };
@@ -79,7 +125,11 @@ TEST_F(ExportRoot, EnabledAtTheStartCreatesTheMachinesInOrder) {
                 ElementsAre("PelAftExportRootSm: Enabled",
                             "PelNexthopMapperSm: Starting",
                             "PelFibReadyMapperSm: create local SMs",
-                            "PelNexthopGroupMapperSm: Starting"));
+                            "PelNexthopGroupMapperSm: Starting",
+                            "PelStateSyncedSm: addressFamily: ipv4",
+                            "PelStateSyncedSm: addressFamily: ipv6"));
+    EXPECT_NE(sut->fibReadyCoordinatorSmV4(), nullptr);
+    EXPECT_NE(sut->fibReadyCoordinatorSmV6(), nullptr);
 }
 
 TEST_F(ExportRoot, WithoutAConfigurationNothingIsCreatedAndOnlyTheEmptyMessageIsTraced) {
@@ -142,6 +192,8 @@ TEST_F(ExportRoot, DisablingReleasesInOrder) {
     EXPECT_THAT(order, ElementsAre("fecReady", "group", "next hop"));
     EXPECT_THAT(milestones(from),
                 ElementsAre("PelAftExportRootSm: Disabled",
+                            "PelStateSyncedSm: Cleanup of addressFamily: ipv4",
+                            "PelStateSyncedSm: Cleanup of addressFamily: ipv6",
                             "PelFibReadyMapperSm: Line 25: from( this.deleting ):",
                             "PelNexthopGroupMapperSm: Cleanup",
                             "PelNexthopMapperSm: Cleanup"));
@@ -150,6 +202,52 @@ TEST_F(ExportRoot, DisablingReleasesInOrder) {
     EXPECT_EQ(sut->nextHopMapperSm(), nullptr);
     EXPECT_EQ(sut->fibReadyMapperSm(), nullptr);
     EXPECT_EQ(sut->nextHopGroupMapperSm(), nullptr);
+    EXPECT_EQ(sut->fibReadyCoordinatorSmV4(), nullptr);
+    EXPECT_EQ(sut->fibReadyCoordinatorSmV6(), nullptr);
+}
+
+TEST_F(ExportRoot, AVrfIsDeclaredSyncedOnceAllIsExported) {
+    enabledIs(true);
+    start();
+    defaultVrfIs();
+    EXPECT_EQ(synced(), "0");
+    EXPECT_FALSE(waits()) << "for the export";
+    publishOne();
+    EXPECT_TRUE(waits());
+    routes->quiescedIs(true);
+    publish();
+    EXPECT_EQ(synced(), "1");
+    EXPECT_FALSE(waits());
+}
+
+TEST_F(ExportRoot, DisabledNobodyWaitsAndEnabledAgainAVrfIsDeclaredAnew) {
+    enabledIs(true);
+    start();
+    defaultVrfIs();
+    publishOne();
+    ASSERT_TRUE(waits());
+    const auto coordinator = sut->fibReadyCoordinatorSmV4();
+    enabledIs(false);
+    sut->handleInitialized();
+    EXPECT_FALSE(coordinator->hasNotificationActive());
+    EXPECT_FALSE(waits());
+    routes->quiescedIs(true);
+    publish();
+    EXPECT_EQ(synced(), "0") << "nobody looks";
+    enabledIs(true);
+    sut->handleInitialized();
+    EXPECT_EQ(synced(), "0");
+    settle();
+    EXPECT_EQ(synced(), "1");
+    EXPECT_FALSE(waits());
+    enabledIs(false);
+    sut->handleInitialized();
+    EXPECT_EQ(synced(), "1") << "stays until the next start";
+    enabledIs(true);
+    sut->handleInitialized();
+    EXPECT_EQ(synced(), "0") << "of this run";
+    settle();
+    EXPECT_EQ(synced(), "1");
 }
 
 TEST_F(ExportRoot, EnabledAgainFreshMachinesExportAgain) {
