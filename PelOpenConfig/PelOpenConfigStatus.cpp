@@ -76,7 +76,7 @@ void Status::print(CliPrinter& to) const {
     if (!inputs_.mountsComplete) { return; }
     printReadiness(to);
     const std::vector<VrfState> vrfs = vrfStates(inputs_);
-    printVrfs(to, vrfs);
+    printVrfs(to, vrfs, enabled());
     printEntries(to, routeCounts(vrfs));
     printWaiting(to);
     printStreams(to, service_, now_);

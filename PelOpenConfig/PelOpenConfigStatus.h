@@ -20,7 +20,7 @@ struct StatusInputs {
     Vel::Ref<Stash::MountGroup> stash;
     Vel::Ref<const FlattenFecSetReadyStatus> forwarderReady;
     Vel::Ref<const Vel::Dir> fibReadyDir;  ///< GatedReady::FibReady by VRF
-    Vel::Ref<Vel::Dir> exportDir;          ///< holds "stateSynced", once there is such a thing
+    Vel::Ref<Vel::Dir> exportDir;          ///< holds "stateSynced", once the export was on
     Vel::Ref<VrfTables> vrfs;
     Vel::Ref<Mesa::EntityManager> tables;
 };

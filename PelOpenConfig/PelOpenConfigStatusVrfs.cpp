@@ -46,8 +46,10 @@ void takeReadiness(ByName& vrfs, const StatusInputs& inputs) {
             vrfIs(vrfs, name).fibReady = ready && ready->ready();
         }
     }
-    const auto synced = inputs.exportDir ? inputs.exportDir->entity<Vel::Dir>(kStateSyncedDir)
-                                         : Vel::Ref<Vel::Dir>{};
+    // What is there while the export is off is what it left.
+    const bool kept = inputs.exportDir && inputs.exportRoot && inputs.exportRoot->smsInitialized();
+    const auto synced =
+        kept ? inputs.exportDir->entity<Vel::Dir>(kStateSyncedDir) : Vel::Ref<Vel::Dir>{};
     if (!synced) { return; }
     for (const auto& [name, entity] : synced->entities()) {
         const auto state = Vel::refCast<OcApi::StateSyncedContainer>(entity);
@@ -73,11 +75,7 @@ void printFamily(CliPrinter& to,
     }
     if (family.synced) {
         to.boolean({}, "synced", *family.synced);
-        if (*family.synced) {
-            to.text(" synced");
-        } else {
-            to.bad(" ", {}, "NOT synced");
-        }
+        to.text(*family.synced ? " synced" : " not synced yet");
     }
     to.closeDict();
 }
@@ -110,10 +108,9 @@ std::vector<VrfState> vrfStates(const StatusInputs& inputs) {
     return all;
 }
 
-void printVrfs(CliPrinter& to, const std::vector<VrfState>& vrfs) {
-    const bool anySynced =
-        std::any_of(vrfs.begin(), vrfs.end(), [](const auto& vrf) { return vrf.ipv4.synced; });
-    to.text(anySynced ? "VRFs" : "VRFs        nobody keeps their state-synced yet");
+void printVrfs(CliPrinter& to, const std::vector<VrfState>& vrfs, bool exportOn) {
+    to.text(exportOn ? "VRFs"
+                     : "VRFs        nobody keeps their state-synced while the export is off");
     to.endLine();
     to.openList({}, "vrfs");
     for (std::size_t i = 0; i < to.shownOf(vrfs.size(), kShown); ++i) {

@@ -14,7 +14,7 @@ struct StatusInputs;
 /// One address family of a VRF.
 struct VrfFamilyState {
     std::optional<std::size_t> routes;  ///< nothing: its table is not there
-    std::optional<bool> synced;         ///< nothing: nobody keeps that
+    std::optional<bool> synced;         ///< nothing: the VRF was not considered yet
 };
 
 /// What the inputs say of a VRF.
@@ -30,7 +30,7 @@ struct VrfState {
 
 /// The VRFs that any input names, those in front with which something is wrong, else by name.
 std::vector<VrfState> vrfStates(const StatusInputs& inputs);
-void printVrfs(AgentHost::CliPrinter& to, const std::vector<VrfState>& vrfs);
+void printVrfs(AgentHost::CliPrinter& to, const std::vector<VrfState>& vrfs, bool exportOn);
 
 /// The routes of all VRFs.
 struct RouteCounts {

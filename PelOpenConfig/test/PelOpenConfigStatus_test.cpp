@@ -5,7 +5,6 @@
 #include "PelOpenConfig/PelOpenConfigStatusStreams.h"
 #include "PelOpenConfig/PelOpenConfigStatusVrfs.h"
 #include "PelOpenConfig/test/AgentFixture.h"
-#include "model/Aft/StateSyncedContainer.h"
 #include "model/Readiness/GatedFibReady.h"
 #include "model/Route/RouteStatus.h"
 #include "model/View/OpenConfigView.h"
@@ -102,6 +101,9 @@ TEST_F(StatusTest, AnExportThatIsOffSaysHowItIsSwitchedOn) {
         text(),
         StartsWith("export      OFF: pel config set aftExportEnabled true switches it on\n"));
     EXPECT_THAT(text(), HasSubstr("\n  next hops NOT ready: the export is off\n"));
+    EXPECT_THAT(text(),
+                HasSubstr("\nVRFs        nobody keeps their state-synced while the export is "
+                          "off\n"));
     configure(true);
     settleAfterASecond();
     EXPECT_THAT(text(), StartsWith("export      OFF: the configuration wants it; "));
@@ -179,22 +181,31 @@ TEST_F(StatusTest, AVrfSaysWhatItHasAndWhatIsMissing) {
     ids.set(Vrf::VrfId{3}, {Vrf::VrfName{"blue"}});
     publish();
     EXPECT_THAT(text(),
-                HasSubstr("\nVRFs        nobody keeps their state-synced yet\n"
+                HasSubstr("\nVRFs\n"
                           "  blue: FIB NOT ready, IPv4 NO table, IPv6 NO table\n"
-                          "  default: FIB ready, IPv4 1 routes, IPv6 NO table\n"));
+                          "  default: FIB ready, IPv4 1 routes not synced yet, IPv6 NO table not "
+                          "synced yet\n"));
     const auto vrfs = json()["vrfs"];
     EXPECT_EQ(vrfs[0]["id"], 3);
     EXPECT_EQ(vrfs[1]["ipv4"]["routes"], 1);
-    EXPECT_FALSE(vrfs[1]["ipv4"].contains("synced"));
-    const auto synced = agentDir()
-                            ->entity<Vel::Dir>("AftExport")
-                            ->entityIs<Vel::Dir>("stateSynced")
-                            ->entityIs<OcApi::StateSyncedContainer>("default");
-    synced->ipv4UnicastIs(true);
+    EXPECT_FALSE(vrfs[0]["ipv4"].contains("synced"));
+    EXPECT_EQ(vrfs[1]["ipv4"]["synced"], false);
+    fecIs();
+    readyIs(FlattenFecSetReadyStatus::kPath, FlattenFecSetReadyStatus::kType);
+    Mesa::TablePublisher<Nexo::IpPrefix, Mesa::FibRoute>{
+        *writer,
+        Mesa::fibTableMountPath(Nexo::AddressFamily::ipv4, "default", "rib"),
+        Mesa::Fib::RouteStatus::kType}
+        .quiescedIs(true);
+    publish();
     EXPECT_THAT(text(),
-                HasSubstr("\n  default: FIB ready, IPv4 1 routes synced, IPv6 NO table NOT "
-                          "synced\n"));
+                HasSubstr("\n  default: FIB ready, IPv4 1 routes synced, IPv6 NO table not "
+                          "synced yet\n"));
     EXPECT_EQ(json()["vrfs"][1]["ipv4"]["synced"], true);
+    configure(false);
+    settleAfterASecond();
+    agent->doReinitialize();
+    EXPECT_FALSE(json()["vrfs"][1]["ipv4"].contains("synced")) << "nobody keeps it any more";
 }
 
 TEST_F(StatusTest, OfManyVrfsThoseWithSomethingWrongStandInFront) {
@@ -207,7 +218,7 @@ TEST_F(StatusTest, OfManyVrfsThoseWithSomethingWrongStandInFront) {
         vrfs.push_back(vrf);
     }
     CliPrinter printer{OutputFormat::text};
-    printVrfs(printer, vrfs);
+    printVrfs(printer, vrfs, true);
     const std::string said = printer.takeOutput();
     EXPECT_THAT(said, HasSubstr("  v7: "));
     EXPECT_THAT(said, Not(HasSubstr("  v8: ")));
