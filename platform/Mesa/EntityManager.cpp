@@ -21,7 +21,7 @@ void EntityManager::entityDel(std::string_view path) {
 
 Vel::Ref<Table> EntityManager::tableIs(const std::string& path, const std::string& type) {
     if (const auto present = entity(path)) { return Vel::refCast<Table>(present); }
-    const Vel::Ref<Table> table = Vel::refCast<Table>(makeTable(type, path));
+    auto table = Vel::refCast<Table>(makeTable(type, path));
     VEL_ASSERT_TEXT(table != nullptr, "Mesa: the type of a mounted table is not registered");
     if (!collectionControls_) { collectionControls_ = Vel::make<CollectionControls>(*reader_); }
     table->collectionControlsAre(collectionControls_);
