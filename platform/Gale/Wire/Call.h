@@ -107,6 +107,9 @@ public:
     virtual void start(MessageSource& source) = 0;
     /// An idle source has data again. Cheap and harmless when it was not idle.
     virtual void resume() = 0;
+    /// As resume(), at that time on the server's clock; in place of an earlier time that has not
+    /// come. May be used inside fill().
+    virtual void resumeAt(Kiln::TimePoint at) = 0;
     /// A unary answer: this one message, then OK. Instead of start(). The bytes are copied.
     virtual void reply(std::span<const std::byte> message) = 0;
     /// Ends the call. Messages already taken from the source go out whole before the status; the

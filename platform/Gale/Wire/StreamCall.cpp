@@ -38,9 +38,11 @@ StreamCall::StreamCall(Session& session, std::int32_t stream)
       head_{session.environment().options.maxHeaderList},
       reader_{session.environment().options.maxReceiveMessage},
       lastProgress_{session.environment().clock.now()},
-      timer_{session.environment().deadlines, [this] {
+      timer_{session.environment().deadlines,
+             [this] {
                  abort({Code::DeadlineExceeded, "deadline exceeded"}, Count::CallsExpired);
-             }} {}
+             }},
+      resumeTimer_{session.environment().deadlines, [this] { resume(); }} {}
 
 StreamCall::~StreamCall() = default;
 
@@ -141,6 +143,7 @@ void StreamCall::closed(const Status& why) {
 
 void StreamCall::cancelHandler(const Status& why) {
     source_ = nullptr;
+    resumeTimer_.disarm();
     if (!handler_) { return; }
     ended_ = true;  // what the handler may still call has no effect
     try {
@@ -194,6 +197,10 @@ void StreamCall::resume() {
     session_.touch();
 }
 
+void StreamCall::resumeAt(Kiln::TimePoint at) {
+    if (!over()) { resumeTimer_.arm(at); }
+}
+
 void StreamCall::reply(std::span<const std::byte> bytes) {
     if (over() || headersSent_) { return; }
     carry_.resize(kPrefixBytes + bytes.size());
@@ -232,6 +239,7 @@ void StreamCall::end(const Status& status, int httpStatus) {
     ended_ = true;
     source_ = nullptr;
     timer_.disarm();
+    resumeTimer_.disarm();
     HeaderFields fields = headersSent_ ? HeaderFields{} : responseHeaders(httpStatus);
     fields.add(status);
     fields.add(trailers_);

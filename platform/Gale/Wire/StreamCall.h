@@ -37,6 +37,7 @@ public:
     void addTrailer(std::string name, std::string value) override;
     void start(MessageSource& source) override;
     void resume() override;
+    void resumeAt(Kiln::TimePoint at) override;
     void reply(std::span<const std::byte> message) override;
     void finish(Status status) override;
 
@@ -107,7 +108,8 @@ private:
     bool inFill_ = false;
     Kiln::TimePoint lastProgress_;
 
-    Deadlines::Timer timer_;
+    Deadlines::Timer timer_;  // of deadline_
+    Deadlines::Timer resumeTimer_;
     std::unique_ptr<CallHandler> handler_;  // last: dies before what it refers to
 };
 
