@@ -15,6 +15,7 @@ Cursor::Cursor(Journal& journal, CursorFilter filter, Mode mode)
     position_.walking = phase_ == Phase::walk;
     const std::lock_guard lock{journal_.mutex_};
     journal_.attach(position_);
+    told_ = position_.seen;
     for (std::size_t i = 0; i < kLanes; ++i) { counted_[i] = journal_.lanes_[i].count; }
 }
 
@@ -31,6 +32,12 @@ Cursor::Result Cursor::next(std::span<CursorMessage> out) {
         attached_ = false;
     }
     return result;
+}
+
+void Cursor::resend(CursorRound round) {
+    VEL_ASSERT(synced_ && attached_ && !round_);
+    roundsTurn_ = false;
+    round_ = Round{.wanted = std::move(round), .begun = {}, .lane = 0, .key = {}};
 }
 
 CursorStatistics Cursor::statistics() const {

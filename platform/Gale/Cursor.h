@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 
 namespace Gale {
@@ -19,6 +20,17 @@ class Journal;
 struct CursorFilter {
     LaneMask lanes = kAllLanes;
     std::function<bool(Lane, const EntryKey&)> matches;
+    /// Of those shown, in the same way, those of which a new content is not handed out when it
+    /// comes, but by Cursor::resend. That they come, go, or name others than before is told at once
+    /// all the same, so that no reference dangles. Empty: none.
+    std::function<bool(Lane, const EntryKey&)> deferred = {};
+};
+
+/// What a cursor hands out once more, see Cursor::resend.
+struct CursorRound {
+    CursorFilter filter;  ///< of those that the cursor shows; `deferred` means nothing
+    /// Only what has changed after this position, and not only by being added.
+    std::optional<Position> changedAfter = {};
 };
 
 /// One message to the client.
@@ -28,7 +40,8 @@ struct CursorMessage {
     Kind kind = Kind::update;
     Lane lane = Lane::nextHops;
     EntryKey key;
-    Content content;  ///< update: bytes or value; remove: bytes; sync: empty
+    Content content;     ///< update: bytes or value; remove: bytes; sync: empty
+    bool again = false;  ///< update: by Cursor::resend
 };
 
 struct CursorStatistics {
@@ -69,9 +82,24 @@ public:
     /// is possible when a filter hides much.
     Result next(std::span<CursorMessage> out);
 
+    /// Hands out with next(), between epochs and in turn with them, each entry that the client holds
+    /// when the round's first turn comes, with the content that it has when its own does; what an
+    /// epoch is about to tell is left to that. After the sync, one round at a time.
+    void resend(CursorRound round);
+    bool resending() const { return round_.has_value(); }
+    /// CursorRound::changedAfter for a round that is to hand out what the latest one could not know,
+    /// or the initial set where there was none.
+    Position told() const { return told_; }
+
     CursorStatistics statistics() const;
 
 private:
+    struct Round {
+        CursorRound wanted;
+        std::optional<Position> begun;  // what was born later is none of its business
+        std::size_t lane = 0;
+        std::optional<EntryKey> key;  // of `lane`: up to it all is done
+    };
     enum class Phase : std::uint8_t { walk, updates, deletes, sync, idle, ended };
     friend struct JournalPeek;  // the model check compares whole states
     class Step;                 // what is done under one hold of the journal's mutex
@@ -88,6 +116,9 @@ private:
     absl::flat_hash_set<Reference> alive_;    // have tombstones but are alive at the epoch's target
     std::array<Position, kLanes> counted_{};  // the lanes' counts at `seen`
     std::uint64_t met_ = 0;                   // records of this epoch that came by
+    std::optional<Round> round_;
+    bool roundsTurn_ = false;  // the last hold was for the epochs
+    Position told_ = 0;
     CursorStatistics statistics_;
 };
 

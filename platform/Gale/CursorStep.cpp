@@ -16,11 +16,14 @@ Cursor::Step::Step(Cursor& cursor, std::span<CursorMessage> out)
       lock_(cursor.journal_.mutex_) {}
 
 Cursor::Result Cursor::Step::run() {
+    // A hold is for the one or for the other: who reads knows before it which one it may be.
+    const bool round = roundsTurn();
     bool able = true;
-    while (able && count_ < out_.size() && budget_ > 0) { able = step(); }
+    while (able && count_ < out_.size() && budget_ > 0) { able = round ? resend() : step(); }
+    cursor_.roundsTurn_ = !round;
     for (std::size_t i = 0; i < kLanes; ++i) { journal_.trim(laneAt(i)); }
     if (cursor_.phase_ == Phase::ended) { return {count_, State::ended}; }
-    return {count_, able ? State::more : State::idle};
+    return {count_, able || round || cursor_.round_ ? State::more : State::idle};
 }
 
 bool Cursor::Step::step() {
@@ -143,7 +146,8 @@ void Cursor::Step::updates() {
     const bool visible = shown(lane, self.key);
     if (visible && journal_.lane(lane).tombstones.keeps(self.key)) { cursor_.alive_.insert(self); }
     const auto sent = at_.ahead.find(self);
-    if (!visible || (sent != at_.ahead.end() && sent->second == record->at)) {
+    if (!visible || (sent != at_.ahead.end() && sent->second == record->at) ||
+        deferred(lane, *record)) {
         pass(lane, *record);
         return;
     }
@@ -239,6 +243,64 @@ void Cursor::Step::sync() {
     out_[count_++] = {.kind = CursorMessage::Kind::sync, .lane = {}, .key = {}, .content = {}};
     cursor_.synced_ = true;
     cursor_.phase_ = cursor_.mode_ == Mode::once ? Phase::ended : Phase::idle;
+}
+
+// ---- rounds ----
+
+/// Between epochs, in turn with them.
+bool Cursor::Step::roundsTurn() {
+    if (!cursor_.round_ || cursor_.phase_ != Phase::idle) { return false; }
+    if (cursor_.roundsTurn_) { return true; }
+    journal_.departIfReady(at_);
+    return at_.atRest;
+}
+
+bool Cursor::Step::resend() {
+    Round& round = *cursor_.round_;
+    if (!round.begun) {
+        round.begun = at_.seen;
+        cursor_.told_ = at_.seen;
+    }
+    if (round.lane == kLanes) {
+        cursor_.round_.reset();
+        return false;
+    }
+    const Lane lane = laneAt(round.lane);
+    const auto& entries = journal_.lane(lane).entries;
+    if (!walkNext_) { walkNext_ = round.key ? entries.upper_bound(*round.key) : entries.begin(); }
+    if (!has(round.wanted.filter.lanes, lane) || *walkNext_ == entries.end()) {
+        ++round.lane;
+        round.key.reset();
+        walkNext_.reset();
+        return true;
+    }
+    const auto& [key, here] = **walkNext_;
+    if (wanted(lane, key, here)) {
+        emit(CursorMessage::Kind::update, {lane, key}, here.content);
+        out_[count_ - 1].again = true;
+    }
+    round.key = key;
+    ++*walkNext_;
+    return true;
+}
+
+bool Cursor::Step::wanted(Lane lane, const EntryKey& key, const JournalEntry& here) {
+    const Round& round = *cursor_.round_;
+    const auto& after = round.wanted.changedAfter;
+    if (here.born > *round.begun) { return false; }  // told when it came
+    if (after && (here.changed <= *after || here.changed == here.born)) { return false; }
+    const auto& matches = round.wanted.filter.matches;
+    if (!shown(lane, key) || (matches && !matches(lane, key))) { return false; }
+    // What an epoch will tell may name what the client does not have yet.
+    if (here.changed <= at_.seen) { return true; }
+    const JournalRecord* const record = journal_.lane(lane).changes.find(here.changed);
+    return record != nullptr && deferred(lane, *record);
+}
+
+/// Not told by an epoch: the client has the entry, and what the new content names.
+bool Cursor::Step::deferred(Lane lane, const JournalRecord& record) const {
+    return cursor_.filter_.deferred && record.born <= at_.seen && !record.renames &&
+           cursor_.filter_.deferred(lane, record.key);
 }
 
 // ---- both ----

@@ -21,8 +21,13 @@ public:
 private:
     using Waiting = absl::FunctionRef<bool(const Reference&)>;
 
-    // One step; false: nothing can be done before the journal advances.
+    // One step of the client's way; false: nothing can be done before the journal advances.
     bool step();
+    bool roundsTurn();
+    // One step of the round; false: it is over.
+    bool resend();
+    bool wanted(Lane lane, const EntryKey& key, const JournalEntry& here);
+    bool deferred(Lane lane, const JournalRecord& record) const;
     void walk();
     void updates();
     void deletes();
@@ -53,7 +58,7 @@ private:
     std::size_t count_ = 0;
     std::ptrdiff_t budget_ = kSteps;
     bool inSequence_ = false;  // the log's next() is the record after the last one passed
-    std::optional<JournalEntries::const_iterator> walkNext_;
+    std::optional<JournalEntries::const_iterator> walkNext_;  // of the walk or of the round
     const std::lock_guard<std::mutex> lock_;
 };
 

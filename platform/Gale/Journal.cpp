@@ -91,17 +91,19 @@ void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, C
         const std::lock_guard lock{mutex_};
         const Position now = ++last_;
         ++to.count;
+        bool renames = namesOthers;
         if (added_) {
             entry = to.entries.insert(entry, key);
             entry->second.born = now;
             to.lastBorn = now;
         } else {
-            overtake(l, entry->second.changed, now);
+            renames = overtake(l, entry->second.changed, now) || renames;
         }
         entry->second.changed = now;
         entry->second.content = std::move(content);
 
         JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
+        record.renames = renames;
         if (changeNeeded(l, record)) {
             record.content = entry->second.content;
             to.changes.append(std::move(record));
@@ -138,17 +140,19 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
 }
 
 /// The content that came at `at` is overtaken: it stays only while a cursor that is on its way
-/// needs it.
-void Journal::overtake(Lane l, Position at, Position by) {
+/// needs it. Whether it was logged and named others than the one before it.
+bool Journal::overtake(Lane l, Position at, Position by) {
     JournalLog& changes = lane(l).changes;
     JournalRecord* record = changes.find(at);
-    if (record == nullptr) { return; }
+    if (record == nullptr) { return false; }
+    const bool renames = record->renames;
     record->until = by;
     if (changeNeeded(l, *record)) {
         changes.keep(*record);
     } else {
         changes.kill(at);
     }
+    return renames;
 }
 
 void Journal::endBatch() {

@@ -123,7 +123,7 @@ private:
     JournalLane& lane(Lane l) { return lanes_[index(l)]; }
     bool changeNeeded(Lane lane, const JournalRecord& record) const;
     bool tombstoneNeeded(Lane lane, const JournalRecord& record) const;
-    void overtake(Lane lane, Position at, Position by);
+    bool overtake(Lane lane, Position at, Position by);
     void trim(Lane lane);
     void attach(CursorPosition& reader);
     void departIfReady(CursorPosition& reader);

@@ -20,6 +20,9 @@ struct JournalRecord {
     Position at = 0;
     Position born = 0;
     Position until = kNever;  ///< == at: dead, nobody needs it
+    /// Change: it names others than the content before it, or one before that of which somebody may
+    /// not know yet did.
+    bool renames = false;
 
     bool dead() const { return until == at; }
 };

@@ -63,7 +63,7 @@ void addContent(Words& words, const Content& content) {
     for (const Reference& r : held.references) { words.add(r); }
 }
 
-void addLog(Words& words, JournalLog& log, bool contents) {
+void addLog(Words& words, JournalLog& log, bool contents, bool renames) {
     words.add(log.kept());
     for (JournalRecord* record = log.after(0); record != nullptr; record = log.next()) {
         if (record->dead()) { continue; }
@@ -72,6 +72,7 @@ void addLog(Words& words, JournalLog& log, bool contents) {
         words.addPosition(record->born);
         words.addPosition(record->until);
         if (contents) { addContent(words, record->content); }
+        if (renames) { words.add(record->renames ? 1 : 0); }
     }
 }
 
@@ -82,6 +83,9 @@ void ModelClient::receive(const CursorMessage& message) {
     const Reference entry{message.lane, message.key};
     switch (message.kind) {
         case CursorMessage::Kind::update:
+            if (message.again && !state_.contains(entry)) {
+                breach_ += toString(entry) + " told again, which it does not hold; ";
+            }
             state_[entry] = understand(message.content);
             check("update of " + toString(entry), false);
             break;
@@ -133,11 +137,14 @@ std::string encode(std::uint64_t stamp, std::uint64_t variant) {
 }
 
 std::vector<std::uint64_t> JournalPeek::fingerprint(const Journal& journal,
-                                                    const std::vector<const Cursor*>& cursors) {
+                                                    const std::vector<const Cursor*>& cursors,
+                                                    bool deferring) {
     auto& j = const_cast<Journal&>(journal);  // NOLINT: the logs' iteration is not const
     Position old = j.head_;
     for (const Cursor* c : cursors) {
         if (c->attached_) { old = std::min(old, c->position_.seen); }
+        if (deferring) { old = std::min(old, c->told_); }
+        if (c->round_) { old = std::min(old, *c->round_->wanted.changedAfter); }
     }
     Words words{old};
     words.addPosition(j.last_);
@@ -150,8 +157,8 @@ std::vector<std::uint64_t> JournalPeek::fingerprint(const Journal& journal,
             words.addPosition(entry.born);
             words.addPosition(entry.changed);
         }
-        addLog(words, lane.changes, true);
-        addLog(words, lane.tombstones, false);
+        addLog(words, lane.changes, true, deferring);
+        addLog(words, lane.tombstones, false, false);
     }
     for (const Cursor* c : cursors) {
         const CursorPosition& at = c->position_;
@@ -180,6 +187,14 @@ std::vector<std::uint64_t> JournalPeek::fingerprint(const Journal& journal,
         std::set<Reference> alive(c->alive_.begin(), c->alive_.end());
         words.add(alive.size());
         for (const Reference& r : alive) { words.add(r); }
+        if (deferring) { words.addPosition(c->told_); }
+        words.add(c->round_ ? 1 : 0);
+        if (!c->round_) { continue; }
+        words.add(c->roundsTurn_ ? 1 : 0);
+        words.add(c->round_->lane);
+        words.add(c->round_->key ? c->round_->key->lo + 1 : 0);
+        words.addPosition(c->round_->begun.value_or(kNever));
+        words.addPosition(*c->round_->wanted.changedAfter);
     }
     return words.take();
 }

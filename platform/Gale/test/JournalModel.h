@@ -51,10 +51,11 @@ std::string encode(std::uint64_t stamp, std::uint64_t variant);
 inline constexpr std::size_t kStampSize = 8;
 
 /// The state of the journal and some cursors with positions replaced by their rank, so that equal
-/// words mean equal futures.
+/// words mean equal futures. `deferring`: the cursors defer contents.
 struct JournalPeek {
     static std::vector<std::uint64_t> fingerprint(const Journal& journal,
-                                                  const std::vector<const Cursor*>& cursors);
+                                                  const std::vector<const Cursor*>& cursors,
+                                                  bool deferring);
 };
 
 }  // namespace Gale

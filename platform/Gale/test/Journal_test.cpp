@@ -346,5 +346,111 @@ TEST(SharedBytesTest, OneAllocationIsSharedUntilTheLastGoes) {
     EXPECT_EQ(SharedBytes::bytesAlive(), before);
 }
 
+/// A cursor that defers the contents of all entries.
+class DeferringTest : public JournalTest {
+protected:
+    static constexpr auto kAll = [](Lane, const EntryKey&) { return true; };
+    static CursorFilter deferring() {
+        CursorFilter filter;
+        filter.deferred = kAll;
+        return filter;
+    }
+};
+
+TEST_F(DeferringTest, ContentsComeWithARoundAndAllElseAtOnce) {
+    add(nextHop(1), "a");
+    add(nextHop(2), "a");
+    Cursor cursor{journal, deferring()};
+    read(cursor);
+    add(nextHop(1), "b");
+    add(nextHop(3), "a");
+    remove(nextHop(2));
+    EXPECT_THAT(read(cursor), ElementsAre("N3=a", "-N2"));
+    cursor.resend({});
+    EXPECT_TRUE(cursor.resending());
+    EXPECT_THAT(read(cursor), ElementsAre("N1=b", "N3=a"));
+    EXPECT_FALSE(cursor.resending());
+    EXPECT_EQ(kept(journal), 0U);
+}
+
+TEST_F(DeferringTest, ANewReferenceIsToldAtOnceAlsoWhenItsContentWasOvertaken) {
+    add(nextHop(1), "n");
+    add(group(1), "a", {nextHop(1)});
+    Cursor cursor{journal, deferring()};
+    read(cursor);
+    add(group(1), "b", {nextHop(1)});
+    EXPECT_THAT(read(cursor), IsEmpty());
+    add(nextHop(2), "n");
+    add(group(1), "c", {nextHop(2)});
+    add(group(1), "d", {nextHop(2)});
+    remove(nextHop(1));
+    EXPECT_THAT(read(cursor), ElementsAre("N2=n", "G1=d", "-N1"));
+    add(group(1), "e", {nextHop(2)});
+    EXPECT_THAT(read(cursor), IsEmpty()) << "told once";
+}
+
+TEST_F(DeferringTest, ARoundIsOfItsFilterAndOfWhatChangedAfterAPosition) {
+    add(nextHop(1), "a");
+    add(nextHop(2), "a");
+    add(group(1), "a");
+    Cursor cursor{journal, deferring()};
+    read(cursor);
+    add(nextHop(1), "b");
+    add(group(1), "b");
+    CursorRound round;
+    round.filter.lanes = maskOf(Lane::nextHops);
+    round.changedAfter = cursor.told();
+    cursor.resend(round);
+    EXPECT_THAT(read(cursor), ElementsAre("N1=b"));
+    round.changedAfter = cursor.told();
+    cursor.resend(round);
+    EXPECT_THAT(read(cursor), IsEmpty());
+    round.changedAfter.reset();
+    round.filter.matches = [](Lane, const EntryKey& k) { return k == key(2); };
+    cursor.resend(round);
+    EXPECT_THAT(read(cursor), ElementsAre("N2=a"));
+}
+
+TEST_F(DeferringTest, ARoundAndEpochsTakeTurns) {
+    for (std::uint64_t n = 1; n <= 600; ++n) { add(nextHop(n), "a"); }
+    Cursor cursor{journal, {}};
+    read(cursor);
+    cursor.resend({});
+    std::vector<CursorMessage> out(64);
+    ASSERT_EQ(cursor.next(out).count, 64U);
+    EXPECT_TRUE(out[0].again);
+    // One for the epoch, one for the round, and so on, however much there is of either.
+    for (int turn = 0; turn < 8; ++turn) {
+        add(nextHop(1), std::to_string(turn));
+        const Cursor::Result epoch = cursor.next(out);
+        ASSERT_EQ(epoch.count, 1U) << turn;
+        EXPECT_FALSE(out[0].again);
+        const Cursor::Result round = cursor.next(out);
+        ASSERT_GT(round.count, 0U) << turn;
+        EXPECT_TRUE(out[0].again);
+        EXPECT_EQ(round.state, Cursor::State::more);
+    }
+}
+
+TEST_F(DeferringTest, WhatAnEpochIsAboutToTellIsLeftToIt) {
+    add(nextHop(1), "a");
+    add(group(1), "a", {nextHop(1)});
+    Cursor cursor{journal, {}};
+    read(cursor);
+    cursor.resend({});
+    std::vector<CursorMessage> out(1);
+    cursor.next(out);
+    EXPECT_EQ(inWords(out[0]), "N1=a") << "the round has begun";
+    add(nextHop(2), "a");
+    out.resize(64);
+    EXPECT_EQ(cursor.next(out).count, 1U);
+    EXPECT_EQ(inWords(out[0]), "N2=a");
+    // The round's turn: its group names by now what the client might lack.
+    add(group(1), "b", {nextHop(2)});
+    EXPECT_EQ(cursor.next(out).count, 0U);
+    EXPECT_FALSE(cursor.resending());
+    EXPECT_THAT(read(cursor), ElementsAre("G1=b"));
+}
+
 }  // namespace
 }  // namespace Gale
