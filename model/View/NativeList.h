@@ -24,15 +24,14 @@ public:
     using OnKeyOrClear = Vel::Publisher<const Id*>& (Container::*)() const;
     using OnKey = Vel::Publisher<const Id&>& (Container::*)() const;
 
-    /// `leaves` outlive this object. `onProcessed`, if there is one: the record was looked at and
-    /// nothing changed.
+    /// `leaves` outlive this object. `onProcessed`: the record was looked at and nothing changed.
     NativeList(Gale::Lane lane,
                std::string_view path,
                const NativeLeaves<Record>& leaves,
                Vel::Ref<Container> container,
                Find find,
                OnKeyOrClear onKeyOrClear,
-               OnKey onProcessed = nullptr)
+               OnKey onProcessed)
         : ListSource{lane},
           entry_{path, NativePaths::kOrigin},
           deletion_{path},
@@ -42,9 +41,7 @@ public:
         const auto markId = [this](const Id& id) { mark(OpenConfigKeys::ofNumber(id.value())); };
         onKeyOrClear_ = ((*container_).*onKeyOrClear)().subscribe(
             [this, markId](const Id* id) { id != nullptr ? markId(*id) : markHeld(); });
-        if (onProcessed != nullptr) {
-            onProcessed_ = ((*container_).*onProcessed)().subscribe(markId);
-        }
+        onProcessed_ = ((*container_).*onProcessed)().subscribe(markId);
     }
 
     std::optional<Gale::EntryKey> nextKey(
@@ -77,10 +74,7 @@ public:
         Gale::NotificationWriter{notification}.deletion(NativePaths::kOrigin, deletion_, keys);
     }
     bool pending(const Gale::EntryKey& key) const override {
-        if constexpr (requires { container_->pending(Id{}); }) {
-            return container_->pending(Id{key.lo});
-        }
-        return false;
+        return container_->pending(Id{key.lo});
     }
 
 private:

@@ -5,6 +5,7 @@
 
 #include "model/Aft/AftContainer.h"
 #include "model/View/KeyPredicates.h"
+#include "model/View/NativeCounters.h"
 #include "model/View/NativeEntity.h"
 #include "model/View/NativeList.h"
 #include "model/View/NativePaths.h"
@@ -172,12 +173,13 @@ void NativeView::attachAft() {
         TRACE5("no AFT container in the streamed tree: next hops and groups are not served");
         return;
     }
-    if (auto nextHops = aft->nextHops()) {
+    const auto nextHops = aft->nextHops();
+    if (nextHops) {
         sink_(std::make_unique<NativeList<NextHopContainer, NextHop, NextHopIndex>>(
             Lane::nextHops,
             NativePaths::kNextHop,
             nextHop_,
-            std::move(nextHops),
+            nextHops,
             &NextHopContainer::nextHop,
             &NextHopContainer::onNextHopOrClear,
             &NextHopContainer::onProcessed));
@@ -193,14 +195,8 @@ void NativeView::attachAft() {
             &NextHopGroupContainer::onNextHopGroupOrClear,
             &NextHopGroupContainer::onProcessed));
     }
-    if (auto counters = aft->nextHopCounters()) {
-        sink_(std::make_unique<NativeList<NextHopCountersContainer, NextHopCounter, NextHopIndex>>(
-            Lane::counters,
-            NativePaths::kCounter,
-            counter_,
-            std::move(counters),
-            &NextHopCountersContainer::nextHopCounter,
-            &NextHopCountersContainer::onNextHopCounterOrClear));
+    if (auto counters = aft->nextHopCounters(); counters && nextHops) {
+        sink_(std::make_unique<NativeCounters>(std::move(counters), nextHops, counter_));
     }
     if (auto fibReady = aft->fibReady()) {
         sink_(std::make_unique<NativeEntity<FibReadyContainer>>(

@@ -70,6 +70,13 @@ const std::vector<Gale::Leaf> kInstanceLeaves{
     {"state/type", Type::identity, "openconfig-network-instance-types"},
 };
 
+const std::vector<Gale::Leaf> kCounterLeaves{
+    {"index", Type::number64},
+    {"state/index", Type::number64},
+    {"state/packets-forwarded", Type::number64},
+    {"state/octets-forwarded", Type::number64},
+};
+
 /// Leaves of the schema that this view never fills, or not yet; below an instance's "afts".
 constexpr std::string_view kEmptyLeaves[] = {
     "aft-summaries/ipv4-unicast/protocols/protocol[origin-protocol]/origin-protocol",
@@ -99,11 +106,6 @@ constexpr std::string_view kEmptyLeaves[] = {
     "counters/mpls/label-entry[label]/state/label",
     "counters/mpls/label-entry[label]/state/octets-forwarded",
     "counters/mpls/label-entry[label]/state/packets-forwarded",
-    "counters/next-hops/next-hop[index]",
-    "counters/next-hops/next-hop[index]/index",
-    "counters/next-hops/next-hop[index]/state/index",
-    "counters/next-hops/next-hop[index]/state/octets-forwarded",
-    "counters/next-hops/next-hop[index]/state/packets-forwarded",
     "counters/policy-forwarding/policy-forwarding-entry[index]",
     "ethernet/mac-entry",
     "global-filter/config/ipv4-policy",
@@ -189,6 +191,7 @@ const std::vector<Gale::EntryKind>& kinds() {
         {Gale::Lane::prefixes, kIpv4Entry, kPrefixLeaves},
         {Gale::Lane::prefixes, kIpv6Entry, kPrefixLeaves},
         {Gale::Lane::flags, kInstance, kInstanceLeaves},
+        {Gale::Lane::counters, kCounter, kCounterLeaves},
     };
     return all;
 }
@@ -210,6 +213,7 @@ const std::vector<Gale::ModelData>& models() {
         {"openconfig-network-instance", kOrganization, "4.7.0"},
         {"openconfig-aft", kOrganization, "3.4.0"},
         {"openconfig-aft-network-instance", kOrganization, "0.3.1"},
+        {"openconfig-aft-counters", kOrganization, "3.3.0"},
     };
     return all;
 }

@@ -27,8 +27,12 @@ inline constexpr const char* kIpv6Entry =
     "openconfig-network-instance:network-instances/network-instance[name]/afts/ipv6-unicast/"
     "ipv6-entry[prefix]";
 
+inline constexpr const char* kCounter =
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/"
+    "openconfig-aft-counters:counters/next-hops/next-hop[index]";
+
 /// The order of kinds().
-enum Kind : std::size_t { nextHops, groups, ipv4Entries, ipv6Entries, instances };
+enum Kind : std::size_t { nextHops, groups, ipv4Entries, ipv6Entries, instances, counters };
 
 const std::vector<Gale::EntryKind>& kinds();
 const std::vector<std::string>& emptyLeaves();

@@ -5,6 +5,7 @@
 
 #include "model/Aft/AftContainer.h"
 #include "model/View/KeyPredicates.h"
+#include "model/View/OpenConfigCounters.h"
 #include "model/View/OpenConfigGroups.h"
 #include "model/View/OpenConfigInstanceList.h"
 #include "model/View/OpenConfigKeys.h"
@@ -48,6 +49,8 @@ std::size_t OpenConfigView::kindOf(Gale::Lane lane, const EntryKey& key) const {
             return OpenConfigKeys::familyOf(key) == Nexo::AddressFamily::ipv4
                        ? OpenConfigPaths::ipv4Entries
                        : OpenConfigPaths::ipv6Entries;
+        case Gale::Lane::counters:
+            return OpenConfigPaths::counters;
         default:
             return OpenConfigPaths::instances;
     }
@@ -55,23 +58,23 @@ std::size_t OpenConfigView::kindOf(Gale::Lane lane, const EntryKey& key) const {
 
 KeyPredicate OpenConfigView::keyPredicate(std::size_t kind, const Gale::KeyValues& values) const {
     using namespace KeyPredicates;
-    KeyPredicate instance;
-    if (kind != OpenConfigPaths::nextHops && kind != OpenConfigPaths::groups) {
-        instance = instanceIs(values[0], instances_);
-    } else if (values[0] != nullptr &&
-               *values[0] != instances_.name(OpenConfigInstances::kDefault)) {
-        return never();  // all of them are in the default one
-    }
     switch (kind) {
         case OpenConfigPaths::ipv4Entries:
-            return both(instance, prefixIs(values[1], Nexo::AddressFamily::ipv4));
+            return both(instanceIs(values[0], instances_),
+                        prefixIs(values[1], Nexo::AddressFamily::ipv4));
         case OpenConfigPaths::ipv6Entries:
-            return both(instance, prefixIs(values[1], Nexo::AddressFamily::ipv6));
+            return both(instanceIs(values[0], instances_),
+                        prefixIs(values[1], Nexo::AddressFamily::ipv6));
         case OpenConfigPaths::instances:
-            return instance;
+            return instanceIs(values[0], instances_);
         default:
-            return both(instance, numberIs(values[1]));
+            break;
     }
+    // All of the others are in the default one.
+    if (values[0] != nullptr && *values[0] != instances_.name(OpenConfigInstances::kDefault)) {
+        return never();
+    }
+    return numberIs(values[1]);
 }
 
 Gale::Reference OpenConfigView::referenceOf(std::uint64_t value) const {
@@ -119,6 +122,10 @@ void OpenConfigView::attachAft() {
         aft->nextHops(), instances_, inputs_.root->entity<GuePorts>(GuePorts::kName)));
     groups_ = aft->nextHopGroups();
     sink_(std::make_unique<OpenConfigGroups>(groups_, instances_));
+    if (auto counters = aft->nextHopCounters()) {
+        sink_(
+            std::make_unique<OpenConfigCounters>(std::move(counters), aft->nextHops(), instances_));
+    }
 }
 
 void registerOpenConfigView() {

@@ -42,12 +42,13 @@ bool LeafFilter::cut(std::string_view notification, std::string& to) {
         const int tag = static_cast<int>(reader.tag());
         const std::string_view content = viewOf(reader.get_view());
         if (tag == Fields::Notification::prefix) { walk(content, atPrefix_); }
-        if (tag == Fields::Notification::update) {
+        const bool update = tag == Fields::Notification::update;
+        if (update || tag == Fields::Notification::deletion) {
             atLeaf_ = atPrefix_;
-            walk(fieldOf(content, Fields::Update::path), atLeaf_);
+            walk(update ? fieldOf(content, Fields::Update::path) : content, atLeaf_);
             if (!covered(atLeaf_)) { continue; }
         }
-        any = any || tag == Fields::Notification::update || tag == Fields::Notification::deletion;
+        any = any || update;
         appendField(to, tag, content);
     }
     if (!any) { to.resize(begin); }

@@ -15,7 +15,7 @@ public:
     /// `patterns` outlive the filter.
     explicit LeafFilter(const std::vector<PathPattern>& patterns) : patterns_(patterns) {}
 
-    /// Appends what is left to `to`; false, with nothing appended, when no leaf is. Deletes pass.
+    /// Appends what is left to `to`; false, with nothing appended, when no leaf is.
     bool cut(std::string_view notification, std::string& to);
     /// Appends a Notification that deletes the entry, with the stamp of the one given.
     static void makeDelete(std::string_view notification, std::string& to);

@@ -76,6 +76,11 @@ void NotificationWriter::leafList(const PathTemplate& path,
     }
 }
 
+void NotificationWriter::leafDeletion(const PathTemplate& path, Keys keys) {
+    appendHead(to_, Fields::Notification::deletion, path.size(keys));
+    path.append(to_, keys);
+}
+
 void NotificationWriter::atomic() {
     varint(Fields::Notification::atomic, 1);
 }

@@ -9,7 +9,7 @@
 namespace Gale {
 
 /// Writes one gNMI Notification as its fields stand on the wire, PROTO encoding. Order of calls:
-/// prefix, leaves and atomic, or else deletion.
+/// prefix, leaves, leaf deletions and atomic, or else deletion.
 class NotificationWriter final {
 public:
     using Keys = PathTemplate::Keys;
@@ -27,6 +27,8 @@ public:
         std::string_view name;  ///< instead of the number when not empty
     };
     void leafList(const PathTemplate& path, Keys keys, std::span<const Element> elements);
+    /// The leaf is not there, whatever the client has been told: for entries that are not atomic.
+    void leafDeletion(const PathTemplate& path, Keys keys);
     void atomic();
     /// A prefix with the origin only, and the entry's absolute path as deleted.
     void deletion(std::string_view origin, const PathTemplate& path, Keys keys);

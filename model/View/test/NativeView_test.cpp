@@ -219,6 +219,22 @@ TEST_F(NativeViewTest, AChangeOfAnEntryIsOneUpdate) {
     EXPECT_EQ(client.leaves(kAft + "/fibReady").at("fecReady"), "true");
 }
 
+TEST_F(NativeViewTest, CountersAreThereWhileTheirNextHopIs) {
+    const std::string counters = kAft + "/nextHopCounters[index=7]";
+    aft->nextHopCounters()->nextHopCounterIs({NextHopIndex{7}, 12, 3400});
+    serve();
+    NativeClient& client = stream({kAft + "/nextHops", kAft + "/nextHopCounters"});
+    EXPECT_THAT(client.log(), ElementsAre("sync"));
+    nextHop(7);
+    until(
+        client, [&] { return client.log().size() >= 3; }, "both");
+    aft->nextHops()->nextHopDel(NextHopIndex{7});
+    until(
+        client, [&] { return client.log().size() >= 5; }, "neither");
+    EXPECT_THAT(client.log(),
+                ElementsAre("sync", hop(7), counters, "delete " + counters, "delete " + hop(7)));
+}
+
 TEST_F(NativeViewTest, GuePortsAreAnEntryOfTheirOwn) {
     const auto ports = Oc::pelNexthopGueEncapDestPortFactory("gueEncapDestPort");
     root->insert(ports);

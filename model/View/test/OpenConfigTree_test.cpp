@@ -45,6 +45,7 @@ protected:
         rib.set(prefix("10.0.0.0/8"), {FecId{41}, OriginProtocol::staticRoute});
         blue.set(prefix("2001:db8::/32"), {FecId{41}, OriginProtocol::bgp});
         EXPECT_EQ(writer->commit(), "");
+        count(7, 12, 3400);
         show();
     }
     std::string tree(const std::string& request) {
@@ -125,7 +126,13 @@ TEST_F(OpenConfigTree, InJsonIetf) {
         "state":{
          "prefix":"10.0.0.0/8",
          "openconfig-aft-network-instance:next-hop-group":"41",
-         "origin-protocol":"openconfig-policy-types:STATIC"}}]}},
+         "origin-protocol":"openconfig-policy-types:STATIC"}}]},
+     "openconfig-aft-counters:counters":{
+      "next-hops":{
+       "next-hop":[
+        {
+         "index":"7",
+         "state":{"index":"7","packets-forwarded":"12","octets-forwarded":"3400"}}]}}},
     "name":"DEFAULT",
     "config":{"name":"DEFAULT","type":"openconfig-network-instance-types:DEFAULT_INSTANCE"},
     "state":{"name":"DEFAULT","type":"openconfig-network-instance-types:DEFAULT_INSTANCE"}},

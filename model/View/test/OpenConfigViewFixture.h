@@ -59,6 +59,7 @@ protected:
         aft = afts->entityIs<AftContainer>("aftContainer");
         aft->nextHopGroupsIs();
         aft->nextHopsIs();
+        aft->nextHopCountersIs();
     }
     ~OpenConfigViewTest() override {
         cursor.reset();
@@ -114,7 +115,9 @@ protected:
         return text;
     }
     static std::string entry(const gnmi::Notification& notification) {
-        for (const gnmi::Path& path : notification.delete_()) { return "delete " + pathText(path); }
+        if (notification.update().empty() && !notification.delete_().empty()) {
+            return "delete " + pathText(notification.delete_(0));
+        }
         return pathText(notification.prefix());
     }
     /// A path of the schema without modules.
@@ -194,6 +197,9 @@ protected:
         hop.ipAddress = address("192.0.2.1");
         hop.interface = Nexo::IntfId{"Ethernet1"};
         return hop;
+    }
+    void count(std::uint64_t index, std::uint64_t packets, std::uint64_t octets) {
+        aft->nextHopCounters()->nextHopCounterIs({NextHopIndex{index}, packets, octets});
     }
     void group(std::uint64_t id, std::vector<NextHopInGroup> members) {
         NextHopGroup made;
