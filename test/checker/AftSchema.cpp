@@ -275,6 +275,23 @@ Place placeOf(const Elems& elems) {
     return {};
 }
 
+std::optional<CounterPlace> counterPlaceOf(const Elems& elems) {
+    constexpr std::array<std::string_view, kCounterDepth> kPath{
+        "network-instances", "network-instance", "afts", "counters", "next-hops", "next-hop"};
+    if (elems.size() < kPath.size()) { return std::nullopt; }
+    for (std::size_t i = 0; i < kPath.size(); ++i) {
+        if (elems[i]->name() != kPath[i]) { return std::nullopt; }
+    }
+    const CounterPlace place{onlyKey(*elems[1], "name"), onlyKey(*elems[5], "index")};
+    if (place.instance.empty() || place.index.empty()) { return std::nullopt; }
+    return place;
+}
+
+bool isCounterLeaf(std::string_view path) {
+    return path == "index" || path == "state/index" || path == "state/packets-forwarded" ||
+           path == "state/octets-forwarded";
+}
+
 std::string entryPath(List list, std::string_view instance, std::string_view key) {
     const ListShape& shape = shapeOf(list);
     std::string text = "/network-instances/network-instance[name=";

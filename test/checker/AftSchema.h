@@ -62,6 +62,18 @@ std::string_view listName(List list);
 /// has no such leaf.
 std::optional<LeafType> leafType(List list, std::string_view path);
 
+/// A next hop's counters, which are no atomic entry: they stand apart from the next hop and name it.
+struct CounterPlace {
+    std::string_view instance;
+    std::string_view index;
+};
+/// Elements of the path of such counters.
+constexpr std::size_t kCounterDepth = 6;
+/// Those at or above the path; nullopt when it leads to none, or to more than one's.
+std::optional<CounterPlace> counterPlaceOf(const Elems& elems);
+/// Whether a next hop's counters have a leaf of this path below them, which is without keys.
+bool isCounterLeaf(std::string_view path);
+
 /// Lanes in which a server sends: next hops, groups, prefixes and labels, state-synced, counters, summaries; nullopt for
 /// what is none of them.
 std::optional<int> laneOf(const Elems& elems);

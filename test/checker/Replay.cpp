@@ -83,7 +83,9 @@ void Replay::notification(const gnmi::Notification& notification) {
     if (notification.update_size() == 0 && notification.delete__size() == 0) {
         find(Rule::emptyNotification, pathText(prefix), "neither updates nor deletes");
     }
-    if (notification.update_size() != 0 && notification.delete__size() != 0) {
+    // What is not atomic says by a delete that one leaf is not known any more.
+    const bool counters = counterPlaceOf(prefix) && prefix.size() == kCounterDepth;
+    if (notification.update_size() != 0 && notification.delete__size() != 0 && !counters) {
         find(Rule::mixed, pathText(prefix), "updates and deletes in one notification");
     }
     if (notification.atomic() && notification.delete__size() != 0) {
@@ -92,6 +94,10 @@ void Replay::notification(const gnmi::Notification& notification) {
     for (const gnmi::Path& path : notification.delete_()) {
         Elems whole = prefix;
         append(whole, path);
+        if (counters && notification.update_size() != 0) {
+            leafDeletion(pathText(whole), notification.timestamp(), true);
+            continue;
+        }
         epochBorder(whole, true);
         deletion(whole, notification.timestamp());
     }
@@ -116,6 +122,7 @@ void Replay::updates(const gnmi::Notification& notification, const Elems& prefix
         append(whole, update.path());
         place = placeOf(whole);
         if (place.kind == Place::Kind::elsewhere) {
+            if (counterPlaceOf(whole)) { counterLeaf(whole, update); }
             leafUpdate(pathText(whole), valueText(update.val()), notification.timestamp());
             continue;
         }
@@ -166,22 +173,26 @@ void Replay::atomicUpdate(const gnmi::Notification& notification, const Place& p
 
 void Replay::refer(Entry& entry, const EntryContent& content) {
     const std::vector<Entry*> before = std::exchange(entry.refersTo, {});
-    const auto to = [&](const std::vector<std::string>& paths, List list) {
+    const auto toAll = [&](const std::vector<std::string>& paths, List list) {
         for (const std::string& path : paths) {
             Entry& target = entryAt(path, list);
-            const bool held = std::find(before.begin(), before.end(), &target) != before.end();
-            entry.refersTo.push_back(&target);
-            ++target.referrers;
-            if (target.present) { continue; }
-            missing_.insert(&target);
-            if (!options_.laggard && !held) {
-                dangles(target, fmt::format("{} refers to it and it is not there", entry.path));
-            }
+            to(entry, target, std::find(before.begin(), before.end(), &target) != before.end());
         }
     };
-    to(content.nextHops, List::nextHop);
-    to(content.groups, List::group);
+    toAll(content.nextHops, List::nextHop);
+    toAll(content.groups, List::group);
     release(before);
+}
+
+/// `held`: the entry referred to it before.
+void Replay::to(Entry& entry, Entry& target, bool held) {
+    entry.refersTo.push_back(&target);
+    ++target.referrers;
+    if (target.present) { return; }
+    missing_.insert(&target);
+    if (!options_.laggard && !held) {
+        dangles(target, fmt::format("{} refers to it and it is not there", entry.path));
+    }
 }
 
 void Replay::release(const std::vector<Entry*>& targets) {
@@ -197,11 +208,16 @@ void Replay::dangles(const Entry& target, const std::string& how) {
 }
 
 const Replay::Entry* Replay::referrerOf(const Entry& target) const {
-    for (const auto& [path, entry] : entries_) {
-        const auto& to = entry.refersTo;
-        if (std::find(to.begin(), to.end(), &target) != to.end()) { return &entry; }
-    }
-    return nullptr;
+    const Entry* found = nullptr;
+    const auto look = [&](const auto& entries) {
+        for (const auto& [path, entry] : entries) {
+            const auto& to = entry.refersTo;
+            if (std::find(to.begin(), to.end(), &target) != to.end()) { found = &entry; }
+        }
+    };
+    look(entries_);
+    look(counters_);
+    return found;
 }
 
 // Deletes
@@ -211,7 +227,8 @@ void Replay::deletion(const Elems& path, std::int64_t stamp) {
     const Place place = placeOf(path);
     switch (place.kind) {
         case Place::Kind::elsewhere:
-            return leafDeletion(pathText(path), stamp);
+            countersGone(pathText(path));
+            return leafDeletion(pathText(path), stamp, false);
         case Place::Kind::entry:
             return entryDeletion(
                 entryAt(entryPath(place.list, place.instance, place.key), place.list), stamp);
@@ -261,7 +278,8 @@ void Replay::leafUpdate(const std::string& path, const std::string& text, std::i
     leaf = {true, stamp, text};
 }
 
-void Replay::leafDeletion(const std::string& path, std::int64_t stamp) {
+/// `maybe`: it need not have been there.
+void Replay::leafDeletion(const std::string& path, std::int64_t stamp, bool maybe) {
     bool any = false;
     for (auto at = leaves_.lower_bound(path); at != leaves_.end(); ++at) {
         const bool below = at->first == path || at->first.starts_with(path + "/") || path == "/";
@@ -276,7 +294,53 @@ void Replay::leafDeletion(const std::string& path, std::int64_t stamp) {
         }
         leaf = {false, std::max(stamp, leaf.stamp), {}};
     }
-    if (!any) { find(Rule::deleteAbsent, path, "a delete of what the client does not have"); }
+    if (!any && !maybe) {
+        find(Rule::deleteAbsent, path, "a delete of what the client does not have");
+    }
+}
+
+/// A leaf of the next hop's counters: they name the next hop, which has to be there.
+void Replay::counterLeaf(const Elems& path, const gnmi::Update& update) {
+    const CounterPlace place = *counterPlaceOf(path);
+    Entry& counters = counterAt(place);
+    const std::string leaf = pathText(path, kCounterDepth);
+    if (!isCounterLeaf(leaf)) {
+        find(Rule::leafSet, counters.path, leaf + " is no leaf of a next hop's counters");
+    } else if (!isOfType(update.val(), LeafType::number)) {
+        find(Rule::leafType,
+             counters.path,
+             fmt::format("{} has the value {}", leaf, valueText(update.val())));
+    } else if (leaf.ends_with("index") && keyText(update.val()) != place.index) {
+        find(Rule::keyLeaf,
+             counters.path,
+             fmt::format("{} is {}, the key is {}", leaf, valueText(update.val()), place.index));
+    }
+    if (counters.present) { return; }
+    counters.present = true;
+    if (!options_.references) { return; }
+    to(counters,
+       entryAt(entryPath(List::nextHop, place.instance, place.index), List::nextHop),
+       false);
+}
+
+Replay::Entry& Replay::counterAt(const CounterPlace& place) {
+    std::string at = fmt::format(
+        "/network-instances/network-instance[name={}]/afts/counters/next-hops/next-hop[index={}]",
+        place.instance,
+        place.index);
+    Entry& counters = counters_[at];
+    counters.path = std::move(at);
+    return counters;
+}
+
+/// At or below the path.
+void Replay::countersGone(const std::string& path) {
+    for (auto at = counters_.lower_bound(path); at != counters_.end(); ++at) {
+        if (!at->first.starts_with(path)) { break; }
+        const bool below = at->first.size() == path.size() || at->first[path.size()] == '/';
+        if (!below || !std::exchange(at->second.present, false)) { continue; }
+        release(std::exchange(at->second.refersTo, {}));
+    }
 }
 
 // Epochs: all updates, lane by lane, then all deletes, lanes in reverse

@@ -14,6 +14,7 @@
 namespace gnmi {
 class Notification;
 class SubscribeResponse;
+class Update;
 }  // namespace gnmi
 
 namespace Checker {
@@ -90,9 +91,13 @@ private:
     void refer(Entry& entry, const EntryContent& content);
     void release(const std::vector<Entry*>& targets);
     void leafUpdate(const std::string& path, const std::string& text, std::int64_t stamp);
+    void counterLeaf(const Elems& path, const gnmi::Update& update);
+    Entry& counterAt(const CounterPlace& place);
+    void countersGone(const std::string& path);
+    void to(Entry& entry, Entry& target, bool held);
     void deletion(const Elems& path, std::int64_t stamp);
     void entryDeletion(Entry& entry, std::int64_t stamp);
-    void leafDeletion(const std::string& path, std::int64_t stamp);
+    void leafDeletion(const std::string& path, std::int64_t stamp, bool maybe);
     void syncResponse(bool value);
     void epochBorder(const Elems& path, bool isDelete);
     void epochEnd();
@@ -105,7 +110,8 @@ private:
     ReplayStatistics statistics_;
     std::unordered_map<std::string, Entry> entries_;  // pointers to them stay good
     std::map<std::string, Leaf> leaves_;
-    std::set<Entry*> missing_;  // referred to and not there
+    std::map<std::string, Entry> counters_;  // of next hops; pointers to them stay good
+    std::set<Entry*> missing_;               // referred to and not there
     std::uint64_t syncs_ = 0;
     bool first_ = true;
     std::string origin_;

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 
 #include "test/checker/LagHistogram.h"
 #include "test/checker/Play.h"
@@ -30,6 +31,13 @@ void entryPathOf(gnmi::Path& path,
     elems(path, {"network-instances", "network-instance", "afts", container, list});
     (*path.mutable_elem(1)->mutable_key())["name"] = "DEFAULT";
     (*path.mutable_elem(4)->mutable_key())[keyName] = key;
+}
+
+void counterPathOf(gnmi::Path& path, std::uint64_t index) {
+    elems(path,
+          {"network-instances", "network-instance", "afts", "counters", "next-hops", "next-hop"});
+    (*path.mutable_elem(1)->mutable_key())["name"] = "DEFAULT";
+    (*path.mutable_elem(5)->mutable_key())["index"] = std::to_string(index);
 }
 
 gnmi::Update& leaf(gnmi::Notification& to, std::initializer_list<const char*> names) {
@@ -74,6 +82,23 @@ public:
         leaf(n, {"prefix"}).mutable_val()->set_string_val(prefix);
         leaf(n, {"state", "prefix"}).mutable_val()->set_string_val(prefix);
         leaf(n, {"state", "next-hop-group"}).mutable_val()->set_uint_val(group);
+        return *this;
+    }
+    Story& counters(std::uint64_t index, std::uint64_t packets) {
+        gnmi::Notification& n = notification();
+        counterPathOf(*n.mutable_prefix(), index);
+        leaf(n, {"index"}).mutable_val()->set_uint_val(index);
+        leaf(n, {"state", "index"}).mutable_val()->set_uint_val(index);
+        leaf(n, {"state", "packets-forwarded"}).mutable_val()->set_uint_val(packets);
+        return *this;
+    }
+    /// The counters before: these octets are not known.
+    Story& withoutOctets() {
+        elems(*last().add_delete_(), {"state", "octets-forwarded"});
+        return *this;
+    }
+    Story& noCounters(std::uint64_t index) {
+        counterPathOf(deletion(), index);
         return *this;
     }
     Story& noHop(std::uint64_t index) {
@@ -210,6 +235,45 @@ TEST(Checker, LeavesOutsideAtomicEntriesHaveStampsAndDeletesToo) {
     Story repeated = small();
     repeated.stateSynced(true).last().set_timestamp(1005);
     EXPECT_EQ(repeated.rules(), "repeated");
+}
+
+TEST(Checker, CountersGoBeforeTheirNextHopAndComeAfterIt) {
+    EXPECT_EQ(Story{}.hop(7).counters(7, 1).sync().counters(7, 2).noCounters(7).noHop(7).rules(),
+              "");
+    EXPECT_EQ(Story{}.counters(7, 1).hop(7).sync().rules(), "dangling-next-hop");
+    EXPECT_EQ(Story{}.hop(7).counters(7, 1).sync().noHop(7).noCounters(7).rules(),
+              "dangling-next-hop");
+    EXPECT_EQ(Story{}.hop(7).counters(7, 1).sync().noHop(7).rules({.laggard = true}), "")
+        << "may be in the middle of an epoch";
+    EXPECT_EQ(
+        Story{}.hop(7).counters(7, 1).sync().noHop(7).rules({.laggard = true, .quietEnd = true}),
+        "dangling-next-hop");
+    // After they went nothing names the next hop any more.
+    EXPECT_EQ(Story{}.hop(7).counters(7, 1).sync().noCounters(7).noHop(7).counters(7, 2).rules(),
+              "dangling-next-hop");
+}
+
+TEST(Checker, OneNotificationOfCountersMayTellAndDelete) {
+    EXPECT_EQ(Story{}.hop(7).counters(7, 1).withoutOctets().sync().rules(), "");
+    EXPECT_EQ(Story{}.hop(7).counters(7, 1).withoutOctets().sync().noCounters(8).rules(),
+              "delete-absent");
+}
+
+TEST(Checker, CountersHaveTheirLeavesOnly) {
+    const auto with = [](const std::function<void(gnmi::Notification&)>& change) {
+        Story story;
+        story.hop(7).counters(7, 1);
+        change(story.last());
+        return story.sync().rules();
+    };
+    EXPECT_EQ(with([](auto& n) {
+                  leaf(n, {"state", "drops"}).mutable_val()->set_uint_val(1);
+              }),
+              "leaf-set");
+    EXPECT_EQ(with([](auto& n) { n.mutable_update(2)->mutable_val()->set_string_val("1"); }),
+              "leaf-type");
+    EXPECT_EQ(with([](auto& n) { n.mutable_update(1)->mutable_val()->set_uint_val(8); }),
+              "key-leaf");
 }
 
 TEST(Checker, APartOfTheAftHasItsReferencesElsewhere) {
