@@ -28,10 +28,12 @@ void printLag(CliPrinter& to, const SubscriberStatus& call) {
     to.number({}, "lag", call.lag);
     to.number({}, "coalesced", call.coalesced);
     printSeconds(to, "behindSeconds", call.behind);
+    to.number({}, "skipped", call.skipped);
     to.boolean({}, "blocked", blocked);
     if (blocked) { printSeconds(to, "blockedSeconds", call.blocked); }
     if (!call.synced) { to.text(", initial set under way"); }
     if (call.synced && call.lag == 0 && !blocked) { to.text(", level"); }
+    if (call.skipped > 0) { to.text(fmt::format(", {} samples skipped", call.skipped)); }
     if (call.lag == 0 && !blocked) { return; }
     to.text("\n    ");
     if (call.lag > 0) {

@@ -316,6 +316,7 @@ TEST(StatusStreams, EachSubscriberIsToldWithItsLagAndWhetherItIsBlocked) {
     behind.peer = "[::1]:2\x1b";
     behind.paths = 2;
     behind.lag = 1200;
+    behind.skipped = 3;
     behind.behind = seconds{14};
     behind.blocked = seconds{12};
     Gale::SubscriberStatus begun = level;
@@ -332,7 +333,7 @@ TEST(StatusStreams, EachSubscriberIsToldWithItsLagAndWhetherItIsBlocked) {
     EXPECT_EQ(said(service, now, OutputFormat::text),
               "subscribers 3, connections 2 (9 so far, 2 turned AWAY)\n"
               "  127.0.0.1:1 STREAM, 1 path, for 1 min 5 s, 200 sent, level\n"
-              "  [::1]:2\\x1b STREAM, 2 paths, for 1 min 5 s, 200 sent\n"
+              "  [::1]:2\\x1b STREAM, 2 paths, for 1 min 5 s, 200 sent, 3 samples skipped\n"
               "    1200 changes BEHIND for 14 s, BLOCKED: takes nothing for 12 s\n"
               "  127.0.0.1:1 STREAM, 1 path, for 1 min 5 s, 200 sent, initial set under way\n"
               "kept        openconfig: 1230 changes, 600 of them overtaken, and 9 deletes\n"
@@ -341,6 +342,7 @@ TEST(StatusStreams, EachSubscriberIsToldWithItsLagAndWhetherItIsBlocked) {
               "terminated  none\n");
     const auto json = nlohmann::json::parse(said(service, now, OutputFormat::json))["streams"];
     EXPECT_EQ(json["subscribers"][1]["lag"], 1200);
+    EXPECT_EQ(json["subscribers"][1]["skipped"], 3);
     EXPECT_EQ(json["subscribers"][1]["behindSeconds"], 14);
     EXPECT_EQ(json["subscribers"][1]["blockedSeconds"], 12);
     EXPECT_EQ(json["subscribers"][0]["blocked"], false);

@@ -17,14 +17,20 @@
 namespace Gale {
 
 class Channel;
+class StampClock;
 
 /// What the calls of one service share. I/O thread.
 struct CallContext {
     CallContext(const Kiln::Clock& itsClock,
+                StampClock& itsStamps,
                 std::span<const std::unique_ptr<Channel>> itsChannels,
                 const Limits& itsLimits,
                 Subscribers::Post post)
-        : clock(itsClock), channels(itsChannels), limits(itsLimits), subscribers(std::move(post)) {}
+        : clock(itsClock),
+          stamps(itsStamps),
+          channels(itsChannels),
+          limits(itsLimits),
+          subscribers(std::move(post)) {}
 
     /// Why no further call may begin to read; nothing when it may.
     std::optional<Wire::Status> subscribersFull() const {
@@ -46,6 +52,7 @@ struct CallContext {
     }
 
     const Kiln::Clock& clock;
+    StampClock& stamps;  ///< StampClock::again() only
     const std::span<const std::unique_ptr<Channel>> channels;
     Limits limits;  ///< for calls that begin from now on
     Subscribers subscribers;

@@ -7,7 +7,7 @@
 namespace Gale {
 
 ChannelReader::ChannelReader(Channel& channel,
-                             std::shared_ptr<const EntryFilter> filter,
+                             CursorFilter filter,
                              Cursor::Mode mode,
                              std::function<void()> onFilled)
     : channel_(channel),
@@ -17,7 +17,7 @@ ChannelReader::ChannelReader(Channel& channel,
 
 Cursor::Result ChannelReader::next(std::span<CursorMessage> out) {
     if (!demand_.filled()) { return {0, Cursor::State::idle}; }
-    if (!cursor_) { cursor_.emplace(channel_.journal, EntryFilter::forCursor(filter_), mode_); }
+    if (!cursor_) { cursor_.emplace(channel_.journal, filter_, mode_); }
     return cursor_->next(out);
 }
 

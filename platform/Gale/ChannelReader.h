@@ -2,14 +2,13 @@
 
 #include "platform/Gale/Cursor.h"
 #include "platform/Gale/Demand.h"
-#include "platform/Gale/EntryFilter.h"
 #include "platform/Gale/PackedNotification.h"
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 
 namespace Gale {
 
@@ -22,7 +21,7 @@ public:
     /// The channel outlives the reader. `onFilled`: the entries, which were not there yet, are; not
     /// called from the constructor.
     ChannelReader(Channel& channel,
-                  std::shared_ptr<const EntryFilter> filter,
+                  CursorFilter filter,
                   Cursor::Mode mode,
                   std::function<void()> onFilled);
 
@@ -30,6 +29,10 @@ public:
     Cursor::Result next(std::span<CursorMessage> out);
     /// From the beginning once more.
     void restart() { cursor_.reset(); }
+    /// Once next() has given something: as those of Cursor.
+    void resend(CursorRound round) { cursor_->resend(std::move(round)); }
+    bool resending() const { return cursor_ && cursor_->resending(); }
+    Position told() const { return cursor_->told(); }
     /// What an entry of the channel holds, as PackedNotification::bytes(); what has to be made goes to
     /// `made`. Valid as long as both are.
     static std::string_view notification(const Channel& channel,
@@ -41,7 +44,7 @@ public:
 
 private:
     Channel& channel_;
-    const std::shared_ptr<const EntryFilter> filter_;
+    const CursorFilter filter_;
     const Cursor::Mode mode_;
     Demand::Token demand_;  // before the cursor, which goes first
     std::optional<Cursor> cursor_;

@@ -50,7 +50,10 @@ GetAnswer::State GetAnswer::collect() {
         found_ = true;
         return finishPart();
     }
-    if (!reader_) { reader_.emplace(*part.channel, part.filter, Cursor::Mode::once, onFilled_); }
+    if (!reader_) {
+        reader_.emplace(
+            *part.channel, EntryFilter::forCursor(part.filter), Cursor::Mode::once, onFilled_);
+    }
     for (int round = 0; round < kRounds; ++round) {
         const Cursor::Result result = reader_->next(batch_);
         for (std::size_t i = 0; i < result.count; ++i) {

@@ -77,10 +77,11 @@ Wire::HandlerFactory unary(Function function) {
 }  // namespace
 
 GnmiService::GnmiService(const Kiln::Clock& clock,
+                         StampClock& stamps,
                          std::span<const std::unique_ptr<Channel>> channels,
                          const Limits& limits,
                          Subscribers::Post post)
-    : context_(clock, channels, limits, std::move(post)) {
+    : context_(clock, stamps, channels, limits, std::move(post)) {
     // Else every bad byte that a client sends would be a line on standard error.
     google::protobuf::SetLogHandler(nullptr);
 }

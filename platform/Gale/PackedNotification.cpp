@@ -104,6 +104,15 @@ void PackedNotification::grown(std::size_t bytes) {
     store(bytes_.data() + kSizeAt, size_);
 }
 
+std::int64_t PackedNotification::stamp(std::string_view packed) {
+    VEL_ASSERT(packed.size() >= kStampBytes);
+    std::uint64_t stamp = 0;
+    for (std::size_t i = kStampBytes; i-- > 1;) {
+        stamp = stamp << 7U | (static_cast<unsigned char>(packed[i]) & 0x7FU);
+    }
+    return static_cast<std::int64_t>(stamp);
+}
+
 std::size_t PackedNotification::unpackedSize(std::string_view packed) {
     return kStampBytes + load<std::uint32_t>(packed.data() + kSizeAt);
 }

@@ -40,6 +40,7 @@ public:
 
     // Of bytes() of such an object, or a copy of them. Any thread.
 
+    static std::int64_t stamp(std::string_view packed);
     static std::size_t unpackedSize(std::string_view packed);
     /// `to` has room for unpackedSize() bytes at least; what is behind them may be overwritten.
     static void unpack(std::string_view packed, std::span<char> to);

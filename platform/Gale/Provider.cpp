@@ -130,6 +130,7 @@ void Provider::noteFilled() {
 /// One slice; whether work is left.
 bool Provider::drainSome() {
     const Journal::Batch batch{journal_};
+    const StampClock::Turn turn{stamps_};  // ends before the batch: nobody is told before
     while (Marked* const next = nextMarked()) {
         while (const auto key = next->backlog.draw()) {
             if (!process(*next->source, *key) && next->removals.insert(*key)) { ++leaving_; }

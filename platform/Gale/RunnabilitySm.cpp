@@ -149,9 +149,11 @@ RunnabilitySm::Impl::Impl(Vel::Ref<Vel::Dir> runnabilityDir,
     }
     server_ = std::make_unique<Wire::Server>(config_.wire, scheduler_->clock());
     service_ = std::make_unique<GnmiService>(
-        scheduler_->clock(), channels_, config_.limits, [this](std::function<void()> work) {
-            server_->post(std::move(work));
-        });
+        scheduler_->clock(),
+        stamps_,
+        channels_,
+        config_.limits,
+        [this](std::function<void()> work) { server_->post(std::move(work)); });
     service_->addTo(server_->router());
     // Last: what they put into the journals wakes the service.
     if (customProviderConfig) { group_ = customProviderConfig->notifyTaskGroup; }

@@ -31,6 +31,10 @@ struct Limits {
     std::size_t gets = 8;                ///< calls of Get at a time: each may hold an answer twice
     std::size_t getBytes = 16U << 20U;   ///< answer to one Get
     std::size_t jsonBytes = 64U << 20U;  ///< JSON forms kept to be shared, in each JSON encoding
+    /// The shortest sample_interval and heartbeat_interval, and the one of a sample_interval of 0.
+    Kiln::Duration shortestInterval = std::chrono::seconds(1);
+    /// How often counters go to a subscription that leaves it to the server.
+    Kiln::Duration countersInterval = std::chrono::seconds(5);
 };
 
 /// Settings of the process that hosts the agent.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/Blink/Trace.h"
+#include "platform/Vel/Assert.h"
 
 BLINK_TRACE_HANDLE("GaleStampClock");
 
@@ -35,12 +36,38 @@ StampClock::~StampClock() {
 }
 
 std::int64_t StampClock::next() const {
-    return std::max(clock_.wallNanoseconds(), last_ + 1);
+    return std::max({clock_.wallNanoseconds(), last_ + 1, own_});
 }
 
 void StampClock::used(std::int64_t stamp) {
     last_ = std::max(last_, stamp);
     if (last_ > mark_) { save(last_ + kMarkAhead); }
+}
+
+void StampClock::begin() {
+    const std::lock_guard lock{mutex_};
+    VEL_ASSERT(!turn_);
+    turn_ = true;
+    free_ = std::max(clock_.wallNanoseconds() - kRoom, last_ + 1);
+    own_ = free_ + kRoom;
+}
+
+void StampClock::end() {
+    const std::lock_guard lock{mutex_};
+    turn_ = false;
+    own_ = 0;
+    used(again_);
+}
+
+std::int64_t StampClock::again() {
+    const std::lock_guard lock{mutex_};
+    if (turn_) {
+        again_ = std::clamp(again_ + 1, free_, own_ - 1);
+    } else {
+        again_ = next();
+        used(again_);
+    }
+    return again_;
 }
 
 void StampClock::save(std::int64_t mark) {

@@ -2,6 +2,7 @@
 
 #include "platform/Gale/Channel.h"
 #include "platform/Gale/GnmiFields.h"
+#include "platform/Gale/StampClock.h"
 #include "platform/Gale/WireFields.h"
 
 #include <proto/gnmi.pb.h>
@@ -111,7 +112,7 @@ void SubscribeCall::beginRound() {
     if (reader_) {
         reader_->restart();
     } else {
-        reader_.emplace(*plan_->channel, plan_->filter, plan_->mode, [this] { resume(); });
+        reader_.emplace(*plan_->channel, plan_->cursorFilter, plan_->mode, [this] { resume(); });
     }
     state_ = Cursor::State::more;
     synced_ = false;
@@ -177,6 +178,7 @@ Fill SubscribeCall::fill(std::span<std::byte> out) {
             if (state_ == Cursor::State::idle) {
                 state_ = Cursor::State::more;  // the next call asks again
                 if (synced_) { behindSince_.reset(); }
+                if (resends_) { call_.resumeAt(*resends_->next()); }
                 return Fill::idle(written);
             }
             if (++blank < kBlankRounds) { continue; }
@@ -189,6 +191,9 @@ Fill SubscribeCall::fill(std::span<std::byte> out) {
 
 /// The next batch of the cursor; false when it is empty.
 bool SubscribeCall::refill() {
+    if (resends_) { beginResend(); }
+    // Before anything is looked at, so that what comes later is stamped later.
+    if (reader_->resending()) { again_ = context_.stamps.again(); }
     const Cursor::Result result = reader_->next(batch_);
     next_ = 0;
     count_ = result.count;
@@ -196,14 +201,46 @@ bool SubscribeCall::refill() {
     return count_ > 0;
 }
 
+/// The round that is due, unless another one is under way.
+void SubscribeCall::beginResend() {
+    const Kiln::TimePoint now = context_.clock.now();
+    if (!reader_->resending()) { resends_->over(reader_->told()); }
+    resends_->advance(now);
+    if (reader_->resending()) { return; }
+    if (auto round = resends_->take()) {
+        reader_->resend(std::move(*round));
+        if (!behindSince_) { behindSince_ = now; }
+    }
+}
+
+void SubscribeCall::synced() {
+    synced_ = true;
+    partsSent_ = {};
+    if (plan_->resends.empty()) { return; }
+    resends_.emplace(plan_->resends, context_.clock.now(), reader_->told());
+}
+
+/// A value is told again as of now: with an old stamp a collector would drop it as stale, and would
+/// not know how long it has stood. On the wire the later one of a field's two values counts.
+void SubscribeCall::stampAgain(const CursorMessage& message) {
+    stampSuffix_.clear();
+    if (!message.again) { return; }
+    const Content& content = message.content;
+    const std::int64_t own =
+        content.isValue() ? content.stamp() : PackedNotification::stamp(content.view());
+    if (own >= again_) { return; }
+    stampSuffix_.push_back(varintTag(Fields::Notification::timestamp));
+    appendVarint(stampSuffix_, static_cast<std::uint64_t>(again_));
+}
+
 /// Makes the message pending; false when there is nothing of it to be sent.
 bool SubscribeCall::prepare(const CursorMessage& message) {
     pendingSync_ = message.kind == CursorMessage::Kind::sync;
     if (pendingSync_) {
-        synced_ = true;
-        partsSent_ = {};
+        synced();
         return true;
     }
+    stampAgain(message);
     notification_ = ChannelReader::notification(
         *plan_->channel, {message.lane, message.key}, message.content, made_);
     packed_ = true;
@@ -253,8 +290,12 @@ std::string_view SubscribeCall::cut(std::string_view notification, const CursorM
     return cutDown_;
 }
 
+std::size_t SubscribeCall::notificationSize() const {
+    return size_ + suffix_.size() + stampSuffix_.size();
+}
+
 std::size_t SubscribeCall::pendingSize() const {
-    return pendingSync_ ? kSync.size() : fieldSize(size_ + suffix_.size());
+    return pendingSync_ ? kSync.size() : fieldSize(notificationSize());
 }
 
 void SubscribeCall::writePending(std::byte* out) {
@@ -272,7 +313,7 @@ void SubscribeCall::writePending(std::byte* out) {
     }
     std::array<char, 16> head{};
     head[0] = lengthTag(Fields::SubscribeResponse::update);
-    const int varint = protozero::write_varint(head.data() + 1, size_ + suffix_.size());
+    const int varint = protozero::write_varint(head.data() + 1, notificationSize());
     put({head.data(), 1 + static_cast<std::size_t>(varint)});
     if (packed_) {
         PackedNotification::unpack(notification_, {reinterpret_cast<char*>(out), size_});
@@ -281,6 +322,7 @@ void SubscribeCall::writePending(std::byte* out) {
         put(notification_);
     }
     put(suffix_);
+    put(stampSuffix_);
     ++messages_;
     bytes_ += size;
 }
@@ -300,7 +342,8 @@ SubscriberStatus SubscribeCall::status() const {
             .lag = cursor.lag,
             .behind = behindSince_ ? std::optional{now - *behindSince_} : std::nullopt,
             .blocked = blocked ? std::optional{now - *blocked} : std::nullopt,
-            .synced = synced_};
+            .synced = synced_,
+            .skipped = resends_ ? resends_->skipped() : 0};
 }
 
 }  // namespace Gale

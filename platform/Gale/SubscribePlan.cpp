@@ -2,6 +2,7 @@
 
 #include "platform/Gale/Channel.h"
 #include "platform/Gale/RequestCheck.h"
+#include "platform/Gale/StreamWishes.h"
 
 #include <proto/gnmi.pb.h>
 
@@ -16,31 +17,6 @@ using RequestCheck::unimplemented;
 using Wire::Status;
 
 namespace {
-
-/// How a stream's subscription wants its updates; meaningless in the other modes.
-std::optional<Status> checkStreamMode(const gnmi::Subscription& subscription,
-                                      const std::string& path) {
-    switch (static_cast<int>(subscription.mode())) {
-        case gnmi::SAMPLE:
-            return unimplemented("mode SAMPLE is not served (" + path + "); ask for ON_CHANGE");
-        case gnmi::TARGET_DEFINED:
-            if (subscription.sample_interval() != 0) {
-                return invalid("sample_interval has no meaning in mode TARGET_DEFINED (" + path +
-                               ")");
-            }
-            break;
-        case gnmi::ON_CHANGE:
-            break;
-        default:
-            return invalid("unknown subscription mode " +
-                           std::to_string(static_cast<int>(subscription.mode())) + " (" + path +
-                           ")");
-    }
-    if (subscription.heartbeat_interval() != 0) {
-        return unimplemented("heartbeat_interval is not served (" + path + ")");
-    }
-    return std::nullopt;
-}
 
 std::optional<Status> checkMode(int mode) {
     if (gnmi::SubscriptionList::Mode_IsValid(mode)) { return std::nullopt; }
@@ -67,14 +43,13 @@ std::variant<SubscribePlan, Status> planSubscribe(
     SubscribePlan plan;
     plan.encoding = std::get<ValueEncoding>(encoding);
     std::vector<PathPattern> patterns;
+    StreamWishes wishes{limits};
     for (const gnmi::Subscription& subscription : list.subscription()) {
         auto checked = RequestCheck::path(list.prefix(), subscription.path(), channels, limits);
         if (auto* const bad = std::get_if<Status>(&checked)) { return std::move(*bad); }
         auto& path = std::get<RequestCheck::Served>(checked);
         if (stream) {
-            if (auto bad = checkStreamMode(subscription, path.pattern.text())) {
-                return std::move(*bad);
-            }
+            if (auto bad = wishes.add(subscription, path.pattern)) { return std::move(*bad); }
         }
         if (plan.channel != nullptr && plan.channel != path.channel) {
             return unimplemented("one call cannot subscribe to several origins");
@@ -84,10 +59,9 @@ std::variant<SubscribePlan, Status> planSubscribe(
     }
     plan.paths = patterns.size();
     // No state is wanted and none will come: a filter that shows nothing leaves the sync alone.
-    const bool nothing = !stream && list.updates_only();
-    if (nothing || !RequestCheck::modelsWanted(list.use_models(), *plan.channel->view)) {
-        patterns.clear();
-    }
+    const bool nothing = (!stream && list.updates_only()) ||
+                         !RequestCheck::modelsWanted(list.use_models(), *plan.channel->view);
+    if (nothing) { patterns.clear(); }
     plan.poll = list.mode() == gnmi::SubscriptionList::POLL;
     if (!stream) {
         plan.mode = Cursor::Mode::once;
@@ -97,6 +71,8 @@ std::variant<SubscribePlan, Status> planSubscribe(
     plan.target = list.prefix().target();
     plan.filter = std::make_shared<const EntryFilter>(
         *plan.channel->view, plan.channel->schema, std::move(patterns));
+    plan.cursorFilter = EntryFilter::forCursor(plan.filter);
+    if (stream && !nothing) { wishes.applyTo(plan); }
     return plan;
 }
 

@@ -5,12 +5,14 @@
 #include "platform/Gale/Server.h"
 #include "platform/Gale/ValueEncoding.h"
 #include "platform/Gale/Wire/Status.h"
+#include "platform/Kiln/Clock.h"
 
 #include <cstddef>
 #include <memory>
 #include <span>
 #include <string>
 #include <variant>
+#include <vector>
 
 namespace gnmi {
 class SubscribeRequest;
@@ -19,6 +21,13 @@ class SubscribeRequest;
 namespace Gale {
 
 class Channel;
+
+/// Entries of a stream that go out again and again, see Cursor::resend.
+struct Resend {
+    Kiln::Duration interval{};
+    bool changedOnly = false;
+    CursorFilter filter;
+};
 
 /// What a Subscribe call asks for, checked and compiled.
 struct SubscribePlan {
@@ -29,6 +38,8 @@ struct SubscribePlan {
     ValueEncoding encoding = ValueEncoding::proto;
     std::string target;  ///< echoed in every response; empty: none
     std::shared_ptr<const EntryFilter> filter;
+    CursorFilter cursorFilter;
+    std::vector<Resend> resends;
 };
 
 /// The plan of a call's first message, or the status that ends the call.

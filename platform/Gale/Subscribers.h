@@ -30,6 +30,8 @@ struct SubscriberStatus {
     /// Wire::Call::blockedSince().
     std::optional<Kiln::Duration> blocked;
     bool synced = false;
+    /// Samples and heartbeats left out because the one before was still under way.
+    std::uint64_t skipped = 0;
 };
 
 /// Subscribe calls that did not go as their client wanted, and the last one of them.

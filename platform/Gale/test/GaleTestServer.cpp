@@ -1,8 +1,10 @@
 // A server over a TestView for clients in other languages. Prints its port, then takes orders from
-// standard input, one a line, each answered with "ok": "set <beast> <colour>", "erase <beast>".
+// standard input, one a line, each answered with "ok": "set <beast> <colour>", "erase <beast>",
+// "ahead <seconds>": so much time has passed.
 
 #include "platform/Gale/test/ServerFixture.h"
 
+#include <chrono>
 #include <cstdint>
 #include <iostream>
 #include <sstream>
@@ -23,6 +25,8 @@ int main() {
         order >> verb >> beast >> colour;
         if (verb == "set") {
             served.view->beasts.set(beast, colour);
+        } else if (verb == "ahead") {
+            served.clock.advance(std::chrono::seconds{beast});
         } else {
             served.view->beasts.erase(beast);
         }

@@ -31,7 +31,7 @@ protected:
         channels.push_back(std::make_unique<Channel>(
             "openconfig", std::move(made), [this] { service->subscribers().wake(); }));
         service = std::make_unique<GnmiService>(
-            clock, channels, limits, [this](std::function<void()> work) {
+            clock, stamps, channels, limits, [this](std::function<void()> work) {
                 server->post(std::move(work));
             });
         service->addTo(server->router());

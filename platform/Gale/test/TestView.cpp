@@ -12,7 +12,8 @@ constexpr const char* kOrigin = "openconfig";
 constexpr const char* kPaths[] = {"zoo-main:zoo[name]/beasts/beast[index]",
                                   "zoo-main:zoo[name]/herds/herd[id]",
                                   "zoo-main:zoo[name]/fields/field[id]",
-                                  "zoo-main:zoo[name]"};
+                                  "zoo-main:zoo[name]",
+                                  "zoo-main:zoo[name]/counters/visits[index]"};
 
 /// A collection keyed by number as a source; what an entry holds is the function's.
 template <class Value>
@@ -97,6 +98,9 @@ const std::vector<EntryKind>& TestView::kinds() const {
          {{"id", Leaf::Type::number64}, {"members/member[index]/index", Leaf::Type::number64}}},
         {Lane::prefixes, kPaths[2], {{"id"}, {"state/herd", Leaf::Type::number64}}},
         {Lane::flags, kPaths[3], {{"name"}}},
+        {Lane::counters,
+         kPaths[4],
+         {{"index", Leaf::Type::number64}, {"state/count", Leaf::Type::number64}}},
     };
     return all;
 }
@@ -170,6 +174,14 @@ void TestView::attach(SourceSink sink) {
             to.value = herd;
         }));
     sink(std::make_unique<Zoo>());
+    sink(std::make_unique<Source<std::uint64_t>>(
+        Lane::counters, visits, [](std::uint64_t number, std::uint64_t count, auto& to) {
+            NotificationWriter writer{to.notification};
+            begin(writer, Lane::counters, number);
+            writer.leaf(PathTemplate{"index"}, {}, number);
+            writer.leaf(PathTemplate{"state/count"}, {}, count);
+            to.references.push_back({Lane::nextHops, {0, 0, number}});
+        }));
 }
 
 }  // namespace Gale

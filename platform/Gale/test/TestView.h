@@ -18,6 +18,7 @@ namespace Gale {
 ///   zoo[name]/beasts/beast[index]              index, state/index, state/colour (if there is one)
 ///   zoo[name]/herds/herd[id]                   id, members/member[index]/index
 ///   zoo[name]/fields/field[id]                 id, state/herd: encoded when it is sent
+///   zoo[name]/counters/visits[index]           index, state/count of a beast (not atomic)
 ///
 /// All of it in module zoo-main, but the colour, which is an identity of module "paint", in
 /// zoo-colours. All numbers have 64 bits, but a field's id.
@@ -33,6 +34,7 @@ public:
     Vel::Collection<std::uint64_t, std::string> beasts;  // colour
     Vel::Collection<std::uint64_t, Herd> herds;
     Vel::Collection<std::uint64_t, std::uint64_t> fields;  // herd
+    Vel::Collection<std::uint64_t, std::uint64_t> visits;  // count
     std::set<std::uint64_t> pendingBeasts, pendingHerds;   // told, not yet considered
     int encoderFails = 0;  ///< so many next encodings of a beast throw
 

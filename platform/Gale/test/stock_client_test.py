@@ -34,12 +34,12 @@ class StockClient(unittest.TestCase):
         self.process.stdin.flush()
         self.assertEqual(self.process.stdout.readline(), "ok\n")
 
-    def subscribe(self, mode, target):
+    def subscribe(self, list_mode, target, **fields):
         request = gnmi_pb2.SubscribeRequest()
-        request.subscribe.mode = mode
+        request.subscribe.mode = list_mode
         request.subscribe.encoding = gnmi_pb2.PROTO
         request.subscribe.prefix.target = target
-        request.subscribe.subscription.add()
+        request.subscribe.subscription.add(**fields)
         call = self.channel.stream_stream(
             "/gnmi.gNMI/Subscribe",
             request_serializer=gnmi_pb2.SubscribeRequest.SerializeToString,
@@ -73,6 +73,27 @@ class StockClient(unittest.TestCase):
         self.assertEqual(delete.prefix.target, "r")
         self.assertFalse(delete.atomic)
         self.assertGreater(delete.timestamp, update.timestamp)
+        stream.cancel()
+
+    def test_samples_come_again_with_a_later_stamp_and_before_the_delete(self):
+        self.order("set 1 red")
+        stream = self.subscribe(gnmi_pb2.SubscriptionList.STREAM, "r", mode=gnmi_pb2.SAMPLE,
+                                sample_interval=30 * 10**9)
+        first = [next(stream) for _ in range(3)]
+        self.assertTrue(first[-1].sync_response)
+        stamp = first[0].update.timestamp
+        for _ in range(2):
+            self.order("ahead 30")
+            beast, zoo = next(stream).update, next(stream).update
+            self.assertEqual(text(beast.prefix), "/zoo[name=main]/beasts/beast[index=1]")
+            self.assertEqual(beast.update, first[0].update.update)
+            self.assertEqual(beast.prefix, first[0].update.prefix)
+            self.assertGreater(beast.timestamp, stamp + 29 * 10**9)
+            self.assertTrue(beast.atomic)
+            self.assertEqual(text(zoo.prefix), "/zoo[name=main]")
+            stamp = beast.timestamp
+        self.order("erase 1")
+        self.assertGreater(next(stream).update.timestamp, stamp)
         stream.cancel()
 
     def get(self, *paths, **fields):
