@@ -36,14 +36,21 @@ gnmi::SubscribeRequest subscription(const GnmiStream::Request& request) {
     list.set_mode(request.once ? gnmi::SubscriptionList::ONCE : gnmi::SubscriptionList::STREAM);
     list.set_encoding(gnmi::PROTO);
     list.mutable_prefix()->set_origin(request.paths.empty() ? "" : request.paths[0].origin());
-    const auto mode = request.serverChooses ? gnmi::TARGET_DEFINED : gnmi::ON_CHANGE;
-    for (const gnmi::Path& path : request.paths) {
+    const auto add = [&]() -> gnmi::Subscription& {
         gnmi::Subscription& entry = *list.add_subscription();
-        entry.set_mode(mode);
-        *entry.mutable_path() = path;
-        entry.mutable_path()->clear_origin();
+        entry.set_mode(request.serverChooses ? gnmi::TARGET_DEFINED : gnmi::ON_CHANGE);
+        if (request.sample) {
+            entry.set_mode(gnmi::SAMPLE);
+            entry.set_sample_interval(static_cast<std::uint64_t>(request.sample->count()));
+        }
+        return entry;
+    };
+    for (const gnmi::Path& path : request.paths) {
+        gnmi::Path& mine = *add().mutable_path();
+        mine = path;
+        mine.clear_origin();
     }
-    if (request.paths.empty()) { list.add_subscription()->set_mode(mode); }
+    if (request.paths.empty()) { add(); }
     return message;
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,8 @@ public:
         bool once = false;              ///< else STREAM
         /// Each leaf when the server thinks fit (counters now and then), else on change.
         bool serverChooses = false;
+        /// Each leaf once such an interval in place of that; zero: as short as the server allows.
+        std::optional<std::chrono::nanoseconds> sample;
         std::chrono::milliseconds connectTime{5000};
         /// For the first answer: what a server has to show is on its way by then.
         std::chrono::milliseconds answerTime{std::chrono::minutes{1}};

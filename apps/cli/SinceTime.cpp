@@ -9,7 +9,7 @@ namespace Pel::Cli {
 namespace {
 
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
-constexpr std::int64_t kLongestAge = 3650LL * 24 * 3600;  // seconds
+constexpr std::int64_t kLongest = 3650LL * 24 * 3600;  // seconds
 
 /// The digits the text begins with, which are taken off it. Nullopt without any.
 std::optional<std::int64_t> takeNumber(std::string_view& text) {
@@ -41,22 +41,24 @@ std::optional<std::int64_t> fraction(std::string_view text) {
 
 }  // namespace
 
+std::optional<std::chrono::seconds> timeSpan(std::string_view text) {
+    const auto number = takeNumber(text);
+    const std::int64_t unit = number ? secondsOf(text) : 0;
+    if (unit == 0 || *number > kLongest / unit) { return std::nullopt; }
+    return std::chrono::seconds{*number * unit};
+}
+
 std::optional<std::int64_t> sinceTime(std::string_view text,
                                       std::chrono::system_clock::time_point now) {
-    std::string_view rest = text;
-    if (const auto number = takeNumber(rest)) {
-        const std::int64_t unit = secondsOf(rest);
-        if (unit != 0) {
-            if (*number > kLongestAge / unit) { return std::nullopt; }
-            return std::chrono::nanoseconds{now.time_since_epoch()}.count() -
-                   *number * unit * kNanoseconds;
-        }
+    if (const auto age = timeSpan(text)) {
+        return std::chrono::nanoseconds{now.time_since_epoch()}.count() -
+               age->count() * kNanoseconds;
     }
     std::tm parts{};
     const std::string whole{text};
     const char* const end = ::strptime(whole.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
     if (end == nullptr || parts.tm_year > 300) { return std::nullopt; }
-    rest = end;
+    std::string_view rest = end;
     if (rest.ends_with('Z')) { rest.remove_suffix(1); }
     const auto nanoseconds = fraction(rest);
     if (!nanoseconds) { return std::nullopt; }

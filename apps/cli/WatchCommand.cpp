@@ -151,6 +151,7 @@ int WatchCommand::run(const Options& options) {
     request.server = options.server;
     request.once = options.once;
     request.callTime = options.timeout;
+    request.sample = options.sample;
     std::string error;
     for (const std::string& text : options.paths) {
         gnmi::Path path;

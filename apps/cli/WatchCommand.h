@@ -20,6 +20,9 @@ public:
         /// Counters and their rates at the end of each interval of this length, in place of what
         /// comes.
         std::optional<std::chrono::milliseconds> rates;
+        /// Each value once an interval of this length; zero: of the shortest that the server has.
+        /// Nothing: when it changes.
+        std::optional<std::chrono::seconds> sample;
     };
     /// An ExitCode. Ended by its user or for want of a reader it is done.
     static int run(const Options& options);

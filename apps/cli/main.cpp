@@ -65,6 +65,7 @@ private:
     int waitSeconds_ = 660;
     int watchSeconds_ = 60;
     std::string ratesSeconds_;
+    std::string sample_;
     std::string value_;
     std::vector<std::string> files_;
     int code_ = kDone;
@@ -154,7 +155,18 @@ void CommandLine::addWatch() {
                   "so many seconds (1 to 86400)")
         ->check(CLI::Range(1, 86'400).description(""))
         ->excludes(once);
+    watch
+        .add_option("--sample",
+                    sample_,
+                    "Each value once an interval (10s, 5m, 1h; 0s: the server's shortest), changed "
+                    "or not, in place of when it changes")
+        ->check([](const std::string& text) -> std::string {
+            return timeSpan(text) ? "" : "'" + text + "' is no time span (10s, 5m, 1h)";
+        })
+        ->type_name("SPAN")
+        ->excludes(once);
     watch.callback([this] {
+        if (!sample_.empty()) { watch_.sample = timeSpan(sample_); }
         watch_.timeout = std::chrono::seconds{watchSeconds_};
         if (!ratesSeconds_.empty()) {
             watch_.rates = std::chrono::seconds{std::stoi(ratesSeconds_)};

@@ -150,6 +150,25 @@ TEST_F(Watch, ForRatesTheServerChoosesWhenItSendsACounter) {
     EXPECT_EQ(list.subscription(1).mode(), gnmi::TARGET_DEFINED);
 }
 
+TEST_F(Watch, ASampleIsAskedForWithItsInterval) {
+    server.endStreams();
+    for (const auto& [span, nanoseconds] : std::map<std::string, std::uint64_t>{
+             {"10s", 10'000'000'000}, {"2m", 120'000'000'000}, {"0s", 0}}) {
+        PelProcess pel{watch({"--sample", span, "--rates", "/a", "/b"})};
+        pel.rest();
+        const gnmi::SubscriptionList list = server.request().subscribe();
+        ASSERT_EQ(list.subscription_size(), 2) << span;
+        for (const gnmi::Subscription& each : list.subscription()) {
+            EXPECT_EQ(each.mode(), gnmi::SAMPLE) << span;
+            EXPECT_EQ(each.sample_interval(), nanoseconds) << span;
+        }
+    }
+    for (const char* const nonsense : {"10", "10ms", "s", "-1s"}) {
+        PelProcess pel{watch({std::string{"--sample="} + nonsense})};
+        EXPECT_EQ(pel.end(), kUsage) << nonsense;
+    }
+}
+
 TEST_F(Watch, EachIntervalEndsWithWhatCameInIt) {
     server.say(update(kPackets, 1000, 100));
     server.say(synced());
