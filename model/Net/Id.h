@@ -11,10 +11,16 @@
 
 namespace Nexo {
 
+/// What one type of id offers besides, as static functions: specialised beside its alias.
+template <class Tag>
+struct IdFunctions {
+    friend constexpr auto operator<=>(const IdFunctions&, const IdFunctions&) = default;
+};
+
 /// A number with a type of its own, so that one identity cannot be passed for another. Ordered,
 /// hashable; 0 is none. Its bytes as a key are big-endian.
 template <class Tag, class Number = std::uint64_t>
-class Id {
+class Id : public IdFunctions<Tag> {
 public:
     constexpr Id() = default;
     constexpr explicit Id(Number value) : value_{value} {}

@@ -200,6 +200,31 @@ TEST(TunnelIds, TheBitsFrom12UpSayWhetherItIsIpInIp) {
     EXPECT_FALSE(TunnelId{0x38000}.isIpInIp());
 }
 
+TEST(FecIds, OfIpInIpTunnelsBecomeTunnelIdsAndBack) {
+    using Pel::FecId;
+    using Pel::FecKind;
+    using Pel::makeFecId;
+    for (const std::uint32_t number : {0U, 1U, 0xFFFU}) {
+        const FecId tunnel = makeFecId(FecKind::ipInIpTunnel, number);
+        EXPECT_EQ(FecId::fecIdToTunnelId(tunnel), TunnelId{0x18000 + number});
+        EXPECT_EQ(FecId::tunnelIdToFecId(TunnelId{0x18000 + number}), tunnel);
+    }
+    EXPECT_EQ(FecId::fecIdToTunnelId(makeFecId(FecKind::ipInIpTunnel, 0xABC'D123)),
+              TunnelId{0x18123});
+}
+
+TEST(FecIds, AllOthersAreTunnelNumberZeroAndNothingRaises) {
+    using Pel::FecId;
+    for (unsigned kind = 0; kind < 256; ++kind) {
+        if (kind == 2) { continue; }
+        const FecId fecId = Pel::makeFecId(static_cast<Pel::FecKind>(kind), UINT64_MAX);
+        EXPECT_EQ(FecId::fecIdToTunnelId(fecId), TunnelId{}) << kind;
+    }
+    for (const std::uint32_t other : {0U, 1U, 0x17FFFU, 0x19000U, TunnelId::maxValue}) {
+        EXPECT_EQ(FecId::tunnelIdToFecId(TunnelId{other}), FecId{}) << other;
+    }
+}
+
 TEST(CounterIndexes, AreTwoWords) {
     using FlexCounters::CounterIndex;
     const CounterIndex index{0x0001'8007'0000'0009U};
