@@ -62,7 +62,7 @@ bool EntityManager::completeMounts() {
 }
 
 MountGroup::MountGroup(EntityManager& entityManager, Mounter& mounter)
-    : entityManager_{entityManager}, mounter_{mounter} {}
+    : entityManager_{entityManager}, mounter_{&mounter} {}
 
 MountGroup::~MountGroup() = default;
 
@@ -81,11 +81,12 @@ void MountGroup::close(bool /*reserved*/,
 }
 
 void MountGroup::complete() {
+    if (mounter_ == nullptr) { return; }
     MountStatus status = mountSuccess_;
     for (const auto& [path, type, mode] : std::exchange(wanted_, {})) {
         if (!entityManager_.mirror(path).mountIs(path, type, mode)) { status = mountFailure_; }
     }
-    mounter_.doMountsComplete(status, Vel::Ref<EntityManager>{&entityManager_});
+    mounter_->doMountsComplete(status, Vel::Ref<EntityManager>{&entityManager_});
 }
 
 }  // namespace Hubdb

@@ -94,7 +94,7 @@ private:
 
 /// State-database paths to be mounted together. Closed, it lives until its mounts are complete;
 /// what it mounted stays mounted as long as the entity manager. A manager that dies first never
-/// calls the mounter.
+/// calls the mounter; a mounter that dies first cancels.
 ///
 /// Modes: "r" the entity; "ri" the directory with its immediate children; "rD" the directory with
 /// all below it, children that come and go included. A change of a child counts as a change of its
@@ -113,6 +113,8 @@ public:
     /// Mounts, and has doMountsComplete called on the scheduler once all are done; never inside
     /// this call. The arguments are reserved: false, an empty text and no duration.
     void close(bool reserved, const std::string& reservedText, Kiln::Duration reservedDuration);
+    /// The mounter is not called any more.
+    void cancel() { mounter_ = nullptr; }
 
 private:
     friend class EntityManager;
@@ -123,7 +125,7 @@ private:
     };
     void complete();
     EntityManager& entityManager_;
-    Mounter& mounter_;
+    Mounter* mounter_;  // null: nobody waits any more
     std::vector<Wanted> wanted_;
 };
 

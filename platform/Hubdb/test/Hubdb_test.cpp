@@ -103,6 +103,19 @@ protected:
     NotingMounter mounter;
 };
 
+TEST_F(HubdbTest, AMounterThatCancelsIsNotToldAndTheOthersAre) {
+    start();
+    NotingMounter leaving;
+    const Vel::Ref<MountGroup> group = manager->mountGroup(leaving);
+    group->mount("a", kType, "r");
+    group->close(false, "", Kiln::Duration{});
+    close({{"b", kType, "r"}});
+    group->cancel();
+    settle();
+    EXPECT_THAT(leaving.statuses, IsEmpty());
+    EXPECT_THAT(mounter.statuses, ElementsAre(mountSuccess_));
+}
+
 TEST_F(HubdbTest, MountsCompleteOnTheSchedulerNeverInsideTheCall) {
     publish("a", "v=1");
     start();
