@@ -1,24 +1,12 @@
 #include "PelOpenConfig/PelAftExportRootSm.h"
 
+#include "PelOpenConfig/ReleaseSm.h"
 #include "platform/Blink/Trace.h"
 #include "platform/Stash/Set.h"
 
 BLINK_TRACE_HANDLE("PelAftExportRootSm");
 
 namespace Pel::Oc {
-namespace {
-
-/// Switches the machine off, has it clean up, and drops it. What it deletes may have somebody ask
-/// for the same again: it is let go of first.
-template <class Machine>
-void release(Vel::Ref<Machine>& machine) {
-    const Vel::Ref<Machine> going = std::exchange(machine, nullptr);
-    if (!going) { return; }
-    going->hasNotificationActiveIs(false);
-    going->handleCleanup();
-}
-
-}  // namespace
 
 AftExportRootSm::AftExportRootSm(
     Vel::Ref<const Tolo::Config> toloConfig,

@@ -80,6 +80,7 @@ void NexthopMapperSm::handleInitialized() {
         onVlanVni_ =
             vxlanVtiStatusDir_->onVlanVni().subscribe(this, &NexthopMapperSm::handleVlanVni);
     }
+    subscribeToCounters();
     nextHopSet_->pendingAre([this](OcApi::NextHopIndex index) {
         const Stash::OcNextHopIndex nhId{index.value()};
         return backlogMayDraw(nhId) ||
@@ -92,9 +93,26 @@ void NexthopMapperSm::handleInitialized() {
 void NexthopMapperSm::handleStashReady() {
     TRACE9("StashMountGroup ready: {}", stashMountGroup_->ready());
     if (!stashMountGroup_->ready() || !flattenFecSet_) { return; }
+    backlogAddEveryNextHop();
+    scheduleWalk();
+}
+
+void NexthopMapperSm::backlogAddEveryNextHop() {
     backlogAddAll(
         [set = flattenFecSet_](const auto& after) { return set->nextHop().nextKey(after); });
-    scheduleWalk();
+    const auto addLeftOvers = [this](const auto& container) {
+        if (container->size() == 0) { return; }
+        backlogAddAll([container](const std::optional<Stash::OcNextHopIndex>& after) {
+            const auto index = container->nextKey(
+                after ? std::optional{OcApi::NextHopIndex{after->value()}} : std::nullopt);
+            return index ? std::optional{Stash::OcNextHopIndex{index->value()}} : std::nullopt;
+        });
+    };
+    addLeftOvers(nextHopSet_);
+    addLeftOvers(nextHopCounterSet_);
+    if (nhCounters_.size() > 0) {
+        backlogAddAll([this](const auto& after) { return nhCounters_.nextKey(after); });
+    }
 }
 
 void NexthopMapperSm::handleNextHop(const Stash::OcNextHopIndex& nhId) {
@@ -124,14 +142,17 @@ void NexthopMapperSm::backlogProcessElem(const Stash::OcNextHopIndex& nhId) {
     const OcApi::NextHopIndex index{nhId.value()};
     if (!flattenFecSet_->nextHop().has(nhId)) {
         vxlanInfoDel(nhId);
+        deleteFromOcNextHopCountersMap(nhId, true);
         nextHopCounterSet_->nextHopCounterDel(index);
+        nhCounters_.del(nhId);
         const bool hadEntry = nextHopSet_->nextHop(index) != nullptr;
         nextHopSet_->nextHopDel(index);
         if (!hadEntry) { nextHopSet_->processedIs(index); }
         TRACE7("Deleted");
         return;
     }
-    const auto from = read(nhId);
+    const auto entry = flattenFecSet_->nextHop().entry(nhId);
+    const auto from = entry ? read(*entry) : nullptr;  // none: its bytes do not verify
     if (!from) {
         TRACE5("Nexthop null");
         nextHopSet_->processedIs(index);
@@ -151,6 +172,8 @@ void NexthopMapperSm::backlogProcessElem(const Stash::OcNextHopIndex& nhId) {
     TRACE7("Adding the encapHeaders to the next hop object");
     if (toggleOCNextHopAftVxlanEncapHeaderEnabled()) { vxlanIs(*from, nhId, to); }
     nextHopSet_->nextHopIs(std::move(to));
+    setOcNextHopCounters(nhId);
+    addToOcNextHopCountersMap(entry->nhgId, entry->nhgEntryId, nhId);
     TRACE7("Added");
 }
 
@@ -237,10 +260,9 @@ void NexthopMapperSm::elementFailed(const Stash::OcNextHopIndex& nhId) {
     nextHopSet_->processedIs(OcApi::NextHopIndex{nhId.value()});
 }
 
-Vel::Ref<const Stash::FlattenFecNextHop> NexthopMapperSm::read(Stash::OcNextHopIndex nhId) const {
-    const auto entry = flattenFecSet_->nextHop().entry(nhId);
-    if (!entry) { return nullptr; }  // its bytes do not verify
-    return destashNextHop(entry->nextHopDedupedRawPtr(),
+Vel::Ref<const Stash::FlattenFecNextHop> NexthopMapperSm::read(
+    const FlattenNextHopEntry& entry) const {
+    return destashNextHop(entry.nextHopDedupedRawPtr(),
                           stashMountGroup_->storeManager(),
                           anchorValidatorCtx_->nhAv());
 }
@@ -271,12 +293,7 @@ void NexthopMapperSm::handleCleanup() {
     TRACE9("Cleanup");
     Kiln::freeInSlices(scheduler(), nextHopSet_->nextHopDelAll());
     countersMapDelAll();
-}
-
-void NexthopMapperSm::countersMapDelAll() {
-    pelOcNextHopCountersMap_->pickToOcNextHopIdsDelAll();
-    pelOcNextHopCountersMap_->nhgeckToOcNextHopIdDelAll();
-    pelOcNextHopCountersMap_->ocNextHopIdToPickAndNhgeckDelAll();
+    Kiln::freeInSlices(scheduler(), nhCounters_.delAll());
 }
 
 }  // namespace Pel::Oc

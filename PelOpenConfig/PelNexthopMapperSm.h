@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PelOpenConfig/PelAnchorValidatorContext.h"
+#include "PelOpenConfig/PelNexthopCounters.h"
 #include "PelOpenConfig/PelNexthopVxlanIndexes.h"
 #include "PelOpenConfig/PelNexthopVxlanRequeue.h"
 #include "PelOpenConfig/PelOcFecExportData.h"
@@ -39,15 +40,20 @@ bool toggleOCNHGContentStreamingTtlTosEnabled();
 ///   flattenFecSetReadyStatus fecReady        handleFecReady         fecReadyState.nhReady = true
 ///   vxlanVtiStatusDir VTEP address           handleVtepAddrChange   the VTI's in the backlog
 ///   vxlanVtiStatusDir VNI of a VLAN          handleVlanVniMapChange the VTI's on the VLAN, too
-///   walk "NexthopMapperSmTask", priority 3   backlogProcessElem     nextHopSet, nextHopCounterSet
+///   counterKeyTable entry                    handleCounterKeyTableUpdate      counters map
+///   counterKeyTable present                  handleCounterKeyTablePresent     every next hop in
+///                                                                             the backlog
+///   pelOcFecExportData nhCountersUpdate      handleNextHopCountersUpdate      nextHopCounterSet
+///   walk "NexthopMapperSmTask", priority 3   backlogProcessElem     nextHopSet, nextHopCounterSet,
+///                                                                   counters map
 ///   owner lets go                            handleCleanup          nextHopSet, counters map empty
 ///
 /// Encapsulation headers and the VXLAN indexes are steps of the mapping of an element, in files of
-/// their own. A VXLAN next hop is in the indexes as it is exported.
+/// their own, and so are the counters. A VXLAN next hop is in the indexes as it is exported.
 ///
 /// nhReady rises at the first moment when the set is complete and all of it has been mapped; it
 /// never falls here. The only writer of nextHopSet. Inputs that the host could not find are null
-/// and read as empty. PENDING.md has what is not built yet.
+/// and read as empty.
 ///
 /// A next hop whose element ends without a change of its entry (it cannot be read, its label stack
 /// is too deep, or it left before it was mapped) is told as processed, so that a group does not
@@ -77,9 +83,26 @@ public:
     /// The next hops get into the backlog a few at a time, as the walk comes to them.
     void handleVtepAddrChange(const Nexo::IntfId& vti, Nexo::V4V6 family);
     void handleVlanVniMapChange(const Nexo::IntfId& vti, Nexo::ExtendedVlanId vlan);
-    /// Empties what this machine wrote; its owner calls it when it lets go.
+    /// The counter of an entry of a group is another one, or is none any more.
+    void handleCounterKeyTableUpdate(const NexthopGroupEntryCounterKey& nhgeck);
+    /// Entries that were there when the table came are not told one by one.
+    void handleCounterKeyTablePresent();
+    /// Takes counters of any next hop; of one that is not exported they wait for it.
+    void handleNextHopCountersUpdate(NhCounters counters);
+    /// Empties what this machine wrote, but for the counters of next hops; its owner calls it when
+    /// it lets go.
     void handleCleanup();
 
+    /// Links a next hop to the counter of the entry of a group that it is.
+    void addToOcNextHopCountersMap(NexthopGroupId nhgId,
+                                   NexthopGroupEntryIndex entryId,
+                                   Stash::OcNextHopIndex nhId);
+    /// Takes a next hop's links out, with the flag also the one from its entry of a group.
+    void deleteFromOcNextHopCountersMap(Stash::OcNextHopIndex nhId, bool withNhgeck);
+    /// Shows what is known of a next hop's counters, if it is exported.
+    void setOcNextHopCounters(Stash::OcNextHopIndex nhId);
+
+    const NexthopCounters& nhCounters() const { return nhCounters_; }
     const NexthopVxlanIndexes& vxlanIndexes() const { return vxlanIndexes_; }
 
 private:
@@ -88,7 +111,7 @@ private:
     void walkEnded() override;
 
     /// Null when the next hop cannot be read now.
-    Vel::Ref<const Stash::FlattenFecNextHop> read(Stash::OcNextHopIndex nhId) const;
+    Vel::Ref<const Stash::FlattenFecNextHop> read(const FlattenNextHopEntry& entry) const;
     /// All but the network instances. Raises a Vel::RangeError for a label stack that is too deep.
     OcApi::NextHop build(OcApi::NextHopIndex index, const Stash::FlattenFecNextHop& from) const;
     /// The VRF's name, nothing for VRF id 0. False when the id is not known.
@@ -102,7 +125,17 @@ private:
     void vxlanInfoDel(Stash::OcNextHopIndex nhId);
     void handleVlanVni(const Nexo::IntfId& vti, std::uint32_t vlan);
     void requeueIs(const VxlanChange& change);
+    /// All that are in the set, and what is left of others that went while nobody listened.
+    void backlogAddEveryNextHop();
+    /// Makes the entry of a group the next hop's own: whatever else either of the two was linked to
+    /// is so no longer.
+    void nhgeckIs(const NexthopGroupEntryCounterKey& nhgeck, Stash::OcNextHopIndex nhId);
+    /// The next hop has no counter of its own any more.
+    void counterDel(Stash::OcNextHopIndex nhId);
+    /// Shows counters, unless their next hop is not exported.
+    bool countersShown(const NhCounters& counters);
     void countersMapDelAll();
+    void subscribeToCounters();
 
     Vel::Ref<Stash::MountGroup> stashMountGroup_;
     Vel::Ref<const FlattenFecSet> flattenFecSet_;
@@ -116,6 +149,9 @@ private:
     Vel::Ref<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable> counterKeyTable_;
     Vel::Ref<const Vxlan::VtiStatusDir> vxlanVtiStatusDir_;
     Vel::Ref<Vrf::VrfIdMap::Status> vrfIdMap_;
+    NexthopCounters nhCounters_;
+    /// Next hops in nhgeckToOcNextHopId whose entry of a group has no counter.
+    absl::btree_map<Stash::OcNextHopIndex, NexthopGroupEntryCounterKey> uncounted_;
     NexthopVxlanIndexes vxlanIndexes_;
     NexthopVxlanRequeue vxlanRequeue_{vxlanIndexes_};
     Vel::Subscription onStashReady_;
@@ -123,6 +159,9 @@ private:
     Vel::Subscription onFecReady_;
     Vel::Subscription onVtepAddr_;
     Vel::Subscription onVlanVni_;
+    Vel::Subscription onCounterKey_;
+    Vel::Subscription onCounterKeysPresent_;
+    Vel::Subscription onNhCounters_;
 };
 
 /// Takes the constructor's arguments.

@@ -46,7 +46,9 @@ Gale::ExtraProvider fibRouteProvider(const Vel::Ref<Mesa::EntityManager>& tables
 
 Agent::Agent(const std::string& name) : AgentBase{name} {}
 
-Agent::~Agent() = default;
+Agent::~Agent() {
+    if (hubdbMountGroup_) { hubdbMountGroup_->cancel(); }
+}
 
 void Agent::doInit() {
     if (std::getenv("BLINK_DISABLE") == nullptr) { traceFileIs(); }
@@ -105,6 +107,14 @@ void Agent::doMountsComplete(Hubdb::MountStatus status,
     createServerObjects(entityManager);
     pelOcFecExportData_ = Vel::make<PelOcFecExportData>();
     startAftExportRootSm();
+    countersMapperStatusManagerSm_ = countersMapperStatusManagerSmFactory(entityManager,
+                                                                          scheduler(),
+                                                                          stashMountGroup_,
+                                                                          flattenFecSet_,
+                                                                          pelOcFecExportData_,
+                                                                          toloConfig_,
+                                                                          anchorValidatorCtx_,
+                                                                          pelOcNextHopCountersMap_);
     createStreamServer(entityManager);
     cmdRequestDirSm()->absenceIs({});
 }
@@ -273,6 +283,9 @@ StatusInputs Agent::statusInputs() const {
             .fibReadyDir = allVrfGatedFibReadyDir_,
             .exportDir = outputs ? outputs->entity<Vel::Dir>(kExportDirName) : nullptr,
             .vrfs = vrfTables_,
+            .counters = countersMapperStatusManagerSm_
+                            ? countersMapperStatusManagerSm_->countersMapperSm()
+                            : nullptr,
             .tables = sharedMemoryEntityManager()};
 }
 

@@ -7,6 +7,7 @@
 #include "PelOpenConfig/DecapGroupConfigMergeSm.h"
 #include "PelOpenConfig/NexthopGroupCliDynamicConfigUdpDestPortMergeSm.h"
 #include "PelOpenConfig/PelAftExportRootSm.h"
+#include "PelOpenConfig/PelCountersMapperStatusManagerSm.h"
 #include "PelOpenConfig/PelNexthopGuePortSm.h"
 #include "PelOpenConfig/PelOpenConfigCliHelper.h"
 #include "PelOpenConfig/PelVrfTables.h"
@@ -74,6 +75,9 @@ public:
         return asyncShowCommandAnchor_;
     }
     const Vel::Ref<CliHelper>& cliHelper() const { return cliHelper_; }
+    const Vel::Ref<CountersMapperStatusManagerSm>& countersMapperStatusManagerSm() const {
+        return countersMapperStatusManagerSm_;
+    }
     const Vel::Ref<Gale::RunnabilitySm>& galeRunnabilitySm() const { return galeRunnabilitySm_; }
 
 private:
@@ -118,6 +122,7 @@ private:
     Vel::Ref<AgentHost::AsyncShowCommandAnchor> asyncShowCommandAnchor_;
     Vel::Ref<CliHelper> cliHelper_;
     std::vector<std::string> showCommands_;  // registered
+    Vel::Ref<CountersMapperStatusManagerSm> countersMapperStatusManagerSm_;
     Vel::Ref<Vel::Dir> runnabilityDir_;
     Vel::Ref<Gale::RunnabilitySm> galeRunnabilitySm_;
     Lmo::SmControl lumoControl_;

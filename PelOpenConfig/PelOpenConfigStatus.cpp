@@ -206,9 +206,11 @@ void Status::printEntries(CliPrinter& to, const RouteCounts& routes) const {
     printCounts(to, "IPv6        ", "ipv6Prefixes", routes.ipv6, count(Paths::ipv6Entries));
     to.endLine();
     to.closeDict();
+    printCounters(to);
     const std::uint64_t unmapped =
         (root.nextHopMapperSm() ? root.nextHopMapperSm()->failedElements() : 0) +
-        (root.nextHopGroupMapperSm() ? root.nextHopGroupMapperSm()->failedElements() : 0);
+        (root.nextHopGroupMapperSm() ? root.nextHopGroupMapperSm()->failedElements() : 0) +
+        (inputs_.counters ? inputs_.counters->failedElements() : 0);
     const std::uint64_t unencoded = shown == nullptr ? 0 : shown->provider.failed;
     to.number({}, "mappingsFailed", unmapped);
     to.number({}, "encodingsFailed", unencoded);
@@ -217,6 +219,17 @@ void Status::printEntries(CliPrinter& to, const RouteCounts& routes) const {
         to.text(" since the start: pel trace says which");
         to.endLine();
     }
+    to.closeDict();
+}
+
+/// For machines only: what clients are shown of counters goes with the next hops.
+void Status::printCounters(CliPrinter& to) const {
+    const auto& mapper = inputs_.exportRoot->nextHopMapperSm();
+    to.openDict({}, "nextHopCounters");
+    to.number({}, "held", inputs_.aft->nextHopCounters()->size());
+    to.number({}, "waitForNextHop", mapper ? mapper->nhCounters().size() : 0);
+    to.number(
+        {}, "tunnelsWithoutWeight", inputs_.counters ? inputs_.counters->unweightedSprays() : 0);
     to.closeDict();
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "PelOpenConfig/PelAftExportRootSm.h"
+#include "PelOpenConfig/PelCountersMapperSm.h"
 #include "PelOpenConfig/PelVrfTables.h"
 #include "platform/AgentHost/CliPrinter.h"
 #include "platform/Gale/ServiceStatus.h"
@@ -22,6 +23,7 @@ struct StatusInputs {
     Vel::Ref<const Vel::Dir> fibReadyDir;  ///< GatedReady::FibReady by VRF
     Vel::Ref<Vel::Dir> exportDir;          ///< holds "stateSynced", once the export was on
     Vel::Ref<VrfTables> vrfs;
+    Vel::Ref<CountersMapperSm> counters;
     Vel::Ref<Mesa::EntityManager> tables;
 };
 
@@ -44,6 +46,7 @@ private:
     template <class Mapper>
     std::string waitsFor(const Vel::Ref<Mapper>& mapper) const;
     void printEntries(AgentHost::CliPrinter& to, const RouteCounts& routes) const;
+    void printCounters(AgentHost::CliPrinter& to) const;
     void printWaiting(AgentHost::CliPrinter& to) const;
     /// Null when the view is not served.
     const Gale::ViewStatus* view(std::string_view origin) const;

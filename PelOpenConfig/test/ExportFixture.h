@@ -46,7 +46,11 @@ protected:
         nextHopIs(id, nextHop);
     }
     void nextHopContentIs(std::uint64_t id, const std::string& content) {
-        nextHops.set(nh(id), {nh(id), NexthopGroupId{1}, NexthopGroupEntryIndex{0}, {}}, content);
+        nextHops.set(nh(id), {nh(id), nhgeck(id).nhgId, nhgeck(id).entryId, {}}, content);
+    }
+    /// The entry of a group that a next hop is, unless a test says otherwise.
+    static NexthopGroupEntryCounterKey nhgeck(std::uint64_t id) {
+        return {NexthopGroupId{1}, NexthopGroupEntryIndex{static_cast<std::uint32_t>(id)}};
     }
     void nextHopDel(std::uint64_t id) { nextHops.erase(nh(id)); }
 

@@ -12,10 +12,13 @@ namespace Pel::Oc {
 /// A next-hop mapper over the producer's store, made by start().
 class MapperFixture : public ExportFixture {
 protected:
+    using CounterKeyTable = Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable;
     MapperFixture() {
         Mesa::MountGroup group{mesa};
         group.mount(Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType);
+        group.mount(CounterKeyTable::kPath, CounterKeyTable::kType);
         group.close();
+        counterKeyTable = mesa->entity<CounterKeyTable>(CounterKeyTable::kPath);
         vrfIdMap = mesa->entity<Vrf::VrfIdMap::Status>(Vrf::VrfIdMap::Status::kPath);
         onProcessed = nextHopSet->onProcessed().subscribe(
             [this](const OcApi::NextHopIndex& id) { processed.push_back(id.value()); });
@@ -35,7 +38,7 @@ protected:
                                 pelOcFecExportData,
                                 anchorValidatorCtx,
                                 pelOcNextHopCountersMap,
-                                nullptr,
+                                counterKeyTable,
                                 vxlanVtiStatusDir,
                                 vrfIdMap);
     }
@@ -47,6 +50,11 @@ protected:
             *writer, Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType};
         table.set(Vrf::VrfId{id}, {Vrf::VrfName{name}});
     }
+    /// The counter of an entry of a group. The table comes with its first row.
+    void counterKeyIs(const NexthopGroupEntryCounterKey& key, std::uint64_t counterIndex) {
+        counterKeys().set(key, {counterIndex});
+    }
+    void counterKeyDel(const NexthopGroupEntryCounterKey& key) { counterKeys().erase(key); }
     std::vector<std::string> texts() const { return traces.texts("PelNexthopMapperSm"); }
     /// Replaces the status of all VXLAN tunnel interfaces.
     void vtisAre(const Vxlan::VtiStatusDirRecord& record) {
@@ -58,9 +66,16 @@ protected:
         Vel::make<OcApi::NextHopCountersContainer>("nextHopCounters");
     Vel::Ref<Vxlan::VtiStatusDir> vxlanVtiStatusDir = Vel::make<Vxlan::VtiStatusDir>("vxlan");
     Vel::Ref<Vrf::VrfIdMap::Status> vrfIdMap;
+    Vel::Ref<CounterKeyTable> counterKeyTable;
     Vel::Ref<NexthopMapperSm> sut;
     std::vector<std::uint64_t> processed;
     Vel::Subscription onProcessed;
+
+private:
+    Mesa::TablePublisher<NexthopGroupEntryCounterKey, Routing::NexthopGroup::CounterKeyEntry>
+    counterKeys() {
+        return {*writer, CounterKeyTable::kPath, CounterKeyTable::kType};
+    }
 };
 
 }  // namespace Pel::Oc

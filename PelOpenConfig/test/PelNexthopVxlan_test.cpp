@@ -97,7 +97,8 @@ TEST_P(NexthopVxlan, OneVxlanHeaderAtIndex0WhateverTheOrderHolds) {
               at("Adding the encapHeaders to the next hop object"));
     EXPECT_EQ(at("Adding the encapHeaders to the next hop object") + 1,
               at("VxLAN Encap to process, VLAN: 100, VTI: vxlan1"));
-    EXPECT_EQ(at("VxLAN Encap to process, VLAN: 100, VTI: vxlan1") + 1, at("Added"));
+    EXPECT_EQ(at("VxLAN Encap to process, VLAN: 100, VTI: vxlan1") + 1,
+              at("nextHopId 7 with nhgId 1, entryId 7 to add to map"));
 }
 
 TEST_P(NexthopVxlan, AVxlanNextHopIsIndexedByVtiAndVlan) {
@@ -280,6 +281,7 @@ TEST_P(NexthopVxlan, DeletingTheLastNextHopOfAVtiRemovesItsEntry) {
                             "nhId to process 3",
                             "Detected VxLAN Encap info to remove from supporting collections: "
                             "nhID: 3, VTI ID: vxlan2, VLAN ID: 100",
+                            "nextHopId 3 not present in map",
                             "Deleted",
                             "FlattenFecSet fecReady: false"));
     EXPECT_THAT(overVti("vxlan2"), IsEmpty());

@@ -103,7 +103,7 @@ TEST(CountersMap, CollectionsFindOrCreateAndDelete) {
     const auto pick = PelOcNextHopCountersMap::Pick::indexAndTypeToPick(17, 2);
     sut->pickToOcNextHopIdsIs(pick).ocNextHopIdSetIs(Stash::OcNextHopIndex{9});
     sut->pickToOcNextHopIdsIs(pick).ocNextHopIdSetIs(Stash::OcNextHopIndex{7});
-    EXPECT_THAT(sut->pickToOcNextHopIds().find(pick)->ocNextHopIdSet(),
+    EXPECT_THAT(sut->pickToOcNextHopIds().find(pick)->ocNextHopIdSet().ids(),
                 ElementsAre(Stash::OcNextHopIndex{7}, Stash::OcNextHopIndex{9}));
     sut->pickToOcNextHopIdsIs(pick).ocNextHopIdSetDel(Stash::OcNextHopIndex{7});
     EXPECT_EQ(sut->pickToOcNextHopIds().find(pick)->ocNextHopIdSet().size(), 1U);

@@ -1,5 +1,6 @@
 #include "PelOpenConfig/PelOpenConfigAgent.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 
@@ -36,8 +37,8 @@ TEST_F(AgentFixture, TheStartUpIsTracedInItsOrder) {
             order.push_back(message.handle + "." + message.function + ": " + message.text);
         }
     }
-    ASSERT_GE(order.size(), 13U);
-    order.resize(13);
+    ASSERT_GE(order.size(), 16U);
+    order.resize(16);
     EXPECT_THAT(order,
                 ElementsAre("PelOpenConfigAgent.doInit: Mounting Hubdb",
                             "PelOpenConfigAgent.doMountsComplete: Hubdb Mounts Completed",
@@ -52,6 +53,10 @@ TEST_F(AgentFixture, TheStartUpIsTracedInItsOrder) {
                             "PelNexthopGroupMapperSm.handleInitialized: Starting",
                             "PelStateSyncedSm.handleInitialized: addressFamily: ipv4",
                             "PelStateSyncedSm.handleInitialized: addressFamily: ipv6",
+                            "PelCountersMapperStatusManagerSm.handleInitialized: Handle init",
+                            "PelCountersMapperStatusManagerSm.mountMesaTable: Start mounting",
+                            "PelCountersMapperStatusManagerSm.mountMesa: Mount the mesa "
+                            "flexCounters/counterTable/Nexthop/4294967295 table",
                             "PelOpenConfigAgent.createStreamServer: Create the stream server"));
 }
 
@@ -86,6 +91,32 @@ TEST_F(AgentFixture, TheShowCommandsAreThereFromTheStartToTheStop) {
     }
     agent->doStop();
     EXPECT_THAT(commands->commands(), ElementsAre());
+}
+
+TEST_F(AgentFixture, TheCountersMapperLivesWhetherTheExportIsOnOrOff) {
+    start();
+    ASSERT_FALSE(sut().aftExportRootSm()->smsInitialized());
+    ASSERT_NE(sut().countersMapperStatusManagerSm(), nullptr);
+    const auto mapper = sut().countersMapperStatusManagerSm()->countersMapperSm();
+    ASSERT_NE(mapper, nullptr);
+    configure(true);
+    settleAfterASecond();
+    agent->doReinitialize();
+    EXPECT_TRUE(sut().aftExportRootSm()->smsInitialized());
+    EXPECT_EQ(sut().countersMapperStatusManagerSm()->countersMapperSm(), mapper);
+}
+
+TEST_F(AgentFixture, LetGoOfBeforeItsMountsAreCompleteItIsNeverTold) {
+    create();
+    agent->doInit();
+    agent->doStop();
+    agent->doCleanup();
+    agent = nullptr;
+    settleAfterASecond();
+    const auto messages = ring();
+    EXPECT_TRUE(std::none_of(messages.begin(), messages.end(), [](const Blink::Message& message) {
+        return message.text == "Hubdb Mounts Completed";
+    }));
 }
 
 TEST_F(AgentFixture, TheNotifyTaskGroupHasItsNamePriorityAndEnforcement) {

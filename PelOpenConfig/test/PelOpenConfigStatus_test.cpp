@@ -171,6 +171,29 @@ TEST_F(StatusTest, EntriesAreCountedAsTheyAreHeldAndAsTheyAreShown) {
     EXPECT_EQ(json()["entries"]["ipv4Prefixes"]["shown"], 3);
 }
 
+TEST_F(StatusTest, CountersAreCountedForMachines) {
+    configure(true);
+    start();
+    fecIs();
+    Stash::FlattenFec unweighted;
+    unweighted.nextHopIs({Stash::OcNextHopIndex{41}, 0});
+    const FecId tunnel = makeFecId(FecKind::ipInIpTunnel, 5);
+    fecs.set(
+        tunnel, {{}, 0, true, false}, Stash::RecordCodec<Stash::FlattenFec>::encode(unweighted));
+    using FlexCounters::CounterTable;
+    Mesa::TablePublisher<FlexCounters::CounterIndex, FlexCounters::MesaFlexCounter>{
+        *writer, CounterTable::kPath, CounterTable::kType}
+        .set(FlexCounters::makeCounterIndex(FecId::fecIdToTunnelId(tunnel)), {1, 1});
+    publish();
+    for (const std::uint64_t id : {41U, 42U}) {
+        sut().pelOcFecExportData()->passTheNhCountersUpdate({Stash::OcNextHopIndex{id}, 1, 2});
+    }
+    const auto said = json()["entries"]["nextHopCounters"];
+    EXPECT_EQ(said["held"], 1);
+    EXPECT_EQ(said["waitForNextHop"], 1);
+    EXPECT_GE(said["tunnelsWithoutWeight"], 1);
+}
+
 TEST_F(StatusTest, AVrfSaysWhatItHasAndWhatIsMissing) {
     configure(true);
     start();
