@@ -37,13 +37,13 @@ PublishedExport::PublishedExport(std::uint64_t nextHops, FillNextHop fill, std::
     publishFecs(fecs);
 
     reader_ = Vel::make<Store::Reader>(scheduler, options_);
-    const auto mesa = Vel::make<Mesa::EntityManager>(reader_);
-    mountGroup = Vel::make<Stash::MountGroup>(mesa, Vel::make<Stash::Manager>(reader_), "stash");
+    tables = Vel::make<Mesa::EntityManager>(reader_);
+    mountGroup = Vel::make<Stash::MountGroup>(tables, Vel::make<Stash::Manager>(reader_), "stash");
     mountGroup->mount(FlattenFecSet::kPath,
                       FlattenFecSet::kType,
                       {Mesa::TableKind::stashSet, {"fec", "nextHop"}});
     mountGroup->close();
-    set = mesa->entity<FlattenFecSet>(FlattenFecSet::kPath);
+    set = tables->entity<FlattenFecSet>(FlattenFecSet::kPath);
     scheduler->runUntilIdle();
     context = anchorValidatorContextFactory(set);
 }

@@ -39,6 +39,9 @@ public:
     ThreadTimeClock clock;
     Vel::Ref<Kiln::TaskScheduler> scheduler =
         Vel::make<Kiln::TaskScheduler>(clock, std::make_unique<Kiln::YieldByTime>());
+    /// The producer's side of the store.
+    Store::Writer& writer() { return *writer_; }
+    Vel::Ref<Mesa::EntityManager> tables;
     Vel::Ref<Stash::MountGroup> mountGroup;
     Vel::Ref<FlattenFecSet> set;
     Vel::Ref<AnchorValidatorContext> context;
