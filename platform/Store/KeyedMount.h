@@ -141,7 +141,7 @@ private:
         error.rethrow();
     }
     std::optional<Key> decode(std::string_view bytes) {
-        const auto key = KeyCodec<Key>::decode(bytes);
+        auto key = KeyCodec<Key>::decode(bytes);
         if (!key) { ++badKeys_; }
         return key;
     }
