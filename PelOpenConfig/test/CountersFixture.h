@@ -91,6 +91,10 @@ protected:
     const OcApi::NextHopCounter* shown(std::uint64_t id) const {
         return nextHopCounterSet->nextHopCounter(OcApi::NextHopIndex{id});
     }
+    /// 0: none are shown.
+    std::uint64_t packets(std::uint64_t id) const {
+        return shown(id) == nullptr ? 0 : shown(id)->packetsForwarded;
+    }
     std::vector<std::string> counterTexts() const { return traces.texts("PelCountersMapperSm"); }
 
     Vel::Ref<CounterTable> counterTable;

@@ -338,6 +338,7 @@ TEST_P(NexthopCountersMap, CountersOfANextHopWhoseCounterIsNotKnownAreShownAndTa
     nextHopIs(7, "eth9");
     publish();
     EXPECT_EQ(shown(7), "none");
+    ASSERT_NE(sut->nhCounters().find(nh(7)), nullptr);
     EXPECT_EQ(sut->nhCounters().find(nh(7))->packetsForwarded, 5U);
     counterKeyIs(nhgeck(7), 70);
     nextHopIs(7, "eth10");
@@ -371,8 +372,11 @@ TEST_P(NexthopCountersMap, CountersBetweenTheNextHopsDeletionAndItsWalkGoWithIt)
     countersAre(7, 1, 2);
     nextHopDel(7);
     commit();
-    const auto left = flattenFecSet->nextHop().onKey().subscribe(
-        [this](const Stash::OcNextHopIndex&) { countersAre(7, 3, 4); });
+    const auto left =
+        flattenFecSet->nextHop().onKey().subscribe([this](const Stash::OcNextHopIndex&) {
+            countersAre(7, 3, 4);
+            EXPECT_EQ(shown(7), "1/2") << "it is not in the set any more";
+        });
     settleAfterASecond();
     EXPECT_EQ(shown(7), "none");
     EXPECT_EQ(sut->nhCounters().size(), 0U);
@@ -414,6 +418,17 @@ TEST_P(NexthopCountersMap, WhatIsLeftOfNextHopsThatWentUnseenGoes) {
     EXPECT_EQ(nextHopCounterSet->size(), 0U);
     EXPECT_EQ(nextHopSet->size(), 1U);
     EXPECT_EQ(traces.count("nhId to process 6"), 1U);
+}
+
+TEST_P(NexthopCountersMap, CountersOfNextHopsThatAreNotInTheSetDoNotOutliveTheStash) {
+    publish();
+    start();
+    settle();
+    countersAre(7, 1, 2);
+    ASSERT_EQ(sut->nhCounters().size(), 1U);
+    sut->handleStashReady();
+    settle();
+    EXPECT_EQ(sut->nhCounters().size(), 0U);
 }
 
 TEST_P(NexthopCountersMap, CleanupEmptiesTheMapAndASwitchedOffMachineTakesNothingIn) {
