@@ -246,13 +246,15 @@ std::optional<std::string_view> Writer::get(TableId table, std::string_view key)
 }
 
 void Writer::forEach(TableId table,
-                     const std::function<bool(std::string_view, std::string_view)>& visit) {
+                     const std::function<bool(std::string_view, std::string_view)>& visit,
+                     std::string_view from) {
     if (!begin()) { return; }
-    RecordKey first{table, {}};
+    RecordKey first{table, from};
     MDB_val key = first.value();
     MDB_val data{};
+    const std::string_view prefix = viewOf(first.value()).substr(0, kTableBytes);
     int code = mdb_cursor_get(transaction_->records, &key, &data, MDB_SET_RANGE);
-    while (code == 0 && viewOf(key).starts_with(viewOf(first.value()))) {
+    while (code == 0 && viewOf(key).starts_with(prefix)) {
         const auto record = recordOf(data);
         if (record && !visit(viewOf(key).substr(kTableBytes), record->value)) { return; }
         code = mdb_cursor_get(transaction_->records, &key, &data, MDB_NEXT);

@@ -51,10 +51,11 @@ public:
 
     /// Reads inside the transaction; the view holds until the next operation.
     std::optional<std::string_view> get(TableId table, std::string_view key);
-    /// Visits all records of a table in key order; the visitor must not write, and answers whether
-    /// to go on.
+    /// Visits the records of a table in key order, from the first at or behind `from`; the visitor
+    /// must not write, and answers whether to go on.
     void forEach(TableId table,
-                 const std::function<bool(std::string_view key, std::string_view value)>& visit);
+                 const std::function<bool(std::string_view key, std::string_view value)>& visit,
+                 std::string_view from = {});
 
     /// Records changed (tables included) since the last commit.
     std::size_t pending() const { return pending_; }

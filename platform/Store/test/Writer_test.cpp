@@ -53,6 +53,27 @@ TEST_F(WriterTest, ForEachStopsWhenToldTo) {
     EXPECT_THAT(seen, ElementsAre("1", "2"));
 }
 
+TEST_F(WriterTest, ForEachBeginsAtTheKeyOrBehindIt) {
+    auto writer = makeWriter();
+    const TableId a = writer->tableIs("a", "t", TableKind::table);
+    const TableId b = writer->tableIs("b", "t", TableKind::table);
+    for (const char* key : {"1", "3", "5"}) { writer->put(a, key, ""); }
+    writer->put(b, "7", "of another table");
+    const auto from = [&](std::string_view key) {
+        Strings seen;
+        const auto visit = [&](std::string_view found, std::string_view) {
+            seen.emplace_back(found);
+            return true;
+        };
+        writer->forEach(a, visit, key);
+        return seen;
+    };
+    EXPECT_THAT(from("3"), ElementsAre("3", "5"));
+    EXPECT_THAT(from("4"), ElementsAre("5"));
+    EXPECT_THAT(from("6"), ElementsAre());
+    EXPECT_THAT(from(""), ElementsAre("1", "3", "5"));
+}
+
 TEST_F(WriterTest, ValuesOfAnySizeReplaceEachOther) {
     auto writer = makeWriter();
     const TableId a = writer->tableIs("a", "t", TableKind::table);
