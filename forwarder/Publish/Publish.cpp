@@ -72,9 +72,12 @@ bool Publish::writeSome() {
     std::size_t next = done_;
     while (next < end && !commit_.full()) { write(next++); }
     if (!commit_.commit(next - done_)) {
+        // The pages that the one before let go of can be had now. But once only, or it never ends.
         stuck_ = true;
-        return false;
+        if (repeatable_) { commit_.repeatAtOnce(); }
+        return std::exchange(repeatable_, false);
     }
+    repeatable_ = stuck_;
     done_ = next;
     return true;
 }

@@ -47,6 +47,9 @@ public:
     /// When run() wants to be called next though nothing has changed: after a failure.
     std::optional<Kiln::TimePoint> wakeAt() const { return commit_.wakeAt(); }
 
+    /// Where it publishes; after open(), between calls of run().
+    FlatStore& store() { return *store_; }
+
     /// Everything has been published once, and said to be ready.
     bool ready() const { return ready_; }
     /// Why publishing stands still; "" when it does not.
@@ -64,13 +67,14 @@ private:
     RetryingCommit commit_;
     unsigned cellId_;
     std::unique_ptr<FlatStore> store_;
-    FlatDiff diff_;          // being written
-    FlatDiff rest_;          // of what was joined: after it
-    std::size_t done_ = 0;   // elements of it that are committed
-    bool stuck_ = false;     // a transaction of it has failed
-    bool joined_ = false;    // and what makes room has been put first
-    bool more_ = true;       // Flatten has more
-    bool readyDue_ = false;  // VRFs came, or nothing was ever said
+    FlatDiff diff_;            // being written
+    FlatDiff rest_;            // of what was joined: after it
+    std::size_t done_ = 0;     // elements of it that are committed
+    bool stuck_ = false;       // a transaction of it has failed
+    bool repeatable_ = false;  // and the last one since then has not
+    bool joined_ = false;      // and what makes room has been put first
+    bool more_ = true;         // Flatten has more
+    bool readyDue_ = false;    // VRFs came, or nothing was ever said
     bool ready_ = false;
 };
 

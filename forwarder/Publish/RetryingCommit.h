@@ -29,8 +29,10 @@ public:
 
     /// Whether the transaction has no room for one more element.
     bool full() const;
-    /// Ends the transaction, which held so many elements. False when it failed.
+    /// Ends the transaction, which held so many elements; one that only read is not counted. False when it failed.
     bool commit(std::size_t elements);
+    /// The transaction that has just failed may be repeated without waiting.
+    void repeatAtOnce() { wakeAt_.reset(); }
     /// Whether a failure is too recent to try again.
     bool mustWait();
     std::optional<Kiln::TimePoint> wakeAt() const { return wakeAt_; }
