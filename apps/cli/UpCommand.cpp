@@ -141,6 +141,10 @@ std::string UpCommand::startChildren() {
     } else {
         forwarder.insert(forwarder.end(), {"scenario", "--scenario", options_.scenario.string()});
     }
+    if (options_.counterSeconds) {
+        forwarder.insert(forwarder.end(),
+                         {"--counter-interval", std::to_string(*options_.counterSeconds)});
+    }
     if (std::string problem = forwarder_.start(forwarder); !problem.empty()) { return problem; }
     std::vector<std::string> agent{(here / "pel-agentd").string(),
                                    "--root",

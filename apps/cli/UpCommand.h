@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "apps/cli/ChildProcess.h"
@@ -20,6 +21,8 @@ public:
         std::string listen;
         std::filesystem::path plugin;    ///< empty: the one beside this program
         std::filesystem::path scenario;  ///< empty: this machine's own state
+        std::optional<unsigned>
+            counterSeconds;              ///< from poll to poll; none: the forwarder's default
         bool once = false;               ///< end after the summary
         std::chrono::seconds wait{660};  ///< for the first export; state-synced may take 600 s
         bool clearTextAnywhere = false;

@@ -122,6 +122,10 @@ void CommandLine::addUp() {
         ->capture_default_str();
     up.add_option("--plugin", up_.plugin, "The agent (default: the one beside this program)")
         ->type_name("FILE");
+    up.add_option("--counter-interval",
+                  up_.counterSeconds,
+                  "How often the kernel's counters are read, in seconds; 0: never (default: 10)")
+        ->check(CLI::Range(0U, 86'400U));
     up.add_flag("--once", up_.once, "End after the summary of the first export");
     up.add_option("--wait", waitSeconds_, "How long the first export may take, in seconds")
         ->check(CLI::Range(1, 86'400))

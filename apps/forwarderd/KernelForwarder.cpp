@@ -1,5 +1,6 @@
 #include "apps/forwarderd/KernelForwarder.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/AgentHost/StandardStreams.h"
@@ -7,7 +8,8 @@
 namespace Pel::Forwarder {
 namespace {
 
-// The kernel's socket overruns when nobody reads it; writing can wait.
+// The kernel's socket overruns when nobody reads it; writing can wait. Counters take turns with it:
+// below it they would never be written while routes keep changing.
 constexpr Kiln::TaskPriority kSourcePriority = 3;
 constexpr Kiln::TaskPriority kPublishPriority = 4;
 
@@ -15,17 +17,28 @@ constexpr Kiln::TaskPriority kPublishPriority = 4;
 
 KernelForwarder::KernelForwarder(Vel::Ref<Kiln::TaskScheduler> scheduler,
                                  std::shared_ptr<Store::Environment> store,
-                                 unsigned cellId)
+                                 unsigned cellId,
+                                 Kiln::Duration counterInterval)
     : scheduler_{std::move(scheduler)},
       writer_{std::move(store)},
       kernel_{fib_, scheduler_->clock()},
       publish_{flatten_, writer_, scheduler_->clock(), cellId},
       source_{scheduler_, "KernelSource", kSourcePriority, [this] { return follow(); }},
-      publisher_{scheduler_, "Publish", kPublishPriority, [this] { return write(); }} {}
+      publisher_{scheduler_, "Publish", kPublishPriority, [this] { return write(); }},
+      counters_{scheduler_, "Counters", kPublishPriority, [this] { return count(); }} {
+    if (counterInterval > Kiln::Duration{}) {
+        kernelCounters_.emplace(memberCounters_, scheduler_->clock(), counterInterval);
+    }
+}
 
 std::string KernelForwarder::start() {
     if (std::string problem = publish_.open(); !problem.empty()) { return problem; }
     if (std::string problem = kernel_.open(); !problem.empty()) { return problem; }
+    if (kernelCounters_) {
+        if (std::string problem = kernelCounters_->open(); !problem.empty()) { return problem; }
+        counterWatch_ =
+            scheduler_->watchReadable(kernelCounters_->fd(), [this] { counters_.schedule(); });
+    }
     watch_ = scheduler_->watchReadable(kernel_.fd(), [this] { source_.schedule(); });
     source_.schedule();
     return {};
@@ -46,7 +59,22 @@ bool KernelForwarder::write() {
     if (const auto wake = publish_.wakeAt()) {
         publisher_.scheduleAfter(*wake - scheduler_->clock().now());
     }
+    if (publish_.ready() && !counterPublish_) {
+        counterPublish_.emplace(memberCounters_, publish_.store(), writer_, scheduler_->clock());
+        counters_.schedule();
+    }
     return more;
+}
+
+bool KernelForwarder::count() {
+    if (!counterPublish_) { return false; }
+    const auto mustYield = [this] { return scheduler_->mustYield(); };
+    if (kernelCounters_ && kernelCounters_->run(mustYield)) { return true; }
+    if (counterPublish_->run(mustYield)) { return true; }
+    Kiln::TimePoint wake = counterPublish_->wakeAt();
+    if (kernelCounters_) { wake = std::min(wake, kernelCounters_->wakeAt().value_or(wake)); }
+    counters_.scheduleAfter(wake - scheduler_->clock().now());
+    return false;
 }
 
 void KernelForwarder::tellFailure() {

@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <string>
@@ -21,6 +22,7 @@ namespace {
 struct Arguments {
     AgentHost::HostConfig config;
     std::string source = "kernel";
+    unsigned counterInterval = Pel::Forwarder::kDefaultCounterSeconds;
     Pel::Forwarder::ScenarioOptions scenario;
 };
 
@@ -62,7 +64,8 @@ int forward(const Arguments& arguments) {
             scheduler, std::move(store), std::move(scenario), cellId, tell};
         return runUntilStopped(feed, *scheduler);
     }
-    Pel::Forwarder::KernelForwarder forwarder{scheduler, std::move(store), cellId};
+    Pel::Forwarder::KernelForwarder forwarder{
+        scheduler, std::move(store), cellId, std::chrono::seconds{arguments.counterInterval}};
     return runUntilStopped(forwarder, *scheduler);
 }
 
@@ -77,11 +80,16 @@ int run(int count, char** values) {
         ->capture_default_str();
     app.add_option("--scenario", arguments.scenario.file, "File that --source scenario plays")
         ->type_name("FILE");
-    app.add_option(
-        "--generate",
-        arguments.scenario.generate,
-        "What --source scenario makes up: next-hops=N groups=M routes=R churn=C/s seed=S");
+    app.add_option("--generate",
+                   arguments.scenario.generate,
+                   "What --source scenario makes up: next-hops=N groups=M routes=R churn=C/s "
+                   "seed=S counters=R");
     app.add_option("--cell", arguments.config.cellId, "Cell whose readiness is told")
+        ->capture_default_str();
+    app.add_option("--counter-interval",
+                   arguments.counterInterval,
+                   "How often the kernel's counters are read, in seconds; 0: never")
+        ->check(CLI::Range(0U, 86'400U))
         ->capture_default_str();
     Pel::CommandTree::addManualOption(app);
     try {

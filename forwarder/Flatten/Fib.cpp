@@ -329,6 +329,11 @@ bool Fib::members(FecId id, std::vector<FecMember>& out) const {
     return true;
 }
 
+AdjacencyId Fib::adjacencyOf(std::uint32_t nexthopId) const {
+    const auto at = nexthops_.find(nexthopId);
+    return at == nexthops_.end() ? kNoAdjacency : at->second.adjacency;
+}
+
 // Routes
 
 void Fib::routeChanged(const RouteRef& ref) {

@@ -110,6 +110,7 @@ public:
     FibChanges& changes() { return changes_; }
     FanOut<std::uint32_t>& groupsOf() { return groupsOf_; }
     AdjacencyTable& adjacencies() { return adjacencies_; }
+    const AdjacencyTable& adjacencies() const { return adjacencies_; }
     RouteStore& routes() { return routes_; }
 
     const Link* link(std::uint32_t ifindex) const;
@@ -130,6 +131,8 @@ public:
     AdjacencyState adjacencyState(const AdjacencyKey& key) const;
     /// Whether the source has the FEC; then its members, in the source's order.
     bool members(FecId id, std::vector<FecMember>& out) const;
+    /// Where a nexthop object leads; kNoAdjacency of a group, a blackhole, or one that is not there.
+    AdjacencyId adjacencyOf(std::uint32_t nexthopId) const;
     std::size_t nexthopCount() const { return nexthops_.size(); }
     std::size_t neighbourCount() const { return neighbours_.size(); }
 

@@ -47,10 +47,19 @@ struct VniRange {
     bool operator==(const VniRange&) const = default;
 };
 
+/// What a VXLAN device has sent with one VNI of its filter, since the VNI came into it.
+struct VniCount {
+    std::uint32_t vni = 0;
+    std::uint64_t packets = 0;
+    std::uint64_t octets = 0;
+    bool operator==(const VniCount&) const = default;
+};
+
 /// VNIs that come into, or leave, the filter of a VXLAN device.
 struct VniFilter {
     std::uint32_t ifindex = 0;
     std::vector<VniRange> ranges;
+    std::vector<VniCount> counts = {};  ///< only in answers that carry statistics
 };
 
 struct VlanVni {

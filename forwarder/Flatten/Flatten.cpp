@@ -561,6 +561,15 @@ void Flatten::deleteIdleFecs(FlatDiff& diff, std::size_t& budget) {
     }
 }
 
+OcNextHopNumber Flatten::nextHopOf(FecId id, AdjacencyId adjacency) const {
+    const auto fec = fecs_.find(id);
+    if (fec == fecs_.end() || adjacency == kNoAdjacency) { return 0; }
+    for (const Slot& slot : fec->second.slots) {
+        if (slot.adjacency == adjacency) { return slot.published ? slot.index : 0; }
+    }
+    return 0;
+}
+
 bool Flatten::visible(const FecMember& member) {
     Adjacency& adjacency = adjacencies_[member.adjacency];
     if (adjacency.version == 0) {

@@ -64,6 +64,13 @@ public:
     /// it is deleted.
     bool collect(FlatDiff& diff, std::size_t budget);
 
+    /// The published next hop that the FEC has for an adjacency; 0 none.
+    OcNextHopNumber nextHopOf(FecId id, AdjacencyId adjacency) const;
+    /// How many next hops name the VNI on a VXLAN device, in FECs of whatever kind.
+    std::size_t nextHopsOf(std::uint32_t vtiIfindex, std::uint32_t vni) const {
+        return vtis_.nextHopsOf(vtiIfindex, vni);
+    }
+
     std::size_t publishedFecs() const { return fecs_.size(); }
     std::size_t publishedRoutes() const { return routeCount_; }
     /// Routes that cannot be published because the source has not told their FEC.

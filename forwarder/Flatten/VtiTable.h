@@ -58,6 +58,11 @@ public:
 
     /// The tunnel interface that an adjacency leaves by; null: none.
     const Link* deviceOf(const AdjacencyKey& key) const;
+    /// How many next hops name the VNI.
+    std::size_t nextHopsOf(std::uint32_t ifindex, std::uint32_t vni) const {
+        const auto at = namedVnis_.find({ifindex, vni});
+        return at == namedVnis_.end() ? 0 : at->second;
+    }
     /// What it says of the VXLAN header; `device` is that of the adjacency.
     Stash::VxlanEncap encapOf(const AdjacencyKey& key, const Link& device) const;
 

@@ -2,6 +2,7 @@
 
 #include <linux/if_link.h>
 #include <linux/netlink.h>
+#include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -28,6 +29,9 @@ constexpr int kGroups[] = {
 // VNI filters; the distribution's headers do not have them.
 constexpr int kTunnelGroup = 35;
 constexpr std::uint32_t kWithVlanRanges = 4;  // RTEXT_FILTER_BRVLAN_COMPRESSED
+constexpr std::uint16_t kNexthopOptions = 14;
+constexpr std::uint32_t kWithCounts = 3;                // in software and in hardware
+constexpr std::byte kTunnelsWithCounts = std::byte{1};  // in the fixed header
 
 /// Length of the fixed header of a GET message. All begin with the family, and a kernel that is not
 /// strict takes the longest for any of them, others do not.
@@ -52,7 +56,7 @@ NetlinkSocket::~NetlinkSocket() {
     if (fd_ >= 0) { close(fd_); }
 }
 
-std::string NetlinkSocket::open() {
+std::string NetlinkSocket::open(Use use) {
     if (fd_ >= 0) { close(fd_); }
     fd_ = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
     if (fd_ < 0) { return std::string{"netlink socket: "} + std::strerror(errno); }
@@ -65,7 +69,9 @@ std::string NetlinkSocket::open() {
         return std::string{"netlink bind: "} + std::strerror(errno);
     }
     port_ = address.nl_pid;
-    if (!subscribe()) { return std::string{"netlink subscription: "} + std::strerror(errno); }
+    if (use == Use::Listen && !subscribe()) {
+        return std::string{"netlink subscription: "} + std::strerror(errno);
+    }
     return {};
 }
 
@@ -84,30 +90,54 @@ void NetlinkSocket::enlargeReceiveBuffer() const {
     setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
 }
 
-bool NetlinkSocket::requestDump(std::uint16_t type, std::uint8_t family, std::uint32_t sequence) {
-    struct {
-        nlmsghdr header;
-        std::byte rest[sizeof(ifinfomsg) + sizeof(rtattr) + sizeof(std::uint32_t)];
-    } request{};
-    const std::size_t fixed = fixedHeader(type);
-    std::size_t length = NLMSG_LENGTH(fixed);
-    if (type == RTM_GETLINK && family == AF_BRIDGE) {  // else the ports come without their VLANs
-        const rtattr attribute{sizeof(rtattr) + sizeof kWithVlanRanges, IFLA_EXT_MASK};
-        std::memcpy(request.rest + fixed, &attribute, sizeof attribute);
-        std::memcpy(
-            request.rest + fixed + sizeof attribute, &kWithVlanRanges, sizeof kWithVlanRanges);
-        length += attribute.rta_len;
+/// A GET message as it is built: the fixed header begins with the family, attributes follow it.
+struct NetlinkSocket::Request {
+    explicit Request(std::uint16_t type) : length{NLMSG_LENGTH(fixedHeader(type))} {}
+    std::byte& fixed(std::size_t at) { return reinterpret_cast<std::byte*>(&header + 1)[at]; }
+    void put(std::uint16_t type, const void* value, std::size_t size) {
+        const rtattr attribute{static_cast<unsigned short>(sizeof(rtattr) + size), type};
+        std::byte* const to = &fixed(length - sizeof(nlmsghdr));
+        std::memcpy(to, &attribute, sizeof attribute);
+        if (size > 0) { std::memcpy(to + sizeof attribute, value, size); }
+        length += attribute.rta_len;  // sizes are multiples of four
     }
-    request.header.nlmsg_len = static_cast<std::uint32_t>(length);
+
+    nlmsghdr header{};
+    std::byte rest[64]{};
+    std::size_t length;
+};
+
+bool NetlinkSocket::requestDump(std::uint16_t type, std::uint8_t family, std::uint32_t sequence) {
+    Request request{type};
+    request.fixed(0) = static_cast<std::byte>(family);
+    if (type == RTM_GETLINK && family == AF_BRIDGE) {  // else the ports come without their VLANs
+        request.put(IFLA_EXT_MASK, &kWithVlanRanges, sizeof kWithVlanRanges);
+    }
+    return send(request, type, sequence);
+}
+
+bool NetlinkSocket::requestCounts(std::uint16_t type, std::uint32_t sequence) {
+    Request request{type};
+    if (type == kGetTunnel) {
+        request.fixed(0) = static_cast<std::byte>(AF_BRIDGE);
+        request.fixed(1) = kTunnelsWithCounts;
+    } else {
+        request.put(NHA_GROUPS, nullptr, 0);  // single nexthops are not counted
+        request.put(kNexthopOptions, &kWithCounts, sizeof kWithCounts);
+    }
+    return send(request, type, sequence);
+}
+
+bool NetlinkSocket::send(Request& request, std::uint16_t type, std::uint32_t sequence) {
+    request.header.nlmsg_len = static_cast<std::uint32_t>(request.length);
     request.header.nlmsg_type = type;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request.header.nlmsg_seq = sequence;
-    request.rest[0] = static_cast<std::byte>(family);
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;
     const ssize_t sent = sendto(fd_,
-                                &request,
-                                request.header.nlmsg_len,
+                                &request.header,
+                                request.length,
                                 0,
                                 reinterpret_cast<const sockaddr*>(&kernel),
                                 sizeof kernel);

@@ -42,6 +42,9 @@ constexpr std::uint16_t kMaxVlan = 4094;
 constexpr std::uint16_t kNewTunnel = 120;
 constexpr std::uint16_t kDelTunnel = 121;
 constexpr std::uint16_t kVniEntry = 1;
+constexpr std::uint16_t kVniStatistics = 5;
+constexpr std::uint16_t kVniSentOctets = 5;
+constexpr std::uint16_t kVniSentPackets = 6;
 constexpr std::uint16_t kEncapMpls = 1;
 constexpr std::uint16_t kEncapIp = 2;
 constexpr std::uint16_t kEncapIp6 = 4;
@@ -208,7 +211,13 @@ std::optional<VniFilter> decodeVniFilter(Bytes payload) {
         const auto first = values.value<std::uint32_t>(1, 0);
         const VniRange range{first, values.value<std::uint32_t>(2, first)};
         const bool valid = range.first > 0 && range.first <= range.last && range.last <= kMaxVni;
-        if (valid) { filter.ranges.push_back(range); }
+        if (!valid) { continue; }
+        filter.ranges.push_back(range);
+        // Of one VNI each: the kernel puts VNIs with statistics into no range.
+        if (!values.has(kVniStatistics) || range.first != range.last) { continue; }
+        const AttributeTable counts{values[kVniStatistics]};
+        filter.counts.push_back(
+            {range.first, counts.number(kVniSentPackets), counts.number(kVniSentOctets)});
     }
     if (entries.broken()) { return std::nullopt; }
     return filter;

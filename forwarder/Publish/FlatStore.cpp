@@ -80,6 +80,7 @@ FlatStore::FlatStore(Store::Writer& writer, unsigned cellId)
                 collectionPath(FlattenFecSet::kNextHopCollection),
                 FlattenFecSet::kNextHopType},
       counterKeys_{writer, CounterKeyTable::kPath, CounterKeyTable::kType},
+      counters_{writer},
       vrfMap_{writer, Vrf::VrfIdMap::Status::kPath, Vrf::VrfIdMap::Status::kType},
       state_{writer},
       contentTable_{
@@ -88,7 +89,8 @@ FlatStore::FlatStore(Store::Writer& writer, unsigned cellId)
 
 bool FlatStore::valid() const {
     return contents_.valid() && fecs_.valid() && nextHops_.valid() && counterKeys_.valid() &&
-           vrfMap_.valid() && state_.valid() && contentTable_ != 0 && identity_ != 0;
+           counters_.valid() && vrfMap_.valid() && state_.valid() && contentTable_ != 0 &&
+           identity_ != 0;
 }
 
 std::string FlatStore::sourceIs(std::string_view source) {
@@ -256,7 +258,11 @@ void FlatStore::nextHopIs(FlattenNextHopEntry entry, std::string_view content) {
     const bool sameSlot = present && slot == counterKey(*present);
     if (present && !sameSlot) { counterKeyDel(*present); }
     // The counter key first: whoever hears of the next hop finds it.
-    if (entry.nhgId) { counterKeys_.set(slot, CounterKeyEntry{entry.index.value()}); }
+    if (entry.nhgId) {
+        counterKeys_.set(slot, CounterKeyEntry{entry.index.value()});
+    } else if (present && present->nhgId) {
+        counters_.erase(StoredCounters::Index{entry.index.value()});
+    }
     if (sameSlot && holds(present->handle, content)) { return; }
     nextHops_.set(entry.index, entry, content);
 }
@@ -313,6 +319,7 @@ void FlatStore::routeDel(const std::string& vrf, const Nexo::IpPrefix& prefix) {
 
 void FlatStore::fecDel(FecId id) {
     fecs_.erase(id);
+    if (const auto counter = tunnelCounter(id)) { counters_.erase(*counter); }
 }
 
 std::optional<FlattenNextHopEntry> FlatStore::nextHop(Stash::OcNextHopIndex index) {
@@ -327,6 +334,7 @@ void FlatStore::nextHopDel(OcNextHopNumber index) {
     const Stash::OcNextHopIndex key{index};
     const auto entry = nextHop(key);
     nextHops_.erase(key);
+    counters_.erase(StoredCounters::Index{index});
     if (entry) { counterKeyDel(*entry); }
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "forwarder/Flatten/Flatten.h"
+#include "forwarder/Publish/StoredCounters.h"
 #include "model/Counters/NexthopGroupEntryToCounterKeyTable.h"
 #include "model/Fec/FlattenFecEntry.h"
 #include "model/Fec/FlattenNextHopEntry.h"
@@ -32,7 +33,8 @@ namespace Pel::Forwarder {
 /// Nothing is remembered here that a failed transaction would have to take back: names and slots are looked up in the
 /// store.
 ///
-/// A next hop's counter index is its own number: from 1 upward, never given twice within a store, below 2^48.
+/// A next hop's counter index is its own number: from 1 upward, never given twice within a store, below 2^48. A counter goes with its
+/// next hop, and when that is in no group any more; a tunnel's goes with its FEC.
 class FlatStore {
 public:
     static constexpr std::size_t kRecordsPerCall = 16;
@@ -86,6 +88,9 @@ public:
     /// Nullopt: the VRF waits for nobody, there is no such record.
     void fibReadyIs(const std::string& vrf, std::optional<bool> ready);
 
+    /// Whoever sets a counter sees to it that what is counted is there.
+    StoredCounters& counters() { return counters_; }
+
     // What the store holds, to compare it with; also what does not verify. A visitor must not write.
 
     OcNextHopNumber firstFreeIndex();
@@ -127,6 +132,7 @@ private:
     Stash::CollectionPublisher<Stash::OcNextHopIndex, FlattenNextHopEntry> nextHops_;
     Mesa::TablePublisher<NexthopGroupEntryCounterKey, Routing::NexthopGroup::CounterKeyEntry>
         counterKeys_;
+    StoredCounters counters_;
     Mesa::TablePublisher<Vrf::VrfId, Vrf::VrfIdMap::Entry> vrfMap_;
     Hubdb::Publisher state_;
     Store::TableId contentTable_;  // for reading back

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <compare>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "model/Counters/CounterIndex.h"
 #include "model/Fec/FecId.h"
 #include "model/Fec/FlattenFecEntry.h"
 #include "model/Fec/FlattenNextHopEntry.h"
@@ -56,6 +58,19 @@ struct RouteItem {
     Mesa::FibRoute route;
 };
 
+/// A counter, and how it goes on. What is not given stays as it is; a source gives both before it publishes.
+struct CounterItem {
+    FlexCounters::CounterIndex index;
+    std::optional<std::uint64_t> packets;
+    std::optional<std::uint64_t> octets;
+    std::uint64_t packetRate = 0;  ///< a second
+    std::uint64_t octetRate = 0;
+    std::uint64_t wrap = 0;  ///< where both begin at 0 again; 0: at 2^64
+};
+
+struct CounterDel {
+    FlexCounters::CounterIndex index;
+};
 struct RouteDel {
     RouteKey key;
 };
@@ -87,6 +102,8 @@ using Change = std::variant<VrfItem,
                             NextHopItem,
                             FecItem,
                             RouteItem,
+                            CounterItem,
+                            CounterDel,
                             RouteDel,
                             FecDel,
                             NextHopDel,

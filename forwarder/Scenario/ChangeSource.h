@@ -29,6 +29,7 @@ public:
     virtual bool hasVrf(const std::string& name) const = 0;
     virtual bool hasNextHop(Stash::OcNextHopIndex index) const = 0;
     virtual bool hasFec(Pel::FecId id) const = 0;
+    virtual bool hasCounter(FlexCounters::CounterIndex index) const = 0;
     virtual bool hasRoute(const RouteKey& key) const = 0;
     virtual bool hasUdpPorts(const std::string& source) const = 0;
     virtual bool hasDecapGroups(const std::string& source) const = 0;

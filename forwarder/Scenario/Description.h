@@ -77,6 +77,23 @@ struct DescribedRoute {
     OriginProtocol origin = OriginProtocol::unset;
 };
 
+/// What a counter counts: a next hop, by its name, or a tunnel, or nothing that is known: a number as it is.
+struct CounterKey {
+    std::string nextHop;
+    Pel::FecId fec;
+    std::uint64_t index = 0;
+    friend auto operator<=>(const CounterKey&, const CounterKey&) = default;
+};
+
+struct DescribedCounter {
+    Place place;
+    std::optional<std::uint64_t> packets;  ///< none: goes on from where it is
+    std::optional<std::uint64_t> octets;
+    std::uint64_t packetRate = 0;  ///< a second
+    std::uint64_t octetRate = 0;
+    std::uint64_t wrap = 0;  ///< 0: at 2^64
+};
+
 /// What names a piece of tunnel configuration; `source` "" is the device's own configuration.
 template <class Name>
 struct SourcedKey {

@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "forwarder/Publish/StoredCounters.h"
 #include "model/Net/MplsStackEntryIndex.h"
 
 namespace Pel::Forwarder {
@@ -18,7 +19,6 @@ constexpr std::size_t kMaxLaxLabels = 1000;
 constexpr std::size_t kMaxVrfNameBytes = 100;
 constexpr std::size_t kMaxLaxVrfNameBytes = 200;  // more does not fit a table's path
 constexpr std::uint32_t kMaxVlan = 16383;
-constexpr std::uint32_t kMaxVni = (1U << 24U) - 1;
 
 constexpr std::array<Word, 2> kEncapTypes = {{{"mpls", 4}, {"udp", 9}}};
 constexpr std::array<Word, 8> kDecapHeaders = {{{"none", 0},
@@ -153,6 +153,57 @@ std::optional<RouteKey> ElementReader::routeKey(const YamlNode& element) const {
     const auto vrf = vrfNode != nullptr ? values_.text(*vrfNode, kMaxLaxVrfNameBytes)
                                         : std::optional<std::string>{"default"};
     return prefix && vrf ? std::optional{RouteKey{*vrf, *prefix}} : std::nullopt;
+}
+
+std::optional<CounterKey> ElementReader::counterKey(const YamlNode& element) const {
+    const YamlNode* const nextHop = valueOf(element, "nextHop");
+    const YamlNode* const fec = valueOf(element, "fec");
+    const YamlNode* const index = valueOf(element, "index");
+    const int given =
+        (nextHop != nullptr ? 1 : 0) + (fec != nullptr ? 1 : 0) + (index != nullptr ? 1 : 0);
+    if (element.kind != YamlNode::Kind::map || given != 1) {
+        return values_.expected(element, "a map with one of the keys nextHop and fec");
+    }
+    CounterKey key;
+    if (nextHop != nullptr) {
+        const auto text = nameText(*nextHop);
+        if (!text) { return std::nullopt; }
+        key.nextHop = *text;
+    } else if (fec != nullptr) {
+        const auto id = fecIdText(*fec);
+        if (!id) { return std::nullopt; }
+        if (!tunnelCounter(*id)) {
+            return values_.expected(*fec, "a tunnel, ipInIpTunnel/1 to ipInIpTunnel/4095");
+        }
+        key.fec = *id;
+    } else {
+        if (!lax_) {
+            values_.problems().add(index->place, "'index' of a counter needs 'invalid: allow'");
+            return std::nullopt;
+        }
+        const auto number = values_.number(*index, 0, std::numeric_limits<std::uint64_t>::max());
+        if (!number) { return std::nullopt; }
+        key.index = *number;
+    }
+    return key;
+}
+
+void ElementReader::counter(const YamlNode& node, DescribedCounter& to, bool whole) const {
+    const FieldReader fields{
+        node,
+        {"nextHop", "fec", "index", "packets", "octets", "packetRate", "octetRate", "wrap"},
+        values_};
+    const auto read = [&](std::string_view key, std::optional<std::uint64_t>& value) {
+        std::uint64_t number = value.value_or(0);
+        fields.read(key, number, 0);
+        if (whole || fields.find(key) != nullptr) { value = number; }
+    };
+    to.place = node.place;
+    read("packets", to.packets);
+    read("octets", to.octets);
+    fields.read("packetRate", to.packetRate, 0);
+    fields.read("octetRate", to.octetRate, 0);
+    fields.read("wrap", to.wrap, 1);
 }
 
 void ElementReader::vrf(const YamlNode& node, DescribedVrf& to) const {

@@ -30,6 +30,7 @@ public:
     std::optional<RouteKey> routeKey(const YamlNode& element) const;
     std::optional<UdpPortKey> udpPortKey(const YamlNode& element) const;
     std::optional<DecapGroupKey> decapGroupKey(const YamlNode& element) const;
+    std::optional<CounterKey> counterKey(const YamlNode& element) const;
     std::optional<std::string> nameText(const YamlNode& node) const;
     /// 41 (kind scenario), kernel/41, or a number with the kind in its upper byte.
     std::optional<Pel::FecId> fecIdText(const YamlNode& node) const;
@@ -42,6 +43,8 @@ public:
     void nextHop(const YamlNode& node, DescribedNextHop& to) const;
     void fec(const YamlNode& node, DescribedFec& to) const;
     void route(const YamlNode& node, DescribedRoute& to) const;
+    /// `whole`: nothing of it is there yet.
+    void counter(const YamlNode& node, DescribedCounter& to, bool whole) const;
     /// true, false or none; false after a problem.
     bool readiness(const YamlNode& node, std::optional<bool>& to) const;
 

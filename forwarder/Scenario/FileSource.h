@@ -6,12 +6,13 @@
 #include <string>
 
 #include "forwarder/Scenario/ChangeSource.h"
+#include "forwarder/Scenario/RunningCounters.h"
 #include "forwarder/Scenario/Scenario.h"
 
 namespace Pel::Forwarder {
 
 /// Plays the scenario of a file. Steps that are late follow one another at once; a round that would begin more than a round
-/// late begins now, so that a pause is not made up for.
+/// late begins now, so that a pause is not made up for. Counters with a rate count on once a second, and do make up for it.
 class FileSource final : public ChangeSource {
 public:
     explicit FileSource(Scenario scenario);
@@ -25,6 +26,9 @@ public:
     }
     bool hasFec(Pel::FecId id) const override { return fecs_.contains(id); }
     bool hasRoute(const RouteKey& key) const override { return routes_.contains(key); }
+    bool hasCounter(FlexCounters::CounterIndex index) const override {
+        return counters_.contains(index);
+    }
     bool hasUdpPorts(const std::string& source) const override {
         return udpPortSources_.contains(source);
     }
@@ -40,6 +44,8 @@ private:
         return round_ == 0 ? scenario_.firstRound : scenario_.laterRounds;
     }
     void stepDone(Kiln::Duration now);
+    std::optional<Kiln::Duration> stepDue() const;
+    void give(const Change& change, Kiln::Duration now, Changes& to);
 
     Scenario scenario_;
     absl::btree_set<Vrf::VrfId> vrfIds_;
@@ -47,8 +53,10 @@ private:
     absl::btree_set<Stash::OcNextHopIndex> nextHops_;
     absl::btree_set<Pel::FecId> fecs_;
     absl::btree_set<RouteKey> routes_;
+    absl::btree_set<FlexCounters::CounterIndex> counters_;
     absl::btree_set<std::string> udpPortSources_;
     absl::btree_set<std::string> decapGroupSources_;
+    RunningCounters running_;
     std::size_t described_ = 0;  // of the initial changes
     std::uint64_t round_ = 0;
     Kiln::Duration roundBegan_{};

@@ -15,10 +15,12 @@ namespace {
 
 constexpr std::uint32_t kDefaultVrfId = 254;
 constexpr std::uint64_t kInterfaces = 64;
-constexpr std::uint64_t kSpare = 16;  // one of so many is spare
-constexpr Kiln::Duration kSecond = std::chrono::seconds{1};
-constexpr std::uint64_t kOfChain = 4;   // elements
-constexpr std::uint64_t kPreamble = 2;  // the VRF, and that there are no tunnel interfaces
+constexpr std::uint64_t kSpare = 16;        // one of so many is spare
+constexpr std::uint64_t kOfChain = 4;       // elements
+constexpr std::uint64_t kDefaultTurn = 10;  // seconds from one change of a counter to the next
+constexpr std::uint64_t kRates = 16;        // of counters, the multiples of the given one
+constexpr std::uint64_t kSizes = 1437;      // of packets, in octets, from 64 on
+constexpr std::uint64_t kPreamble = 2;      // the VRF, and that there are no tunnel interfaces
 
 // Streams of random numbers.
 enum Stream : std::uint64_t { kForeignMember, kWeight, kFecOfRoute, kChurn, kChurnKind };
@@ -87,7 +89,11 @@ Generator::Generator(const GeneratorOptions& options)
     : options_{options},
       membered_{options.nextHops - options.nextHops / kSpare},
       routed_{options.groups - options.groups / kSpare},
-      maxAway_{0} {
+      maxAway_{0},
+      churn_{options.churn},
+      counterChanges_{options.counters == 0         ? 0
+                      : options.counterChanges == 0 ? counted() / kDefaultTurn + 1
+                                                    : options.counterChanges} {
     const std::uint64_t deletable =
         (options.nextHops - membered_) + (options.groups - routed_) + options.routes;
     maxAway_ = std::min<std::uint64_t>(kMaxAway, deletable / 4);
@@ -298,26 +304,47 @@ bool Generator::hasRoute(const RouteKey& key) const {
 
 // Churn
 
-/// Time from the beginning at which a change is due.
-Kiln::Duration Generator::timeOf(std::uint64_t change) const {
-    const std::uint64_t seconds = change / options_.churn;
-    const std::uint64_t rest = change % options_.churn;
-    return skipped_ + kSecond * static_cast<std::int64_t>(seconds) +
-           kSecond * static_cast<std::int64_t>(rest) / static_cast<std::int64_t>(options_.churn);
-}
-
 std::optional<Kiln::Duration> Generator::nextDue() const {
-    return options_.churn == 0 ? std::nullopt : std::optional{timeOf(changes_ + 1)};
+    const auto churn = churn_.nextDue();
+    const auto counters = counterChanges_.nextDue();
+    return churn && counters ? std::min(*churn, *counters) : churn ? churn : counters;
 }
 
 void Generator::due(Kiln::Duration now, Changes& to, std::size_t limit) {
-    if (options_.churn == 0) { return; }
-    if (const Kiln::Duration late = now - timeOf(changes_ + 1); late > kSecond) {
-        skipped_ += late - kSecond;
+    churn_.dropLate(now);
+    counterChanges_.dropLate(now);
+    // Both have their share, also when either alone is more than can be published.
+    const std::size_t half = to.size() + (limit - to.size()) / 2;
+    while (to.size() < half && counterChanges_.due(now)) {
+        to.emplace_back(counter(counterChanges_.take(), now));
     }
-    while (to.size() < limit && timeOf(changes_ + 1) <= now) {
-        if (auto made = change(changes_++)) { to.push_back(std::move(*made)); }
+    while (to.size() < limit && churn_.due(now)) {
+        if (auto made = change(churn_.take())) { to.push_back(std::move(*made)); }
     }
+}
+
+// Counters
+
+/// How many next hops are counted.
+std::uint64_t Generator::counted() const {
+    return std::min(membered_, options_.groups * kMaxMembers);
+}
+
+CounterItem Generator::counter(std::uint64_t turn, Kiln::Duration now) const {
+    const std::uint64_t place = turn % counted();
+    const bool all = counted() == membered_;  // else as many of each group as are members
+    const std::uint64_t number =
+        all ? place : firstMember(place / kMaxMembers) + place % kMaxMembers;
+    const auto milliseconds = static_cast<std::uint64_t>(now / std::chrono::milliseconds{1});
+    CounterItem item;
+    item.index = FlexCounters::CounterIndex{number + 1};
+    item.packets = options_.counters * (1 + number % kRates) * milliseconds / 1000;
+    item.octets = *item.packets * (64 + number % kSizes);
+    return item;
+}
+
+bool Generator::hasCounter(FlexCounters::CounterIndex index) const {
+    return options_.counters != 0 && index.value() >= 1 && slotOf(index.value() - 1).has_value();
 }
 
 /// What a change does to the chains, when it is one of those: they take turns, all are deleted, then all come back.

@@ -11,6 +11,7 @@
 
 #include "forwarder/Scenario/ChangeSource.h"
 #include "forwarder/Scenario/GeneratorOptions.h"
+#include "forwarder/Scenario/Pace.h"
 
 namespace Pel::Forwarder {
 
@@ -26,6 +27,9 @@ namespace Pel::Forwarder {
 ///
 /// Of five changes four alter an element in place and one deletes an element or adds one again: first deletes only, until
 /// up to kMaxAway elements are away, then by turns. Churn that could not be published in its second is not made up for.
+///
+/// Every next hop with a counter key, that is in a group, counts from 0 on at the rate that its number gives. So many counters change a
+/// second, one after the other in the order of the numbers; each to what it has come to by then.
 class Generator final : public ChangeSource {
 public:
     static constexpr std::size_t kMaxAway = 64;
@@ -40,6 +44,7 @@ public:
     bool hasNextHop(Stash::OcNextHopIndex index) const override;
     bool hasFec(Pel::FecId id) const override;
     bool hasRoute(const RouteKey& key) const override;
+    bool hasCounter(FlexCounters::CounterIndex index) const override;
     bool hasUdpPorts(const std::string& /*source*/) const override { return false; }
     bool hasDecapGroups(const std::string& /*source*/) const override { return false; }
     std::uint64_t firstFreeIndex() const override { return count(Kind::nextHop) + 1; }
@@ -67,7 +72,8 @@ private:
     std::vector<Stash::OcNextHopIndex> membersOf(std::uint64_t group) const;
     std::optional<Element> pick(std::uint64_t random, std::uint64_t from, bool deletable) const;
     std::optional<Change> change(std::uint64_t number);
-    Kiln::Duration timeOf(std::uint64_t change) const;
+    std::uint64_t counted() const;
+    CounterItem counter(std::uint64_t turn, Kiln::Duration now) const;
 
     GeneratorOptions options_;
     std::uint64_t membered_;  // next hops below this are in groups
@@ -75,8 +81,8 @@ private:
     std::uint64_t maxAway_;
     std::uint64_t described_ =
         0;  // elements, numbered through: VRF, tunnels, next hops, groups, routes
-    std::uint64_t changes_ = 0;  // made so far
-    Kiln::Duration skipped_{};   // what was not made up for
+    Pace churn_;
+    Pace counterChanges_;
     std::deque<Element> away_;
     absl::flat_hash_set<Element> isAway_;
 };

@@ -22,6 +22,8 @@ const std::vector<Field>& fields() {
         {"groups", &GeneratorOptions::groups, GeneratorOptions::kMaxElements},
         {"routes", &GeneratorOptions::routes, GeneratorOptions::kMaxElements},
         {"churn", &GeneratorOptions::churn, GeneratorOptions::kMaxChurn},
+        {"counters", &GeneratorOptions::counters, GeneratorOptions::kMaxRate},
+        {"counter-changes", &GeneratorOptions::counterChanges, GeneratorOptions::kMaxChurn},
         {"chains", &GeneratorOptions::chains, GeneratorOptions::kMaxElements},
         {"seed", &GeneratorOptions::seed, std::numeric_limits<std::uint64_t>::max()}};
     return known;
@@ -36,7 +38,8 @@ std::string take(std::string_view word, GeneratorOptions& to) {
     for (const Field& field : fields()) {
         names.push_back(field.name);
         if (field.name != name) { continue; }
-        if (name == "churn" && value.ends_with("/s")) { value.remove_suffix(2); }
+        const bool rate = name == "churn" || name == "counters" || name == "counter-changes";
+        if (rate && value.ends_with("/s")) { value.remove_suffix(2); }
         std::uint64_t number = 0;
         const char* const end = value.data() + value.size();
         const auto [last, error] = std::from_chars(value.data(), end, number);
@@ -68,6 +71,10 @@ std::optional<GeneratorOptions> GeneratorOptions::parse(std::string_view text, s
         error = "routes need groups";
     } else if (options.churn > 0 && options.nextHops == 0) {
         error = "churn needs next-hops";
+    } else if (options.counters > 0 && options.groups == 0) {
+        error = "counters need groups";
+    } else if (options.counterChanges > 0 && options.counters == 0) {
+        error = "counter-changes need counters";
     }
     return error.empty() ? std::optional{options} : std::nullopt;
 }

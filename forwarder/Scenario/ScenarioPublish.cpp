@@ -29,6 +29,11 @@ struct Put {
     void operator()(const RouteItem& item) {
         store.routeIs(item.key.vrf, item.key.prefix, item.route);
     }
+    void operator()(const CounterItem& item) {
+        const Traffic traffic{item.packets.value_or(0), item.octets.value_or(0)};
+        store.counters().set(item.index, {traffic, {}});
+    }
+    void operator()(const CounterDel& item) { store.counters().erase(item.index); }
     void operator()(const RouteDel& item) { store.routeDel(item.key.vrf, item.key.prefix); }
     void operator()(const FecDel& item) { store.fecDel(item.id); }
     void operator()(const NextHopDel& item) { store.nextHopDel(item.index.value()); }
@@ -44,7 +49,12 @@ ScenarioPublish::ScenarioPublish(ChangeSource& source,
                                  Store::Writer& writer,
                                  const Kiln::Clock& clock,
                                  unsigned cellId)
-    : source_{source}, writer_{writer}, clock_{clock}, commit_{writer, clock}, cellId_{cellId} {}
+    : source_{source},
+      writer_{writer},
+      clock_{clock},
+      commit_{writer, clock},
+      refresh_{clock},
+      cellId_{cellId} {}
 
 std::string ScenarioPublish::open() {
     VEL_ASSERT(store_ == nullptr);
@@ -84,6 +94,9 @@ void ScenarioPublish::compare() {
     store_->forEachFec([this](Pel::FecId id) {
         if (!source_.hasFec(id)) { stale_.emplace_back(FecDel{id}); }
     });
+    store_->counters().forEach([this](FlexCounters::CounterIndex index) {
+        if (!source_.hasCounter(index)) { stale_.emplace_back(CounterDel{index}); }
+    });
     for (const std::string& vrf : vrfs) {
         RouteKey key{vrf, {}};
         store_->forEachRoute(vrf, [&](const Nexo::IpPrefix& prefix) {
@@ -98,15 +111,18 @@ std::optional<Kiln::TimePoint> ScenarioPublish::wakeAt() const {
     if (commit_.wakeAt()) { return commit_.wakeAt(); }
     if (phase_ != Phase::changes || done_ < batch_.size()) { return clock_.now(); }
     const auto next = source_.nextDue();
-    return next ? std::optional{began_ + *next} : std::nullopt;
+    return next ? std::min(began_ + *next, refresh_.wakeAt()) : refresh_.wakeAt();
 }
 
 bool ScenarioPublish::run(absl::FunctionRef<bool()> mustYield) {
     VEL_ASSERT(store_ != nullptr);
     if (commit_.mustWait()) { return false; }
     for (;;) {
-        if (done_ == batch_.size() && !fill()) { return false; }
+        const bool again = phase_ == Phase::changes && refresh_.due();
+        const bool any = done_ < batch_.size() || fill();
+        if (!any && !again) { return false; }
         if (done_ < batch_.size() && !writeSome()) { return false; }
+        if (again && !refresh_.write(store_->counters(), commit_, kBatch)) { return false; }
         if (mustYield()) { return true; }
     }
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "forwarder/Publish/CounterRefresh.h"
 #include "forwarder/Publish/FlatStore.h"
 #include "forwarder/Publish/RetryingCommit.h"
 #include "forwarder/Scenario/ChangeSource.h"
@@ -16,7 +17,7 @@ namespace Pel::Forwarder {
 
 /// Brings a described state into the store, deletes what the store holds besides, declares it ready, and follows with the
 /// changes as they become due. In transactions of at most Store::Writer::kMaxRecords records, each in the source's order.
-/// What is in the store already is no change.
+/// What is in the store already is no change; but counters are told again, see CounterRefresh.
 ///
 /// A transaction that fails is gone as a whole: publishing stops there, says so, and the same records are tried again a
 /// second later.
@@ -55,6 +56,7 @@ private:
     Store::Writer& writer_;
     const Kiln::Clock& clock_;
     RetryingCommit commit_;
+    CounterRefresh refresh_;
     unsigned cellId_;
     std::unique_ptr<FlatStore> store_;
     Phase phase_ = Phase::description;

@@ -25,6 +25,10 @@ std::string shown(const std::string& name) {
 std::string shown(const RouteKey& key) {
     return inQuotes(key.prefix.stringValue()) + " in " + inQuotes(key.vrf);
 }
+std::string shown(const CounterKey& key) {
+    if (!key.nextHop.empty()) { return "of the next hop " + inQuotes(key.nextHop); }
+    return key.fec ? "of the tunnel " + Forwarder::shown(key.fec) : std::to_string(key.index);
+}
 std::string shown(const UdpPortKey& key) {
     return inQuotes(ElementReader::payloadName(key.name)) + ofSource(key.source);
 }
@@ -45,6 +49,7 @@ Scenario ScenarioReader::read() {
                               "nextHops",
                               "fecs",
                               "routes",
+                              "counters",
                               "ready",
                               "timeline",
                               "repeat"},
@@ -77,12 +82,15 @@ Scenario ScenarioReader::read() {
 }
 
 void ScenarioReader::elementsInVrfs(const FieldReader& fields, Verb verb) {
+    // They would go with what they count, and then not be there any more.
+    if (verb == Verb::del) { counters(fields.find("counters"), verb); }
     vtis(fields.find("vtis"), verb);
     udpPorts(fields.find("udpDestinationPorts"), verb);
     decapGroups(fields.find("decapGroups"), verb);
     nextHops(fields.find("nextHops"), verb);
     fecs(fields.find("fecs"), verb);
     routes(fields.find("routes"), verb);
+    if (verb != Verb::del) { counters(fields.find("counters"), verb); }
 }
 
 template <class Key, class Element>
@@ -231,6 +239,25 @@ void ScenarioReader::routes(const YamlNode* list, Verb verb) {
          [&](const RouteKey& key, Place place) { state_.routeDel(key, place); }});
 }
 
+void ScenarioReader::counters(const YamlNode* list, Verb verb) {
+    each<CounterKey, DescribedCounter>(
+        list,
+        verb,
+        {"counter",
+         [&](const YamlNode& node) {
+             if (verb == Verb::del) {
+                 FieldReader{node, {"nextHop", "fec", "index"}, elements_.values()};
+             }
+             return elements_.counterKey(node);
+         },
+         [&](const CounterKey& key) { return state_.counter(key); },
+         [&](const YamlNode& node, const CounterKey& key, DescribedCounter& counter) {
+             elements_.counter(node, counter, verb == Verb::add);
+             state_.put(key, counter);
+         },
+         [&](const CounterKey& key, Place) { state_.counterDel(key); }});
+}
+
 void ScenarioReader::readiness(const YamlNode* node) {
     if (node == nullptr) { return; }
     const FieldReader fields{*node, {"fecReady", "fibReady"}, elements_.values()};
@@ -295,10 +322,16 @@ Scenario::Step ScenarioReader::step(const YamlNode& node) {
     for (const auto& [key, verb] : verbs) {
         const YamlNode* what = fields.find(key);
         if (what == nullptr) { continue; }
-        const FieldReader lists{
-            *what,
-            {"vrfs", "vtis", "udpDestinationPorts", "decapGroups", "nextHops", "fecs", "routes"},
-            elements_.values()};
+        const FieldReader lists{*what,
+                                {"vrfs",
+                                 "vtis",
+                                 "udpDestinationPorts",
+                                 "decapGroups",
+                                 "nextHops",
+                                 "fecs",
+                                 "routes",
+                                 "counters"},
+                                elements_.values()};
         vrfs(lists.find("vrfs"), verb);
         elementsInVrfs(lists, verb);
     }

@@ -47,6 +47,7 @@ private:
     void nextHops(const YamlNode* list, Verb verb);
     void fecs(const YamlNode* list, Verb verb);
     void routes(const YamlNode* list, Verb verb);
+    void counters(const YamlNode* list, Verb verb);
     void readiness(const YamlNode* node);
     void repetition(const FieldReader& fields, Scenario& to);
     void timeline(const YamlNode* list, std::vector<Scenario::Step>& to);

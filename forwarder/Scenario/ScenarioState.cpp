@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "forwarder/Publish/StoredCounters.h"
+
 namespace Pel::Forwarder {
 
 namespace {
@@ -38,6 +40,9 @@ const DescribedFec* ScenarioState::fec(Pel::FecId id) const {
 }
 const DescribedRoute* ScenarioState::route(const RouteKey& key) const {
     return findIn(routes_, key);
+}
+const DescribedCounter* ScenarioState::counter(const CounterKey& key) const {
+    return findIn(counters_, key);
 }
 const Vxlan::VtiStatus* ScenarioState::vti(const std::string& name) const {
     return findIn(vtis_, name);
@@ -143,6 +148,11 @@ void ScenarioState::put(const RouteKey& key, const DescribedRoute& route) {
     touchedRoutes_[key] = route.place;
 }
 
+void ScenarioState::put(const CounterKey& key, const DescribedCounter& counter) {
+    counters_.insert_or_assign(key, counter);
+    touchedCounters_.insert(key);
+}
+
 void ScenarioState::put(const std::string& name, const Vxlan::VtiStatus& vti) {
     vtis_.insert_or_assign(name, vti);
     touchedVtis_ = true;
@@ -159,6 +169,7 @@ void ScenarioState::nextHopDel(const std::string& name, Place place) {
     if (it == nextHops_.end()) { return; }
     countVrfs(it->second, false);
     nextHops_.erase(it);
+    counterDel(CounterKey{name, {}, 0});
     touchedNextHops_[name] = place;
 }
 
@@ -168,6 +179,7 @@ void ScenarioState::fecDel(Pel::FecId id, Place place) {
     const DescribedFec old = std::move(it->second);
     fecs_.erase(it);
     memberSlotsIs(old, false);
+    counterDel(CounterKey{{}, id, 0});
     touchedFecs_[id] = place;
 }
 
@@ -178,6 +190,10 @@ void ScenarioState::routeDel(const RouteKey& key, Place place) {
     count(routesIn_, key.vrf, false);
     routes_.erase(it);
     touchedRoutes_[key] = place;
+}
+
+void ScenarioState::counterDel(const CounterKey& key) {
+    if (counters_.erase(key) > 0) { touchedCounters_.insert(key); }
 }
 
 void ScenarioState::vtiDel(const std::string& name) {
@@ -240,15 +256,18 @@ ScenarioState::Taken ScenarioState::takeChanges() {
     if (!lax_) {
         checkReferences();
         checkVrfReferences();
+        checkCounters();
     }
     Taken taken;
     takeReadiness(taken);
     takePuts(taken.data);
+    takeCounters(taken.data);
     takeDeletes(taken.data);
     touchedVrfs_.clear();
     touchedNextHops_.clear();
     touchedFecs_.clear();
     touchedRoutes_.clear();
+    touchedCounters_.clear();
     touchedVtis_ = false;
     return taken;
 }
@@ -290,6 +309,28 @@ void ScenarioState::takePuts(Changes& to) {
         if (const auto* route = this->route(key)) {
             to.emplace_back(RouteItem{key, {route->fec, route->origin}});
         }
+    }
+}
+
+FlexCounters::CounterIndex ScenarioState::indexOf(const CounterKey& key) const {
+    if (!key.nextHop.empty()) { return FlexCounters::CounterIndex{indexOf(key.nextHop).value()}; }
+    return tunnelCounter(key.fec).value_or(FlexCounters::CounterIndex{key.index});
+}
+
+void ScenarioState::takeCounters(Changes& to) {
+    for (const CounterKey& key : touchedCounters_) {
+        const auto at = counters_.find(key);
+        if (at == counters_.end()) {
+            to.emplace_back(CounterDel{indexOf(key)});
+            continue;
+        }
+        DescribedCounter& counter = at->second;
+        to.emplace_back(CounterItem{indexOf(key),
+                                    std::exchange(counter.packets, std::nullopt),
+                                    std::exchange(counter.octets, std::nullopt),
+                                    counter.packetRate,
+                                    counter.octetRate,
+                                    counter.wrap});
     }
 }
 
@@ -387,6 +428,27 @@ void ScenarioState::checkVrfReferences() {
                               ")");
         }
     }
+}
+
+/// Of those that were touched, or whose next hop was.
+void ScenarioState::checkCounters() {
+    const auto check = [&](const CounterKey& key) {
+        const auto* present = counter(key);
+        if (present == nullptr) { return; }
+        if (key.nextHop.empty()) {
+            if (fec(key.fec) == nullptr) {
+                problems_.add(present->place, "there is no FEC " + shown(key.fec));
+            }
+        } else if (nextHop(key.nextHop) == nullptr) {
+            problems_.add(present->place, "there is no next hop " + inQuotes(key.nextHop));
+        } else if (!owner(key.nextHop)) {
+            problems_.add(
+                present->place,
+                "the next hop " + inQuotes(key.nextHop) + " is in no FEC, and so is not counted");
+        }
+    };
+    for (const CounterKey& key : touchedCounters_) { check(key); }
+    for (const auto& [name, place] : touchedNextHops_) { check(CounterKey{name, {}, 0}); }
 }
 
 }  // namespace Pel::Forwarder

@@ -16,7 +16,8 @@
 namespace Pel::Forwarder {
 
 /// The described state at one time, while a file is read: what is put and deleted gathers until takeChanges() turns it
-/// into records. A next hop is counted as entry of the FEC with the smallest id that has it as a member.
+/// into records. A next hop is counted as entry of the FEC with the smallest id that has it as a member. Its counter
+/// goes with it, and a tunnel's with its FEC.
 ///
 /// Unless `lax`, a state that refers to what it does not have is a problem.
 class ScenarioState {
@@ -35,6 +36,7 @@ public:
     const DescribedNextHop* nextHop(const std::string& name) const;
     const DescribedFec* fec(Pel::FecId id) const;
     const DescribedRoute* route(const RouteKey& key) const;
+    const DescribedCounter* counter(const CounterKey& key) const;
     const Vxlan::VtiStatus* vti(const std::string& name) const;
     const UdpPort* udpPort(const UdpPortKey& key) const { return udpPorts_.find(key); }
     const DecapGroup* decapGroup(const DecapGroupKey& key) const { return decapGroups_.find(key); }
@@ -43,6 +45,7 @@ public:
     void put(DescribedNextHop nextHop);
     void put(const DescribedFec& fec);
     void put(const RouteKey& key, const DescribedRoute& route);
+    void put(const CounterKey& key, const DescribedCounter& counter);
     void put(const std::string& name, const Vxlan::VtiStatus& vti);
     void put(const UdpPortKey& key, const UdpPort& port) { udpPorts_.put(key, port); }
     void put(const DecapGroupKey& key, const DecapGroup& group) { decapGroups_.put(key, group); }
@@ -52,6 +55,7 @@ public:
     void nextHopDel(const std::string& name, Place place);
     void fecDel(Pel::FecId id, Place place);
     void routeDel(const RouteKey& key, Place place);
+    void counterDel(const CounterKey& key);
     void vtiDel(const std::string& name);
     void udpPortDel(const UdpPortKey& key) { udpPorts_.del(key); }
     void decapGroupDel(const DecapGroupKey& key) { decapGroups_.del(key); }
@@ -74,6 +78,9 @@ private:
     void checkVrfs();
     void checkReferences();
     void checkVrfReferences();
+    void checkCounters();
+    void takeCounters(Changes& to);
+    FlexCounters::CounterIndex indexOf(const CounterKey& key) const;
     void resolve(VrfReference& vrf);
     void countVrfs(const DescribedNextHop& nextHop, bool more);
     const DescribedVrf* vrfOfId(std::uint32_t id) const;
@@ -86,6 +93,7 @@ private:
     absl::btree_map<std::string, DescribedNextHop> nextHops_;
     absl::btree_map<Pel::FecId, DescribedFec> fecs_;
     absl::btree_map<RouteKey, DescribedRoute> routes_;
+    absl::btree_map<CounterKey, DescribedCounter> counters_;
     std::map<std::string, Vxlan::VtiStatus> vtis_;
     SourcedRecords<Tunnel::PayloadType, UdpPort> udpPorts_;
     SourcedRecords<std::string, DecapGroup> decapGroups_;
@@ -110,6 +118,7 @@ private:
     absl::btree_map<std::string, Place> touchedNextHops_;
     absl::btree_map<Pel::FecId, Place> touchedFecs_;
     absl::btree_map<RouteKey, Place> touchedRoutes_;
+    absl::btree_set<CounterKey> touchedCounters_;
     bool touchedVtis_ = true;  // at first, to say that there are none
     bool touchedFecReady_ = true;
     absl::btree_set<std::string> touchedFibReady_;

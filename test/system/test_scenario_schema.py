@@ -33,6 +33,7 @@ ELEMENTS = {
               "secondFlag": False, "members": ["b", {"nextHop": "a", "weight": 3}],
               "truncate": 4000}],
     "routes": [{"vrf": "blue", "prefix": "10.2.0.0/16", "fec": 42, "origin": "bgp"}],
+    "counters": [{"nextHop": "b", "packets": 1, "octets": 64, "packetRate": 2, "octetRate": 128, "wrap": 1000}],
 }
 ALL = {
     "scenario": 1,
@@ -45,6 +46,7 @@ ALL = {
     "nextHops": [{"name": "a", "index": 1, "interface": "e1", "address": "10.0.0.1"}],
     "fecs": [{"id": "kernel/41", "members": ["a"]}],
     "routes": [{"vrf": "red", "prefix": "10.1.0.0/16", "fec": "kernel/41", "origin": "static"}],
+    "counters": [{"nextHop": "a"}, {"fec": "ipInIpTunnel/5"}, {"index": 1 << 60}],
     "ready": {"fecReady": True, "fibReady": {"red": "none"}},
     "timeline": [
         {"at": "1s", "add": ELEMENTS, "ready": {"fecReady": False, "fibReady": {"blue": True}}},
@@ -54,8 +56,10 @@ ALL = {
                                 "udpDestinationPorts": [{"payload": "mpls", "port": 6636}],
                                 "decapGroups": [{"name": "in", "payload": "mpls", "port": 6635}],
                                 "fecs": [{"id": 42, "name": "other"}],
+                                "counters": [{"nextHop": "b", "packetRate": 3}],
                                 "routes": [{"vrf": "blue", "prefix": "10.2.0.0/16", "fec": 42}]}},
         {"at": "3s", "delete": {"routes": [{"vrf": "blue", "prefix": "10.2.0.0/16"}], "fecs": [42],
+                                "counters": [{"nextHop": "b"}, {"fec": "ipInIpTunnel/5"}, {"index": 1 << 60}],
                                 "nextHops": ["b"], "vtis": ["Vxlan2"], "vrfs": ["blue"],
                                 "udpDestinationPorts": [{"payload": "ipv4", "source": "bgp"}],
                                 "decapGroups": [{"name": "in", "source": "bgp"}]}}],

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "forwarder/Scenario/test/FeedBed.h"
 #include "model/Fec/FlattenFec.h"
@@ -87,6 +88,8 @@ TEST(GeneratorOptions, WhatIsWrongIsNamed) {
         {"groups=1", "groups need next-hops"},
         {"next-hops=1 routes=1", "routes need groups"},
         {"churn=5", "churn needs next-hops"},
+        {"next-hops=1 counters=5", "counters need groups"},
+        {"next-hops=1 groups=1 counter-changes=5/s", "counter-changes need counters"},
     };
     for (const auto& [text, message] : cases) {
         std::string error;
@@ -276,7 +279,88 @@ TEST(Generator, LostTimeIsNotMadeUpFor) {
     EXPECT_EQ(due.size(), 100U);
 }
 
+// Counters
+
+/// Value of each counter that is due at the times, one after the other.
+std::map<std::uint64_t, std::vector<std::uint64_t>> counted(Generator& generator,
+                                                            std::vector<Kiln::Duration> times) {
+    std::map<std::uint64_t, std::vector<std::uint64_t>> values;
+    for (const Kiln::Duration time : times) {
+        Changes due;
+        generator.due(time, due, 1'000'000);
+        for (const Change& change : due) {
+            const auto* const item = std::get_if<CounterItem>(&change);
+            if (item == nullptr) { continue; }
+            EXPECT_TRUE(generator.hasCounter(item->index));
+            values[item->index.value()].push_back(item->packets.value_or(0));
+        }
+    }
+    return values;
+}
+
+TEST(GeneratorCounters, EveryNextHopOfAGroupCountsAtARateOfItsOwn) {
+    Generator generator{options("next-hops=320 groups=64 counters=10/s counter-changes=300/s")};
+    const auto values = counted(generator, {1s, 2s});
+    EXPECT_EQ(values.size(), 300U) << "the last sixteenth is in no group";
+    EXPECT_EQ(values.at(1), (std::vector<std::uint64_t>{10, 20}));
+    EXPECT_EQ(values.at(2), (std::vector<std::uint64_t>{20, 40}));
+    EXPECT_EQ(values.at(16), (std::vector<std::uint64_t>{160, 320}));
+    EXPECT_EQ(values.at(17), (std::vector<std::uint64_t>{10, 20}));
+    EXPECT_FALSE(generator.hasCounter(FlexCounters::CounterIndex{0}));
+    EXPECT_FALSE(generator.hasCounter(FlexCounters::CounterIndex{301}));
+}
+
+TEST(GeneratorCounters, OfLargeGroupsThoseWithACounterKeyCount) {
+    Generator generator{options("next-hops=1600 groups=10 counters=1 counter-changes=640/s")};
+    std::set<std::uint64_t> keyed;
+    for (const Change& change : described(generator)) {
+        const auto* hop = std::get_if<NextHopItem>(&change);
+        if (hop != nullptr && hop->entry.nhgId) { keyed.insert(hop->entry.index.value()); }
+    }
+    std::set<std::uint64_t> counters;
+    for (const auto& [index, values] : counted(generator, {1s})) { counters.insert(index); }
+    EXPECT_EQ(counters, keyed);
+}
+
+TEST(GeneratorCounters, AsManyChangeASecondAsIsAsked) {
+    Generator some{options("next-hops=320 groups=64 counters=1 counter-changes=20/s")};
+    EXPECT_EQ(counted(some, {1s}).size(), 20U);
+    EXPECT_EQ(counted(some, {2s}).size(), 20U);
+    Generator usual{options("next-hops=320 groups=64 counters=1")};
+    EXPECT_EQ(counted(usual, {1s, 2s, 3s, 4s, 5s, 6s, 7s, 8s, 9s, 10s}).size(), 300U)
+        << "each within ten seconds";
+    Generator none{options("next-hops=320 groups=64")};
+    EXPECT_TRUE(counted(none, {1s}).empty());
+    EXPECT_FALSE(none.hasCounter(FlexCounters::CounterIndex{1}));
+}
+
+TEST(GeneratorCounters, ChurnAndCountersBothHaveTheirShare) {
+    Generator generator{options(
+        "next-hops=320 groups=64 routes=400 churn=100000/s counters=1 counter-changes=100000/s")};
+    Changes due;
+    generator.due(1s, due, 512);
+    std::size_t counters = 0;
+    for (const Change& change : due) { counters += std::get_if<CounterItem>(&change) ? 1U : 0U; }
+    EXPECT_EQ(due.size(), 512U);
+    EXPECT_EQ(counters, 256U);
+}
+
 class GeneratorFeedTest : public FeedBed {};
+
+TEST_F(GeneratorFeedTest, AgentSeesCountersRunAndThoseOfBeforeGo) {
+    start(std::make_unique<Generator>(
+        Forwarder::options("next-hops=320 groups=64 counters=10 counter-changes=300/s")));
+    settle();
+    EXPECT_EQ(view().counters(), 0U);
+    pass(1s);
+    EXPECT_EQ(view().counters(), 300U);
+    EXPECT_EQ(view().traffic(1), "10/640");
+    pass(1s);
+    EXPECT_EQ(view().traffic(1), "20/1280");
+    start(std::make_unique<Generator>(Forwarder::options("next-hops=320 groups=64")));
+    settle();
+    EXPECT_EQ(view().counters(), 0U);
+}
 
 TEST_F(GeneratorFeedTest, AgentSeesItAllAndARestartIsSilent) {
     const auto wanted = Forwarder::options("next-hops=2000 groups=500 routes=3000 seed=7");

@@ -217,7 +217,7 @@ const InvalidCase kInvalid[] = {
      "scenario: 1\n"
      "timeline: [{at: 1s, add: {interfaces: []}}]\n",
      {"f.yaml:2:27: unknown key 'interfaces'; the keys here are vrfs, vtis, udpDestinationPorts, "
-      "decapGroups, nextHops, fecs, routes"}},
+      "decapGroups, nextHops, fecs, routes, counters"}},
     {"InterfaceTwice",
      "scenario: 1\n"
      "interfaces: [{name: e1}, {name: e1}]\n",

@@ -36,6 +36,9 @@ StoreView::StoreView(const Store::Options& options)
       counterKeys_{Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable::kPath} {
     set_.mountIs(*reader_, {"fec", "nextHop"});
     counterKeys_.mountIs(*reader_);
+    counters_.mountIs(*reader_);
+    onCounter_ = counters_.onKey().subscribe(
+        [this](FlexCounters::CounterIndex index) { ++told_[index.value()]; });
     vrfs_.mountIs(*reader_);
     for (Family* family : {&default_, &red_}) {
         family->v4.mountIs(*reader_);
@@ -97,6 +100,16 @@ std::string StoreView::vrfName(std::uint32_t id) {
 std::uint64_t StoreView::counter(std::uint64_t fecId, std::uint32_t slot) {
     const auto row = counterKeys_.read({NexthopGroupId{fecId}, NexthopGroupEntryIndex{slot}});
     return row ? row->counterIndex : 0;
+}
+
+std::string StoreView::traffic(std::uint64_t index) {
+    const auto record = counters_.read(FlexCounters::CounterIndex{index});
+    return record ? std::to_string(record->packets) + "/" + std::to_string(record->octets) : "none";
+}
+
+std::size_t StoreView::told(std::uint64_t index) const {
+    const auto at = told_.find(index);
+    return at == told_.end() ? 0 : at->second;
 }
 
 template <class Record, class Show>

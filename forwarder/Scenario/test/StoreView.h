@@ -1,10 +1,12 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "model/Counters/CounterTable.h"
 #include "model/Counters/NexthopGroupEntryToCounterKeyTable.h"
 #include "model/Fec/FlattenFecSet.h"
 #include "model/Route/RouteStatus.h"
@@ -28,6 +30,11 @@ public:
     std::string route(const std::string& vrf, const std::string& prefix);
     std::string vrfName(std::uint32_t id);
     std::uint64_t counter(std::uint64_t fecId, std::uint32_t slot);
+    /// "packets/octets" of a counter, or "none".
+    std::string traffic(std::uint64_t index);
+    /// How often the agent has been told of the counter.
+    std::size_t told(std::uint64_t index) const;
+    std::size_t counters() const { return counters_.keys().size(); }
     /// "true", "false" or "none".
     std::string fecReady() { return readyAt("hardware/pel/fecReadyStatus"); }
     std::string fibReady(const std::string& vrf) {
@@ -77,6 +84,9 @@ private:
     Vel::Ref<Stash::Manager> manager_;
     FlattenFecSet set_{FlattenFecSet::kPath};
     Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable counterKeys_;
+    FlexCounters::CounterTable counters_{FlexCounters::CounterTable::kPath};
+    std::map<std::uint64_t, std::size_t> told_;
+    Vel::Subscription onCounter_;
     Vrf::VrfIdMap::Status vrfs_{Vrf::VrfIdMap::Status::kPath};
     Family default_{"default"};
     Family red_{"red"};
