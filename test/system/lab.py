@@ -14,7 +14,9 @@ PLUGIN = os.environ["PEL_PLUGIN"]
 
 
 class Lab:
-    """`scenario`: a file that the forwarder plays in place of the kernel's state."""
+    """`scenario`: a file that the forwarder plays in place of the kernel's state. `forwarder_options`: what else it is started with."""
+
+    forwarder_options = ()
 
     def __init__(self, links=2, scenario=None):
         self.source = ["kernel"] if scenario is None else ["scenario", "--scenario", scenario]
@@ -49,7 +51,7 @@ class Lab:
 
     def start(self, *which):
         for name in which or ("pel-forwarderd", "pel-agentd"):
-            arguments = {"pel-forwarderd": ["--source", *self.source],
+            arguments = {"pel-forwarderd": ["--source", *self.source, *self.forwarder_options],
                          "pel-agentd": ["--plugin", PLUGIN, "--listen", ADDRESS]}[name]
             with open(os.path.join(self.root, name + ".log"), "ab") as log:
                 self.processes[name] = subprocess.Popen(
