@@ -8,10 +8,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
 #include "platform/Blink/Trace.h"
+#include "platform/Vel/Assert.h"
 
 BLINK_TRACE_HANDLE("ForwarderKernel");
 
@@ -93,17 +95,16 @@ void NetlinkSocket::enlargeReceiveBuffer() const {
 /// A GET message as it is built: the fixed header begins with the family, attributes follow it.
 struct NetlinkSocket::Request {
     explicit Request(std::uint16_t type) : length{NLMSG_LENGTH(fixedHeader(type))} {}
-    std::byte& fixed(std::size_t at) { return reinterpret_cast<std::byte*>(&header + 1)[at]; }
+    std::byte& fixed(std::size_t at) { return bytes.at(sizeof(nlmsghdr) + at); }
     void put(std::uint16_t type, const void* value, std::size_t size) {
         const rtattr attribute{static_cast<unsigned short>(sizeof(rtattr) + size), type};
-        std::byte* const to = &fixed(length - sizeof(nlmsghdr));
-        std::memcpy(to, &attribute, sizeof attribute);
-        if (size > 0) { std::memcpy(to + sizeof attribute, value, size); }
+        VEL_ASSERT(length + attribute.rta_len <= bytes.size());
+        std::memcpy(bytes.data() + length, &attribute, sizeof attribute);
+        if (size > 0) { std::memcpy(bytes.data() + length + sizeof attribute, value, size); }
         length += attribute.rta_len;  // sizes are multiples of four
     }
 
-    nlmsghdr header{};
-    std::byte rest[64]{};
+    std::array<std::byte, 80> bytes{};  // the message's header first
     std::size_t length;
 };
 
@@ -129,14 +130,16 @@ bool NetlinkSocket::requestCounts(std::uint16_t type, std::uint32_t sequence) {
 }
 
 bool NetlinkSocket::send(Request& request, std::uint16_t type, std::uint32_t sequence) {
-    request.header.nlmsg_len = static_cast<std::uint32_t>(request.length);
-    request.header.nlmsg_type = type;
-    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    request.header.nlmsg_seq = sequence;
+    nlmsghdr header{};
+    header.nlmsg_len = static_cast<std::uint32_t>(request.length);
+    header.nlmsg_type = type;
+    header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    header.nlmsg_seq = sequence;
+    std::memcpy(request.bytes.data(), &header, sizeof header);
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;
     const ssize_t sent = sendto(fd_,
-                                &request.header,
+                                request.bytes.data(),
                                 request.length,
                                 0,
                                 reinterpret_cast<const sockaddr*>(&kernel),
