@@ -70,6 +70,19 @@ protected:
         nextHopIs(id);
         counterKeyIs(nhgeck(id), id);
     }
+    /// Both mappers, and nothing published yet.
+    void begin() {
+        counterTableIs();
+        publish();
+        start();
+        startCounters();
+        settle();
+    }
+    void expectMapEmpty() const {
+        EXPECT_EQ(pelOcNextHopCountersMap->pickToOcNextHopIds().size(), 0U);
+        EXPECT_EQ(pelOcNextHopCountersMap->nhgeckToOcNextHopId().size(), 0U);
+        EXPECT_EQ(pelOcNextHopCountersMap->ocNextHopIdToPickAndNhgeck().size(), 0U);
+    }
     /// Next hops 7 and 8 exported over counters 7 and 8, and the counters mapper.
     void exported() {
         counterTableIs();

@@ -69,8 +69,6 @@ TEST_F(CountersScale, EachCounterChangingSixtyTimesHoldsNothingUp) {
                 inMs("StorePump"),
                 inMs("CountersMapperSmTask"),
                 inMs("NexthopMapperSmTask"));
-    EXPECT_LE(inMs("CountersMapperSmTask"), 5.0);
-    EXPECT_LE(inMs("StorePump"), 5.0);
 }
 
 /// Changes that come faster than the walk are worked out once.

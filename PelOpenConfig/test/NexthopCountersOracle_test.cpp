@@ -17,13 +17,6 @@ protected:
 
     std::uint64_t upTo(std::uint64_t limit) { return 1 + random() % limit; }
 
-    void begin() {
-        counterTableIs();
-        publish();
-        start();
-        startCounters();
-        settle();
-    }
     void step(bool shared) {
         const std::uint64_t id = upTo(kNextHops);
         switch (random() % 10) {
@@ -72,11 +65,6 @@ protected:
         expectMapEmpty();
         settleAfterASecond();
         start();
-    }
-    void expectMapEmpty() const {
-        EXPECT_EQ(pelOcNextHopCountersMap->pickToOcNextHopIds().size(), 0U);
-        EXPECT_EQ(pelOcNextHopCountersMap->nhgeckToOcNextHopId().size(), 0U);
-        EXPECT_EQ(pelOcNextHopCountersMap->ocNextHopIdToPickAndNhgeck().size(), 0U);
     }
     void expectInvariant(bool shared) {
         std::map<std::uint64_t, std::uint64_t> owners;  // of entries of groups
@@ -151,40 +139,6 @@ TEST_P(CountersMapOracle, LinksAreThoseOfTheLastStateAfterEveryStep) {
 
 TEST_P(CountersMapOracle, AlsoWhenNextHopsClaimTheSameEntriesOfAGroup) {
     run(static_cast<std::uint64_t>(GetParam()), true);
-}
-
-/// Every next hop lives for a moment only, with links and counters; nothing may be left of it.
-TEST_F(CountersOracle, ManyIdsThatComeAndGoLeaveNothingBehind) {
-    begin();
-    constexpr std::uint64_t kIds = 20'000;
-    constexpr std::uint64_t kAtOnce = 200;
-    std::size_t handedOver = 0;
-    for (std::uint64_t first = 1; first < kIds; first += kAtOnce) {
-        for (std::uint64_t id = first; id < first + kAtOnce; ++id) {
-            nextHopIs(id);
-            if (id % 5 != 0) { counterKeyIs(nhgeck(id), id); }
-        }
-        publish();
-        for (std::uint64_t id = first; id < first + kAtOnce; ++id) { counterIs(id, id, 1); }
-        tunnelIs(5, {1, 1}, first + kAtOnce);  // of next hops that come, and one that never does
-        counterIs(tunnelIndex(5), {first, 1});
-        publish();
-        ASSERT_EQ(nextHopCounterSet->size(), kAtOnce * 4 / 5);
-        for (std::uint64_t id = first; id < first + kAtOnce; ++id) {
-            nextHopDel(id);
-            counterKeyDel(nhgeck(id));
-            counterDel(id);
-        }
-        publish();
-        handedOver += std::exchange(passed, {}).size();
-    }
-    EXPECT_GE(handedOver, kIds * 4 / 5);
-    expectMapEmpty();
-    EXPECT_EQ(nextHopSet->size(), 0U);
-    EXPECT_EQ(nextHopCounterSet->size(), 0U);
-    EXPECT_LE(sut->nhCounters().size(), 2U) << "of next hops that have not come";
-    EXPECT_TRUE(counters->backlogEmpty());
-    EXPECT_EQ(counterTable->keys().size(), 1U);
 }
 
 }  // namespace
