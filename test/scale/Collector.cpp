@@ -144,11 +144,17 @@ std::size_t Collector::take(std::string_view bytes) {
 void Collector::take(const gnmi::Notification& notification) {
     for (const gnmi::Path& path : notification.delete_()) {
         const std::string name = entryName(joined(notification.prefix(), path));
-        if (entries.erase(name) == 0) { fault = "a delete of what was not there: " + name; }
+        if (!name.empty() && entries.erase(name) == 0) {
+            fault = "a delete of what was not there: " + name;
+        }
     }
-    const std::string name = entryName(joined(notification.prefix(), {}));
-    if (!name.empty() && notification.update_size() > 0) {
+    if (notification.update_size() == 0) { return; }
+    const auto path = joined(notification.prefix(), {});
+    const std::string name = entryName(path);
+    if (!name.empty()) {
         entries[name] = entryText(notification);
+    } else if (path.size() == 6 && path[3]->name() == "counters") {
+        ++counters;
     }
 }
 

@@ -32,7 +32,8 @@ public:
     Entries entries;
     bool synced = false;
     std::uint64_t messages = 0;
-    std::string fault;  ///< what was wrong with a message
+    std::uint64_t counters = 0;  ///< messages with the counters of a next hop
+    std::string fault;           ///< what was wrong with a message
 
 private:
     void take(const gnmi::Notification& notification);

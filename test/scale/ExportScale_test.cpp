@@ -1,9 +1,13 @@
 // The whole agent and a client over a store of any size.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "forwarder/Publish/FlatStore.h"
 #include "platform/Gale/Wire/test/WireClient.h"
@@ -87,6 +91,12 @@ protected:
         until([this] { return collector.synced && collector.entries.size() == wanted.size(); });
         EXPECT_EQ(difference(collector.entries, wanted), "");
     }
+    static std::string contentOfTheFirst() {
+        Forwarder::Generator generator{wholeScale()};
+        Forwarder::Changes first;
+        generator.describe(first, 3);
+        return std::get<Forwarder::NextHopItem>(first[2]).content;
+    }
     void untilNothingIsLeft() {
         until([this] { return collector.entries.empty(); });
     }
@@ -134,6 +144,52 @@ TEST_F(ExportScale, AForwarderThatStartsAgainOverTheSameStateTellsNothing) {
         until([this] { return collector.entries["next-hop 1"] == wanted["next-hop 1"]; }));
     EXPECT_EQ(collector.messages, before + 1);
     EXPECT_EQ(difference(collector.entries, wanted), "");
+}
+
+/// Next hops with counters, each with an id that no other ever had.
+TEST_F(ExportScale, AsManyIdsAsThereAreComeAndGoAndTheAgentDoesNotGrow) {
+    ASSERT_NO_FATAL_FAILURE(untilEverythingIsThere());
+    constexpr std::uint64_t kRounds = 20;
+    constexpr std::uint64_t kRemembered = 1U << 18U;  // latest entries that have gone, by the view
+    const std::uint64_t inARound =
+        std::max<std::uint64_t>(TestSupport::scale(), 2 * kRemembered) / kRounds;
+    const std::string content = contentOfTheFirst();
+    const auto to = writer(config.stateDirectory());
+    Forwarder::FlatStore store{*to, config.cellId};
+    std::vector<std::size_t> allocated;  // at the end of each round
+    for (std::uint64_t round = 0; round < kRounds; ++round) {
+        const std::uint64_t first = 2 * TestSupport::scale() + round * inARound;
+        const auto forEach = [&](auto change) {
+            for (std::uint64_t i = 0; i < inARound; ++i) {
+                change(first + i);
+                if (i % 128 == 127 || i + 1 == inARound) { ASSERT_EQ(to->commit(), ""); }
+            }
+        };
+        ASSERT_NO_FATAL_FAILURE(forEach([&](std::uint64_t id) {
+            const Stash::OcNextHopIndex index{id};
+            store.nextHopIs({index, NexthopGroupId{id}, NexthopGroupEntryIndex{0}, {}}, content);
+        }));
+        ASSERT_NO_FATAL_FAILURE(
+            until([&] { return collector.entries.size() == wanted.size() + inARound; }));
+        const std::uint64_t before = collector.counters;
+        ASSERT_NO_FATAL_FAILURE(forEach([&](std::uint64_t id) {
+            store.counters().set(Forwarder::StoredCounters::Index{id}, {{id, 64 * id}, {}});
+        }));
+        ASSERT_NO_FATAL_FAILURE(until([&] { return collector.counters == before + inARound; }));
+        ASSERT_NO_FATAL_FAILURE(forEach([&](std::uint64_t id) { store.nextHopDel(id); }));
+        ASSERT_NO_FATAL_FAILURE(
+            until([this] { return collector.entries.size() == wanted.size(); }));
+        allocated.push_back(mallinfo2().uordblks);
+    }
+    EXPECT_EQ(difference(collector.entries, wanted), "");
+    const std::uint64_t half = kRounds * 11 / 20;
+    ASSERT_GE((half + 1) * inARound, kRemembered);
+    const std::uint64_t since = (kRounds - half - 1) * inARound;
+    std::printf("%lu ids: allocated %zu bytes after half of them, %zu after the last\n",
+                kRounds * inARound,
+                allocated[half],
+                allocated.back());
+    EXPECT_LE(allocated.back(), allocated[half] + since) << "less than a byte of each";
 }
 
 }  // namespace
