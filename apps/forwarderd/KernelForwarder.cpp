@@ -17,17 +17,16 @@ constexpr Kiln::TaskPriority kPublishPriority = 4;
 
 KernelForwarder::KernelForwarder(Vel::Ref<Kiln::TaskScheduler> scheduler,
                                  std::shared_ptr<Store::Environment> store,
-                                 unsigned cellId,
-                                 Kiln::Duration counterInterval)
+                                 const Options& options)
     : scheduler_{std::move(scheduler)},
       writer_{std::move(store)},
       kernel_{fib_, scheduler_->clock()},
-      publish_{flatten_, writer_, scheduler_->clock(), cellId},
+      publish_{flatten_, writer_, scheduler_->clock(), options.cellId, options.quietTime},
       source_{scheduler_, "KernelSource", kSourcePriority, [this] { return follow(); }},
       publisher_{scheduler_, "Publish", kPublishPriority, [this] { return write(); }},
       counters_{scheduler_, "Counters", kPublishPriority, [this] { return count(); }} {
-    if (counterInterval > Kiln::Duration{}) {
-        kernelCounters_.emplace(memberCounters_, scheduler_->clock(), counterInterval);
+    if (options.counterInterval > Kiln::Duration{}) {
+        kernelCounters_.emplace(memberCounters_, scheduler_->clock(), options.counterInterval);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,12 +24,17 @@ inline constexpr unsigned kDefaultCounterSeconds = 10;
 /// writes what was forwarded, once all has been published.
 class KernelForwarder {
 public:
-    /// @param cellId          prefix of cell-specific paths
-    /// @param counterInterval from one poll of the kernel's counters to the next; 0: none
+    struct Options {
+        unsigned cellId = 1;  ///< prefix of cell-specific paths
+        /// From one poll of the kernel's counters to the next; 0: none.
+        Kiln::Duration counterInterval = std::chrono::seconds{kDefaultCounterSeconds};
+        /// How long a route table has no change before it is said to have quiesced.
+        Kiln::Duration quietTime = Publish::kQuietTime;
+    };
+
     KernelForwarder(Vel::Ref<Kiln::TaskScheduler> scheduler,
                     std::shared_ptr<Store::Environment> store,
-                    unsigned cellId,
-                    Kiln::Duration counterInterval);
+                    const Options& options);
     KernelForwarder(const KernelForwarder&) = delete;
     KernelForwarder& operator=(const KernelForwarder&) = delete;
 

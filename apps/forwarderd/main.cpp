@@ -22,7 +22,8 @@ namespace {
 struct Arguments {
     AgentHost::HostConfig config;
     std::string source = "kernel";
-    unsigned counterInterval = Pel::Forwarder::kDefaultCounterSeconds;
+    unsigned counterSeconds = Pel::Forwarder::kDefaultCounterSeconds;
+    unsigned quietSeconds = Pel::Forwarder::Publish::kQuietTime.count();
     Pel::Forwarder::ScenarioOptions scenario;
 };
 
@@ -64,8 +65,11 @@ int forward(const Arguments& arguments) {
             scheduler, std::move(store), std::move(scenario), cellId, tell};
         return runUntilStopped(feed, *scheduler);
     }
-    Pel::Forwarder::KernelForwarder forwarder{
-        scheduler, std::move(store), cellId, std::chrono::seconds{arguments.counterInterval}};
+    Pel::Forwarder::KernelForwarder::Options how;
+    how.cellId = cellId;
+    how.counterInterval = std::chrono::seconds{arguments.counterSeconds};
+    how.quietTime = std::chrono::seconds{arguments.quietSeconds};
+    Pel::Forwarder::KernelForwarder forwarder{scheduler, std::move(store), how};
     return runUntilStopped(forwarder, *scheduler);
 }
 
@@ -87,8 +91,14 @@ int run(int count, char** values) {
     app.add_option("--cell", arguments.config.cellId, "Cell whose readiness is told")
         ->capture_default_str();
     app.add_option("--counter-interval",
-                   arguments.counterInterval,
+                   arguments.counterSeconds,
                    "How often the kernel's counters are read, in seconds; 0: never")
+        ->check(CLI::Range(0U, 86'400U))
+        ->capture_default_str();
+    app.add_option("--quiet-time",
+                   arguments.quietSeconds,
+                   "How long the kernel's route table has no change before it is said to have "
+                   "quiesced, in seconds")
         ->check(CLI::Range(0U, 86'400U))
         ->capture_default_str();
     Pel::CommandTree::addManualOption(app);

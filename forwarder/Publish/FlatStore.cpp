@@ -85,12 +85,15 @@ FlatStore::FlatStore(Store::Writer& writer, unsigned cellId)
       state_{writer},
       contentTable_{
           writer.tableIs(Stash::kContentPath, Stash::kContentType, Store::TableKind::content)},
+      controls_{writer.tableIs(Mesa::CollectionControls::kPath,
+                               Mesa::CollectionControls::kType,
+                               Store::TableKind::state)},
       identity_{writer.tableIs(kIdentityPath, kIdentityType, Store::TableKind::content)} {}
 
 bool FlatStore::valid() const {
     return contents_.valid() && fecs_.valid() && nextHops_.valid() && counterKeys_.valid() &&
            counters_.valid() && vrfMap_.valid() && state_.valid() && contentTable_ != 0 &&
-           identity_ != 0;
+           controls_ != 0 && identity_ != 0;
 }
 
 std::string FlatStore::sourceIs(std::string_view source) {
@@ -308,9 +311,11 @@ void FlatStore::routeDel(const FlatRouteKey& key) {
 }
 
 bool FlatStore::hasRouteTable(const FlatRouteKey& key) {
-    const AddressFamily family = key.prefix.address().family();
-    return routes_.contains({key.vrf, family}) ||
-           writer_.get(kRegistryTable, routePath(key.vrf, family));
+    return hasRouteTable(key.vrf, key.prefix.address().family());
+}
+
+bool FlatStore::hasRouteTable(const std::string& vrf, AddressFamily family) {
+    return routes_.contains({vrf, family}) || writer_.get(kRegistryTable, routePath(vrf, family));
 }
 
 void FlatStore::routeDel(const std::string& vrf, const Nexo::IpPrefix& prefix) {
@@ -347,13 +352,16 @@ void FlatStore::counterKeyDel(const FlattenNextHopEntry& entry) {
     if (present && present->counterIndex == entry.index.value()) { counterKeys_.erase(slot); }
 }
 
-void FlatStore::vrfDel(std::uint32_t table) {
+std::string FlatStore::vrfDel(std::uint32_t table) {
     const Vrf::VrfId id{table};
     const auto bytes = writer_.get(vrfMap_.table(), Store::KeyCodec<Vrf::VrfId>::encode(id));
     const auto entry =
         bytes ? Mesa::RecordCodec<Vrf::VrfIdMap::Entry>::decode(*bytes) : std::nullopt;
     vrfIdDel(id);
-    if (entry) { vrfTablesDel(entry->vrfName.stringValue()); }
+    if (!entry) { return {}; }
+    std::string name = entry->vrfName.stringValue();
+    vrfTablesDel(name);
+    return name;
 }
 
 void FlatStore::vrfIdDel(Vrf::VrfId id) {
@@ -494,6 +502,16 @@ void FlatStore::fibReadyIs(const std::string& vrf, std::optional<bool> ready) {
     state_.entityIs(readyPath(vrf),
                     GatedReady::FibReady::kType,
                     Mesa::RecordCodec<ReadyRecord>::encode(ReadyRecord{*ready}));
+}
+
+void FlatStore::quiescedIs(const std::string& vrf, AddressFamily family, bool quiesced) {
+    if (!hasRouteTable(vrf, family)) { return; }
+    RouteTable& table = routeTable(vrf, family);
+    const auto bytes = writer_.get(controls_, routePath(vrf, family));
+    const auto said = bytes ? Mesa::CollectionControlRecord::decode(*bytes) : std::nullopt;
+    // What was said of a table that stood there before does not count.
+    if (said && said->table == table.table() && said->quiesced == quiesced) { return; }
+    table.quiescedIs(quiesced);
 }
 
 }  // namespace Pel::Forwarder

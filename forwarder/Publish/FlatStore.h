@@ -61,7 +61,8 @@ public:
     void routeDel(const FlatRouteKey& key);
     void fecDel(FecId id);
     void nextHopDel(OcNextHopNumber index);
-    void vrfDel(std::uint32_t table);
+    /// The name that the VRF had; "" when there was none.
+    std::string vrfDel(std::uint32_t table);
 
     /// Says that each VRF's routes are complete, one record a VRF, and then that the whole FEC set is.
     void readyIs();
@@ -87,6 +88,9 @@ public:
     void fecReadyIs(bool ready);
     /// Nullopt: the VRF waits for nobody, there is no such record.
     void fibReadyIs(const std::string& vrf, std::optional<bool> ready);
+    /// Whether the changes of a route table have paused. Without effect when that is said already,
+    /// or there is no such table.
+    void quiescedIs(const std::string& vrf, Nexo::AddressFamily family, bool quiesced);
 
     /// Whoever sets a counter sees to it that what is counted is there.
     StoredCounters& counters() { return counters_; }
@@ -114,6 +118,7 @@ private:
     RouteTable& routeTable(const std::string& vrf, Nexo::AddressFamily family);
     RouteTable& routeTable(const std::string& vrf, const Nexo::IpPrefix& prefix);
     bool hasRouteTable(const FlatRouteKey& key);
+    bool hasRouteTable(const std::string& vrf, Nexo::AddressFamily family);
     std::optional<FlattenNextHopEntry> nextHop(Stash::OcNextHopIndex index);
     void counterKeyDel(const FlattenNextHopEntry& entry);
     bool holds(const Stash::Handle& handle, std::string_view content);
@@ -136,6 +141,7 @@ private:
     Mesa::TablePublisher<Vrf::VrfId, Vrf::VrfIdMap::Entry> vrfMap_;
     Hubdb::Publisher state_;
     Store::TableId contentTable_;  // for reading back
+    Store::TableId controls_;      // what is said of tables, by path
     Store::TableId identity_;      // what only a forwarder reads
     absl::btree_map<std::pair<std::string, Nexo::AddressFamily>, RouteTable> routes_;
 };

@@ -14,14 +14,23 @@ namespace {
 
 constexpr std::size_t kBatch = 512;          // elements asked of Flatten at once
 constexpr std::size_t kBatchesOfRetry = 16;  // taken at once while publishing stands still
+constexpr std::size_t kQuietTables = 512;    // told in one transaction
 // Elements of a transaction after a failure. So few, since a deletion takes pages, too, before it
 // frees any, and each may be in a page of its own.
 constexpr std::size_t kSmall = 16;
 
 }  // namespace
 
-Publish::Publish(Flatten& flatten, Store::Writer& writer, const Kiln::Clock& clock, unsigned cellId)
-    : flatten_{flatten}, writer_{writer}, commit_{writer, clock}, cellId_{cellId} {}
+Publish::Publish(Flatten& flatten,
+                 Store::Writer& writer,
+                 const Kiln::Clock& clock,
+                 unsigned cellId,
+                 Kiln::Duration quietTime)
+    : flatten_{flatten},
+      writer_{writer},
+      commit_{writer, clock},
+      quiet_{clock, quietTime},
+      cellId_{cellId} {}
 
 std::string Publish::open(std::string_view source) {
     VEL_ASSERT(store_ == nullptr);
@@ -33,6 +42,7 @@ std::string Publish::open(std::string_view source) {
     if (!valid) { return "a table of the store is of another type"; }
     if (error = store->sourceIs(source); !error.empty()) { return error; }
     store->readBack(flatten_);
+    for (const std::string& vrf : store->routeVrfs()) { quiet_.vrfIs(vrf); }
     store_ = std::move(store);
     return writer_.commit();  // tells whether reading failed, too
 }
@@ -57,7 +67,7 @@ bool Publish::run(absl::FunctionRef<bool()> mustYield) {
             readyDue_ = readyDue_ || !ready_ || !diff_.vrfs.empty();
             if (diff_.empty() && !more_) {
                 if (readyDue_ && !writeReadiness()) { return false; }
-                return false;
+                if (!writeQuiet()) { return false; }
             }
         }
         if (mustYield()) { return true; }
@@ -118,6 +128,16 @@ bool Publish::writeReadiness() {
     return true;
 }
 
+/// Says of tables that are quiet that they are, in one transaction. True when there may be more of
+/// them. When it fails all of them stay due.
+bool Publish::writeQuiet() {
+    const std::vector<QuietTables::Table> tables = quiet_.due(kQuietTables);
+    for (const auto& [vrf, family] : tables) { store_->quiescedIs(vrf, family, true); }
+    if (tables.empty() || !commit_.commit(0)) { return false; }
+    for (const QuietTables::Table& table : tables) { quiet_.told(table); }
+    return tables.size() == kQuietTables;
+}
+
 /// The elements of a diff, numbered through in the order in which they have to be applied.
 void Publish::write(std::size_t element) {
     const auto in = [&element](const auto& list) {
@@ -125,14 +145,26 @@ void Publish::write(std::size_t element) {
         element -= list.size();
         return false;
     };
+    const auto changed = [this](const FlatRouteKey& key) {
+        quiet_.changed(key.vrf, key.prefix.address().family());
+    };
     // First, since nothing refers to a route, and since they make room; then names become free.
-    if (in(diff_.routeDeletes)) { return store_->routeDel(diff_.routeDeletes[element]); }
-    if (in(diff_.vrfDeletes)) { return store_->vrfDel(diff_.vrfDeletes[element]); }
-    if (in(diff_.vrfs)) { return store_->vrfIs(diff_.vrfs[element]); }
+    if (in(diff_.routeDeletes)) {
+        changed(diff_.routeDeletes[element]);
+        return store_->routeDel(diff_.routeDeletes[element]);
+    }
+    if (in(diff_.vrfDeletes)) { return quiet_.vrfDel(store_->vrfDel(diff_.vrfDeletes[element])); }
+    if (in(diff_.vrfs)) {
+        quiet_.vrfIs(diff_.vrfs[element].name);
+        return store_->vrfIs(diff_.vrfs[element]);
+    }
     if (in(diff_.vtis)) { return store_->vtisIs(diff_.vtis[element]); }
     if (in(diff_.nextHops)) { return store_->nextHopIs(diff_.nextHops[element]); }
     if (in(diff_.fecs)) { return store_->fecIs(diff_.fecs[element]); }
-    if (in(diff_.routes)) { return store_->routeIs(diff_.routes[element]); }
+    if (in(diff_.routes)) {
+        changed(diff_.routes[element].key);
+        return store_->routeIs(diff_.routes[element]);
+    }
     if (in(diff_.fecDeletes)) { return store_->fecDel(diff_.fecDeletes[element]); }
     if (in(diff_.nextHopDeletes)) { return store_->nextHopDel(diff_.nextHopDeletes[element]); }
 }

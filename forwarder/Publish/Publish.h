@@ -2,6 +2,7 @@
 
 #include <absl/functional/function_ref.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -11,6 +12,7 @@
 
 #include "forwarder/Flatten/Flatten.h"
 #include "forwarder/Publish/FlatStore.h"
+#include "forwarder/Publish/QuietTables.h"
 #include "forwarder/Publish/RetryingCommit.h"
 #include "platform/Kiln/Clock.h"
 
@@ -22,7 +24,10 @@ namespace Pel::Forwarder {
 
 /// Brings what Flatten says into the store, in transactions of at most Store::Writer::kMaxRecords records, each in
 /// reference order. Readiness follows in a transaction of its own once everything has been written, so that whoever sees it
-/// sees the data.
+/// sees the data; and then, table by table, that it has quiesced: nothing in it has changed for the
+/// quiet time, and nothing waits to be written. That is said once, and later changes do not take it
+/// back: like readiness it means that the first download has come to rest, and a restart leaves both
+/// as they are.
 ///
 /// A transaction that fails (a full store, an I/O error) is gone as a whole: publishing stops there, says so, and tries again
 /// a second later. What the source has told meanwhile joins what waits, and what makes room goes first: withdrawn routes and
@@ -34,8 +39,15 @@ class Publish {
 public:
     using Statistics = RetryingCommit::Statistics;
 
-    /// Borrows all but the cell id.
-    Publish(Flatten& flatten, Store::Writer& writer, const Kiln::Clock& clock, unsigned cellId = 1);
+    static constexpr std::chrono::seconds kQuietTime{5};
+
+    /// Borrows all but the last two. `quietTime`: how long a table has no change before it is said
+    /// to have quiesced; 0: until all has been written.
+    Publish(Flatten& flatten,
+            Store::Writer& writer,
+            const Kiln::Clock& clock,
+            unsigned cellId = 1,
+            Kiln::Duration quietTime = kQuietTime);
 
     /// Registers the tables and hands Flatten what an earlier run published. Once. "" on success, else what failed, such
     /// as a store that is another source's; what Flatten was given is not complete then, so start with a new one.
@@ -44,8 +56,11 @@ public:
     /// Works until nothing is left or `mustYield` says so, which is asked after each transaction. True when there is more
     /// to do at once.
     bool run(absl::FunctionRef<bool()> mustYield);
-    /// When run() wants to be called next though nothing has changed: after a failure.
-    std::optional<Kiln::TimePoint> wakeAt() const { return commit_.wakeAt(); }
+    /// When run() wants to be called next though nothing has changed: after a failure, or for a
+    /// table that may be quiet by then.
+    std::optional<Kiln::TimePoint> wakeAt() const {
+        return commit_.wakeAt() || !ready_ ? commit_.wakeAt() : quiet_.wakeAt();
+    }
 
     /// Where it publishes; after open(), between calls of run().
     FlatStore& store() { return *store_; }
@@ -59,12 +74,14 @@ public:
 private:
     bool writeSome();
     bool writeReadiness();
+    bool writeQuiet();
     void takeWhatCame();
     void write(std::size_t element);
 
     Flatten& flatten_;
     Store::Writer& writer_;
     RetryingCommit commit_;
+    QuietTables quiet_;
     unsigned cellId_;
     std::unique_ptr<FlatStore> store_;
     FlatDiff diff_;            // being written

@@ -95,6 +95,13 @@ struct FibReadyItem {
     std::optional<bool> ready;  ///< none: the VRF waits for nobody
 };
 
+/// Whether the changes of a route table have paused.
+struct QuiescedItem {
+    std::string vrf;
+    Nexo::AddressFamily family = Nexo::AddressFamily::ipv4;
+    bool quiesced = false;
+};
+
 using Change = std::variant<VrfItem,
                             VtisItem,
                             UdpPortsItem,
@@ -110,7 +117,8 @@ using Change = std::variant<VrfItem,
                             VrfIdDel,
                             VrfTablesDel,
                             FecReadyItem,
-                            FibReadyItem>;
+                            FibReadyItem,
+                            QuiescedItem>;
 using Changes = std::vector<Change>;
 
 }  // namespace Pel::Forwarder

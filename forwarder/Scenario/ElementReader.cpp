@@ -512,12 +512,22 @@ void ElementReader::route(const YamlNode& node, DescribedRoute& to) const {
 }
 
 bool ElementReader::readiness(const YamlNode& node, std::optional<bool>& to) const {
-    if (node.text == "none") {
+    return flagOr("none", node, to);
+}
+
+bool ElementReader::quiesced(const YamlNode& node, std::optional<bool>& to) const {
+    return flagOr("never", node, to);
+}
+
+bool ElementReader::flagOr(std::string_view neither,
+                           const YamlNode& node,
+                           std::optional<bool>& to) const {
+    if (node.text == neither) {
         to.reset();
     } else if (node.text == "true" || node.text == "false") {
         to = node.text == "true";
     } else {
-        values_.expected(node, "true, false or none");
+        values_.expected(node, "true, false or " + std::string{neither});
         return false;
     }
     return true;

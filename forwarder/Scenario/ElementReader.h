@@ -47,6 +47,8 @@ public:
     void counter(const YamlNode& node, DescribedCounter& to, bool whole) const;
     /// true, false or none; false after a problem.
     bool readiness(const YamlNode& node, std::optional<bool>& to) const;
+    /// true, false or never; false after a problem.
+    bool quiesced(const YamlNode& node, std::optional<bool>& to) const;
 
     /// "mpls", or the number of a payload type without a word.
     static std::string payloadName(Tunnel::PayloadType type);
@@ -62,6 +64,7 @@ private:
     void interface(const YamlNode& node, Nexo::IntfId& to) const;
     void members(const YamlNode& node, std::vector<DescribedMember>& to) const;
     void checkEncaps(const DescribedNextHop& nextHop) const;
+    bool flagOr(std::string_view neither, const YamlNode& node, std::optional<bool>& to) const;
     void truncation(const FieldReader& fields, std::optional<std::uint32_t>& to) const;
     void address(const FieldReader& fields, std::string_view key, Nexo::IpGenAddr& to) const;
     void addressOf(const FieldReader& fields,

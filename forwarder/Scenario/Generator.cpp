@@ -278,6 +278,10 @@ bool Generator::describe(Changes& to, std::size_t limit) {
 void Generator::describeReadiness(Changes& to) {
     to.emplace_back(FibReadyItem{std::string{Vrf::kDefaultVrfName}, true});
     to.emplace_back(FecReadyItem{true});
+    if (options_.churn > 0) { return; }
+    for (const auto family : {Nexo::AddressFamily::ipv4, Nexo::AddressFamily::ipv6}) {
+        to.emplace_back(QuiescedItem{std::string{Vrf::kDefaultVrfName}, family, true});
+    }
 }
 
 bool Generator::hasVrfId(Vrf::VrfId id) const {

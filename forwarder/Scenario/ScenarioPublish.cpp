@@ -40,6 +40,9 @@ struct Put {
     void operator()(const VrfIdDel& item) { store.vrfIdDel(item.id); }
     void operator()(const VrfTablesDel& item) { store.vrfTablesDel(item.name); }
     void operator()(const FecReadyItem& item) { store.fecReadyIs(item.ready); }
+    void operator()(const QuiescedItem& item) {
+        store.quiescedIs(item.vrf, item.family, item.quiesced);
+    }
     void operator()(const FibReadyItem& item) { store.fibReadyIs(item.vrf, item.ready); }
 };
 

@@ -260,23 +260,36 @@ void ScenarioReader::counters(const YamlNode* list, Verb verb) {
 
 void ScenarioReader::readiness(const YamlNode* node) {
     if (node == nullptr) { return; }
-    const FieldReader fields{*node, {"fecReady", "fibReady"}, elements_.values()};
+    const FieldReader fields{*node, {"fecReady", "fibReady", "quiesced"}, elements_.values()};
     if (const YamlNode* at = fields.find("fecReady")) {
         if (const auto ready = elements_.values().flag(*at)) { state_.fecReadyIs(*ready); }
     }
-    const YamlNode* vrfs = fields.find("fibReady");
-    if (vrfs == nullptr) { return; }
-    if (vrfs->kind != YamlNode::Kind::map) {
-        elements_.values().expected(*vrfs, "a map of VRF name to readiness");
+    forEachVrf(fields.find("fibReady"), [&](const YamlNode& vrf, const YamlNode& value) {
+        std::optional<bool> ready;
+        if (elements_.readiness(value, ready)) { state_.fibReadyIs(vrf.text, ready, vrf.place); }
+    });
+    forEachVrf(fields.find("quiesced"), [&](const YamlNode& vrf, const YamlNode& value) {
+        const FieldReader families{value, {"ipv4", "ipv6"}, elements_.values()};
+        for (const auto& [word, family] :
+             {std::pair{"ipv4", Nexo::AddressFamily::ipv4}, {"ipv6", Nexo::AddressFamily::ipv6}}) {
+            const YamlNode* at = families.find(word);
+            std::optional<bool> quiesced;
+            if (at == nullptr || !elements_.quiesced(*at, quiesced)) { continue; }
+            state_.quiescedIs({vrf.text, family}, quiesced, vrf.place);
+        }
+    });
+}
+
+void ScenarioReader::forEachVrf(const YamlNode* map,
+                                absl::FunctionRef<void(const YamlNode&, const YamlNode&)> visit) {
+    if (map == nullptr) { return; }
+    if (map->kind != YamlNode::Kind::map) {
+        elements_.values().expected(*map, "a map of VRF name to readiness");
         return;
     }
-    elements_.values().checkKeysOnce(*vrfs);
-    for (std::size_t i = 0; i + 1 < vrfs->items.size(); i += 2) {
-        const YamlNode& vrf = vrfs->items[i];
-        std::optional<bool> ready;
-        if (elements_.readiness(vrfs->items[i + 1], ready)) {
-            state_.fibReadyIs(vrf.text, ready, vrf.place);
-        }
+    elements_.values().checkKeysOnce(*map);
+    for (std::size_t i = 0; i + 1 < map->items.size(); i += 2) {
+        visit(map->items[i], map->items[i + 1]);
     }
 }
 

@@ -49,6 +49,8 @@ private:
     void routes(const YamlNode* list, Verb verb);
     void counters(const YamlNode* list, Verb verb);
     void readiness(const YamlNode* node);
+    void forEachVrf(const YamlNode* map,
+                    absl::FunctionRef<void(const YamlNode&, const YamlNode&)> visit);
     void repetition(const FieldReader& fields, Scenario& to);
     void timeline(const YamlNode* list, std::vector<Scenario::Step>& to);
     Scenario::Step step(const YamlNode& node);

@@ -7,6 +7,8 @@
 
 namespace Pel::Forwarder {
 
+using Nexo::AddressFamily;
+
 namespace {
 
 template <class Map, class Key>
@@ -65,6 +67,10 @@ void ScenarioState::put(const DescribedVrf& vrf) {
     if (vrfs_.insert_or_assign(vrf.name, vrf).second) {
         fibReady_[vrf.name] = true;
         touchedFibReady_.insert(vrf.name);
+        for (const AddressFamily family : {AddressFamily::ipv4, AddressFamily::ipv6}) {
+            quiesced_[{vrf.name, family}] = true;
+            touchedQuiesced_.insert({vrf.name, family});
+        }
     }
     touchedVrfs_[vrf.name] = vrf.place;
 }
@@ -161,6 +167,8 @@ void ScenarioState::put(const std::string& name, const Vxlan::VtiStatus& vti) {
 void ScenarioState::vrfDel(const std::string& name, Place place) {
     if (vrfs_.erase(name) == 0) { return; }
     fibReady_.erase(name);
+    quiesced_.erase({name, AddressFamily::ipv4});
+    quiesced_.erase({name, AddressFamily::ipv6});
     touchedVrfs_[name] = place;
 }
 
@@ -203,6 +211,15 @@ void ScenarioState::vtiDel(const std::string& name) {
 void ScenarioState::fecReadyIs(bool ready) {
     fecReady_ = ready;
     touchedFecReady_ = true;
+}
+
+void ScenarioState::quiescedIs(const RouteTable& table, std::optional<bool> quiesced, Place place) {
+    if (vrf(table.first) == nullptr) {
+        problems_.add(place, "there is no VRF " + inQuotes(table.first));
+        return;
+    }
+    quiesced_[table] = quiesced;
+    touchedQuiesced_.insert(table);
 }
 
 void ScenarioState::fibReadyIs(const std::string& vrf, std::optional<bool> ready, Place place) {
@@ -280,8 +297,15 @@ void ScenarioState::takeReadiness(Taken& to) {
         (*ready == true ? to.ready : to.data).emplace_back(FibReadyItem{name, *ready});
     }
     if (touchedFecReady_ && fecReady_) { to.ready.emplace_back(FecReadyItem{true}); }
+    for (const RouteTable& table : touchedQuiesced_) {
+        const auto* quiesced = findIn(quiesced_, table);
+        if (quiesced == nullptr || !quiesced->has_value()) { continue; }
+        (**quiesced || touchedVrfs_.contains(table.first) ? to.ready : to.data)
+            .emplace_back(QuiescedItem{table.first, table.second, **quiesced});
+    }
     touchedFecReady_ = false;
     touchedFibReady_.clear();
+    touchedQuiesced_.clear();
 }
 
 void ScenarioState::takePuts(Changes& to) {

@@ -23,6 +23,7 @@ namespace Pel::Forwarder {
 class ScenarioState {
 public:
     using UdpPort = L3::Tunnel::DestinationPort;
+    using RouteTable = std::pair<std::string, Nexo::AddressFamily>;  // VRF and family
     using DecapGroup = Tunnel::Decap::DecapGroup;
     struct Taken {
         Changes data;   ///< readiness that ends, puts in reference order, deletes in the reverse
@@ -61,6 +62,8 @@ public:
     void decapGroupDel(const DecapGroupKey& key) { decapGroups_.del(key); }
 
     void fecReadyIs(bool ready);
+    /// None: nothing is said of the table.
+    void quiescedIs(const RouteTable& table, std::optional<bool> quiesced, Place place);
     void fibReadyIs(const std::string& vrf, std::optional<bool> ready, Place place);
 
     /// What has changed since the last time. Checks the references.
@@ -99,6 +102,7 @@ private:
     SourcedRecords<std::string, DecapGroup> decapGroups_;
     bool fecReady_ = true;
     absl::btree_map<std::string, std::optional<bool>> fibReady_;  // each VRF's
+    absl::btree_map<RouteTable, std::optional<bool>> quiesced_;   // each VRF's two tables'
 
     // Who refers to what.
     absl::btree_map<std::string, absl::btree_set<Slot>> slots_;  // next hop -> members
@@ -122,6 +126,7 @@ private:
     bool touchedVtis_ = true;  // at first, to say that there are none
     bool touchedFecReady_ = true;
     absl::btree_set<std::string> touchedFibReady_;
+    absl::btree_set<RouteTable> touchedQuiesced_;
 };
 
 }  // namespace Pel::Forwarder

@@ -29,7 +29,7 @@ public:
     void erase(const Key& key) { writer_->erase(table_, Store::KeyCodec<Key>::encode(key)); }
     /// Says whether changes have paused. Readers hear it after the changes that this writer has made
     /// before it, in this transaction or earlier. The first time it also tells them that another
-    /// producer speaks now: who takes over a table says at once that it has not quiesced.
+    /// producer speaks now: who cannot vouch for a table it takes over says at once: not quiesced.
     void quiescedIs(bool quiesced) {
         collectionControlIs(*writer_, path_, table_, quiesced, generation_);
     }

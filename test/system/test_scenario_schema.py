@@ -47,7 +47,7 @@ ALL = {
     "fecs": [{"id": "kernel/41", "members": ["a"]}],
     "routes": [{"vrf": "red", "prefix": "10.1.0.0/16", "fec": "kernel/41", "origin": "static"}],
     "counters": [{"nextHop": "a"}, {"fec": "ipInIpTunnel/5"}, {"index": 1 << 60}],
-    "ready": {"fecReady": True, "fibReady": {"red": "none"}},
+    "ready": {"fecReady": True, "fibReady": {"red": "none"}, "quiesced": {"red": {"ipv4": "never", "ipv6": False}}},
     "timeline": [
         {"at": "1s", "add": ELEMENTS, "ready": {"fecReady": False, "fibReady": {"blue": True}}},
         {"at": "2s", "change": {"nextHops": [{"name": "b", "gue": None, "vxlan": None,
@@ -76,7 +76,7 @@ VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
 def places(node, path=()):
     """The path of every map that has keys of its own, and not names of things."""
     if isinstance(node, dict):
-        if not path or path[-1] not in ("vlans", "fibReady"):
+        if not path or path[-1] not in ("vlans", "fibReady", "quiesced"):
             yield path
         for key, value in node.items():
             yield from places(value, path + (key,))
@@ -100,7 +100,8 @@ def schema_at(path):
         if "oneOf" in node:
             node = next(one for one in node["oneOf"] if one.get("type") == "object")
         if step is not None:
-            node = node["items"] if isinstance(step, int) else node["properties"][step]
+            named = node.get("properties", {}).get(step, node.get("additionalProperties"))  # the latter: whatever its name
+            node = node["items"] if isinstance(step, int) else named
     return node
 
 

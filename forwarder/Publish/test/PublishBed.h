@@ -29,7 +29,7 @@ protected:
         auto environment = Store::Environment::open(options, Store::Access::write, error);
         ASSERT_NE(environment, nullptr) << error;
         writer = std::make_unique<Store::Writer>(environment);
-        publish = std::make_unique<Publish>(bed->flatten, *writer, clock);
+        publish = std::make_unique<Publish>(bed->flatten, *writer, clock, 1U, quietTime);
         ASSERT_EQ(publish->open(), "");
     }
     void settle() {
@@ -43,6 +43,7 @@ protected:
     std::unique_ptr<Store::Writer> writer;
     std::unique_ptr<Publish> publish;
     bool yields = false;
+    Kiln::Duration quietTime = Publish::kQuietTime;  // of the next start
 };
 
 }  // namespace Pel::Forwarder

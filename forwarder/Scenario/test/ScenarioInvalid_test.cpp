@@ -30,7 +30,7 @@ const InvalidCase kInvalid[] = {
      {"f.yaml:2:1: unknown key 'nexthop'; did you mean 'nextHops'?"}},
     {"UnknownKeyFarFromAll",
      "scenario: 1\nready:\n  colour: []\n",
-     {"f.yaml:3:3: unknown key 'colour'; the keys here are fecReady, fibReady"}},
+     {"f.yaml:3:3: unknown key 'colour'; the keys here are fecReady, fibReady, quiesced"}},
     {"KeyTwice",
      "scenario: 1\nroutes: []\nroutes: []\n",
      {"f.yaml:3:1: the key 'routes' comes twice"}},

@@ -9,6 +9,7 @@
 #include "model/Tunnel/UdpDestinationPortConfig.h"
 #include "model/Vxlan/VtiStatusDir.h"
 #include "platform/Hubdb/RecordFrame.h"
+#include "platform/Mesa/CollectionControl.h"
 #include "platform/Vel/Fields.h"
 
 namespace Pel::Forwarder {
@@ -45,6 +46,9 @@ StoreView::StoreView(const Store::Options& options)
         family->v6.mountIs(*reader_);
     }
     state_ = reader_->mount("hubdb", "hubdb", Store::TableKind::state, ignored_);
+    using Mesa::CollectionControls;
+    controls_ = reader_->mount(
+        CollectionControls::kPath, CollectionControls::kType, Store::TableKind::state, ignored_);
     look();
 }
 
@@ -125,6 +129,12 @@ std::string StoreView::readyAt(const std::string& path) {
         path, [](const ReadyRecord& record) { return record.ready ? "true" : "false"; });
 }
 
+std::string StoreView::quiesced(const std::string& path) {
+    const auto bytes = controls_.read(path);
+    const auto record = bytes ? Mesa::CollectionControlRecord::decode(*bytes) : std::nullopt;
+    return record ? record->quiesced ? "true" : "false" : "none";
+}
+
 std::string StoreView::vtis() {
     using Record = Vxlan::VtiStatusDirRecord;
     return shown<Record>(Vxlan::VtiStatusDir::kPath, [](const Record& record) {
@@ -194,7 +204,7 @@ std::vector<std::string> StoreView::everything() {
         for (const auto& keys : {family.v4.keys(), family.v6.keys()}) {
             for (const auto& prefix : keys) {
                 const std::string text = prefix.stringValue();
-                lines.push_back(vrf + " " + text + " " + route(vrf, text));
+                lines.push_back(fmt::format("{} {} {}", vrf, text, route(vrf, text)));
             }
         }
     }

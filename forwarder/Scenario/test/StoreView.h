@@ -40,6 +40,8 @@ public:
     std::string fibReady(const std::string& vrf) {
         return readyAt("cell/1/routing/fibReady/" + vrf);
     }
+    /// What is said of a route table as a whole: "true", "false" or "none".
+    std::string quiesced(const std::string& path);
     /// The tunnel interfaces: "Vxlan1 10.9.0.1/- 10:10010", a line each.
     std::string vtis();
     /// Payload type, port and mode of a source's UDP destination ports: "1:6635/1 3:6080/0".
@@ -92,6 +94,7 @@ private:
     Family red_{"red"};
     Ignored ignored_;
     Store::Reader::Mount state_;
+    Store::Reader::Mount controls_;
 };
 
 }  // namespace Pel::Forwarder
