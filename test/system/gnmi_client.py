@@ -104,6 +104,16 @@ def as_ietf(leaf, proto):
     return str(proto) if isinstance(proto, int) and not small else proto
 
 
+def ancestors(leaf):
+    """The paths that a delete of which takes the leaf along: itself, lists with and without keys, the root."""
+    depth = 0
+    for at, c in enumerate(leaf):
+        if depth == 0 and c in "/[":
+            yield leaf[:at]
+        depth += {"[": 1, "]": -1}.get(c, 0)
+    yield leaf
+
+
 class Stream:
     """One Subscribe call. `tree` maps absolute leaf paths to values, as a collector would hold them, at
     the moment it is asked for; `log` keeps every message in order as ("update", entry path, leaves, stamp), ("leaf", path, value,
@@ -111,7 +121,7 @@ class Stream:
 
     def __init__(self, address, paths=("/",), once=False, target="", updates_only=False, origin="openconfig",
                  encoding=gnmi_pb2.PROTO, poll=False):
-        self._tree = {}
+        self._tree, self._below = {}, {}  # the latter: path -> leaves at or below it
         self.log = []
         self.synced = False
         self.error = None
@@ -171,6 +181,11 @@ class Stream:
         with self._changed:
             return dict(self._tree)
 
+    def leaf(self, path):
+        """Its value, None when it is not there; for conditions that are asked at each message of many."""
+        with self._changed:
+            return self._tree.get(path)
+
     def _take(self, response):
         kind = response.WhichOneof("response")
         if kind == "sync_response":
@@ -193,17 +208,25 @@ class Stream:
             assert len(leaves) == len(note.update), "full paths inside a notification are unique"
             assert leaves, "an atomic notification has content"
             self._drop(entry)
-            self._tree.update(leaves)
+            for leaf, content in leaves.items():
+                self._put(leaf, content)
             self.log.append(("update", entry, leaves, note.timestamp))
         else:
             for update in note.update:
                 leaf = path_text(update.path, note.prefix)
-                self._tree[leaf] = value(update.val)
+                self._put(leaf, value(update.val))
                 self.log.append(("leaf", leaf, self._tree[leaf], note.timestamp))
 
+    def _put(self, leaf, content):
+        self._tree[leaf] = content
+        for path in ancestors(leaf):
+            self._below.setdefault(path, set()).add(leaf)
+
     def _drop(self, entry):
-        for leaf in [k for k in self._tree if k == entry or k.startswith(entry + "/") or k.startswith(entry + "[")]:
+        for leaf in list(self._below.get(entry, ())):
             del self._tree[leaf]
+            for path in ancestors(leaf):
+                self._below[path].discard(leaf)
 
     def wait(self, condition, what, seconds=120.0):
         """Waits until condition(self) holds; says what was there last when it does not."""
@@ -220,7 +243,7 @@ class Stream:
     def poll(self):
         """Asks for all of it again; the tree is what the answer says."""
         with self._changed:
-            self._tree, self.synced = {}, False
+            self._tree, self._below, self.synced = {}, {}, False
         self._requests.put(gnmi_pb2.SubscribeRequest(poll=gnmi_pb2.Poll()))
         return self.wait_sync()
 

@@ -1,0 +1,150 @@
+"""When a VRF's routes are said to be complete, at a client that is there before the first of them.
+
+The routes are those of the kernel's main table, IPv4 and IPv6: two tables to the agent, each with a flag of its own. A table that
+never comes to rest is said to be synced after ten minutes all the same; that end of the wait is tested on the virtual clock."""
+import os
+import re
+import tempfile
+import time
+
+import test_first_light
+from lab import Lab, run
+
+ROUTES = 2000
+QUIET = 2  # seconds without a change
+FLAG = re.compile(r"^/AftExport/stateSynced\[name=(\w+)\]/(ipv4|ipv6)Unicast$")
+ROUTE = re.compile(r"^/FibRoute/(routing6?)/status/route\[prefix=([^]]*)\]")
+FAMILY = {"routing": "ipv4", "routing6": "ipv6"}
+FLAPPING = "203.0.113.0/24"
+
+
+def own_prefixes():
+    """Family -> the prefixes that the test puts into the kernel."""
+    return {"ipv4": {f"198.18.{n // 250}.{n % 250}/32" for n in range(ROUTES)},
+            "ipv6": {f"2001:db8:1000:{n:x}::/64" for n in range(1, ROUTES + 1)}}
+
+
+def flag(stream, family, vrf="default"):
+    return stream.leaf(f"/AftExport/stateSynced[name={vrf}]/{family}Unicast")
+
+
+def leaves(message):
+    """(leaf, value) of each that a message updates."""
+    if message[0] == "update":
+        return list(message[2].items())
+    return [(message[1], message[2])] if message[0] == "leaf" else []
+
+
+def told(log):
+    """What a native stream was told, in order: ("flag", family, value) and ("route", family, prefix)."""
+    for message in log:
+        for leaf, value in leaves(message):
+            if match := FLAG.match(leaf):
+                if match[1] == "default":
+                    yield "flag", match[2], value
+            elif match := ROUTE.match(leaf):
+                yield "route", FAMILY[match[1]], match[2]
+
+
+class Case(test_first_light.Case):
+    """A client that is subscribed to an agent that nobody feeds yet."""
+
+    def setUp(self):
+        super().setUp()
+        with tempfile.NamedTemporaryFile("w", suffix=".batch") as batch:
+            for prefix in sorted(own_prefixes()["ipv4"]):
+                batch.write(f"route add {prefix} via 10.0.1.2 dev e1\n")
+            for prefix in sorted(own_prefixes()["ipv6"]):
+                batch.write(f"route add {prefix} via 2001:db8:1::2 dev e1\n")
+            batch.flush()
+            run(f"ip -batch {batch.name}")
+        self.lab.forwarder_options = ["--quiet-time", str(QUIET)]
+        self.lab.enable()
+        self.lab.start("pel-agentd")
+        self.native = self.subscribe(origin="pel", paths=("/AftExport/stateSynced", "/FibRoute"))
+        self.assertEqual(list(told(self.native.log)), [], "nobody has told anything yet")
+
+    def until_synced(self, family):
+        self.native.wait(lambda s: flag(s, family) is True, f"that {family} is synced")
+
+
+class RoutesComeBeforeTheFlag(Case):
+    def test_of_each_family(self):
+        self.lab.start("pel-forwarderd")
+        self.until_synced("ipv4")
+        self.until_synced("ipv6")
+        history = list(told(self.native.since(0)))
+        for family, wanted in own_prefixes().items():
+            with self.subTest(family):
+                flags = [value for kind, of, value in history if (kind, of) == ("flag", family)]
+                self.assertEqual(flags, sorted(flags), "it rises once")
+                self.assertIs(flags[-1], True)
+                before = history[:history.index(("flag", family, True))]
+                self.assertLessEqual(wanted, {prefix for kind, of, prefix in before if (kind, of) == ("route", family)})
+
+    def test_a_new_agent_has_it_from_a_forwarder_that_has_gone(self):
+        self.lab.start("pel-forwarderd")
+        self.until_synced("ipv4")
+        self.until_synced("ipv6")
+        for name in ("pel-forwarderd", "pel-agentd"):
+            self.lab.kill(name)
+        self.lab.start("pel-agentd")
+        self.native = self.subscribe(origin="pel", paths=("/AftExport/stateSynced",))
+        self.until_synced("ipv4")
+        self.until_synced("ipv6")
+
+
+class ATableThatKeepsChanging(Case):
+    def flap(self):
+        """A route comes or goes. How long the table has been without a change at most, in seconds."""
+        began = self.last_flap
+        self.flaps += 1
+        self.lab.ip(f"route {'add' if self.flaps % 2 else 'del'} blackhole {FLAPPING}")
+        self.last_flap = time.monotonic()
+        return self.last_flap - began
+
+    def test_waits_and_holds_up_no_other(self):
+        self.flaps, self.last_flap = 0, time.monotonic()
+        self.lab.start("pel-forwarderd")
+        pause, after = 0, 0
+        while after < 10 * QUIET:  # as many flaps, 0.2 s each, after the other family has come to rest
+            pause = max(pause, self.flap())
+            self.assertTrue(pause >= QUIET or not flag(self.native, "ipv4"), f"{self.flaps} flaps, {pause} s apart at most")
+            after += flag(self.native, "ipv6") is True
+            self.assertLess(self.flaps, 1000, "IPv6 waits for IPv4")
+            time.sleep(0.2)
+        self.assertIs(flag(self.native, "ipv4"), pause >= QUIET)
+        self.until_synced("ipv4")
+        history = list(told(self.native.since(0)))
+        first = history.index(("flag", "ipv4", False))
+        changes = [item for item in history[first:] if item == ("route", "ipv4", FLAPPING)]
+        self.assertGreaterEqual(len(changes), 2, "the client has seen it flap")
+
+
+class NamesOfVrfs(test_first_light.Case):
+    def setUp(self):
+        super().setUp()
+        self.longest, self.too_long = "v" * 100, "w" * 101
+        self.scenario = tempfile.NamedTemporaryFile("w", suffix=".yaml")  # pylint: disable=consider-using-with
+        self.addCleanup(self.scenario.close)
+        self.scenario.write("scenario: 1\ninvalid: allow\nvrfs:\n"
+                            + "".join(f"  - {{name: {name}, id: {n}}}\n"
+                                      for n, name in enumerate((self.too_long, self.longest, "blue", "red"), 1001))
+                            + "ready: {quiesced: {red: {ipv6: never}}}\n")
+        self.scenario.flush()
+        self.lab.close()
+        self.lab = Lab(links=0, scenario=self.scenario.name)
+        self.addCleanup(self.lab.close)
+
+    def test_one_that_is_too_long_holds_up_no_other(self):
+        self.up()
+        native = self.subscribe(origin="pel", paths=("/AftExport/stateSynced",))
+        want = {(vrf, family): vrf != self.too_long and (vrf, family) != ("red", "ipv6")
+                for vrf in ("default", self.longest, self.too_long, "blue", "red") for family in ("ipv4", "ipv6")}
+
+        def shown(stream):
+            matches = ((FLAG.match(leaf), value) for leaf, value in stream.tree.items())
+            return {(match[1], match[2]): value for match, value in matches if match}
+        native.wait(lambda s: shown(s) == want, f"{want}; now {shown(native)}")
+        self.assertIsNone(self.lab.processes["pel-agentd"].poll())
+        self.assertTrue(os.path.exists(os.path.join(self.lab.root, "state")))
