@@ -34,6 +34,10 @@ std::string_view asAnnex(std::span<const Reference> references) {
     return {reinterpret_cast<const char*>(references.data()), references.size_bytes()};
 }
 
+std::optional<std::uint64_t> valueOf(const Content& content) {
+    return content.isValue() ? std::optional{content.value()} : std::nullopt;
+}
+
 }  // namespace
 
 Journal::Batch::Batch(Journal& journal) : journal_(journal) {
@@ -100,6 +104,7 @@ void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, C
             renames = overtake(l, entry->second.changed, now) || renames;
         }
         entry->second.changed = now;
+        replaced_ = valueOf(entry->second.content);
         entry->second.content = std::move(content);
 
         JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
@@ -129,6 +134,7 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
     ++from.count;
     overtake(l, entry->second.changed, now);
     JournalRecord tombstone{.key = key, .content = {}, .at = now, .born = entry->second.born};
+    replaced_ = valueOf(entry->second.content);
     from.entries.erase(entry);
     for (CursorPosition* reader : readers_) { reader->noteRemoval(l, tombstone); }
     if (tombstoneNeeded(l, tombstone)) {

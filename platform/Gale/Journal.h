@@ -78,6 +78,9 @@ public:
 
     /// Whether the latest update that changed something added its entry. Writer's thread.
     bool added() const { return added_; }
+    /// The value that the latest update or removal that changed something has replaced; nothing when
+    /// it added its entry or replaced bytes. Writer's thread.
+    std::optional<std::uint64_t> replaced() const { return replaced_; }
 
     /// Removes an entry; `deleteBytes` is the message that says so, copied only if a cursor needs
     /// it. False when there was no such entry.
@@ -139,6 +142,7 @@ private:
     Position head_ = 0;  ///< of the latest change of a finished batch
     int batches_ = 0;    ///< nesting; writer's thread only
     bool added_ = false;
+    std::optional<std::uint64_t> replaced_;
     // namedBy of what is not there; writer's thread only.
     absl::btree_map<Reference, std::uint32_t> absentNamedBy_;
 };

@@ -26,6 +26,10 @@ struct EncodedEntry {
     std::vector<Reference> references;
     /// Instead of bytes: what View::encodeValue makes the Notification of when it is sent.
     std::optional<std::uint64_t> value;
+    /// Set by the encoder: encode it once more, with `last`, when all is shown that was marked up to
+    /// now. For entries of lane flags.
+    bool askLast = false;
+    bool last = false;
 };
 
 /// Takes note of changed entries; the provider behind it encodes them later, in slices.
@@ -62,6 +66,11 @@ public:
     virtual bool encode(const EntryKey& key, EncodedEntry& to) = 0;
     /// Appends what a Notification needs besides its stamp to delete the entry.
     virtual void encodeDelete(const EntryKey& key, PackedNotification& notification) const = 0;
+    /// The entry shows another value (EncodedEntry::value) than before; nothing: it is not there, or
+    /// is held as bytes.
+    virtual void shownIs(const EntryKey& /*key*/,
+                         std::optional<std::uint64_t> /*before*/,
+                         std::optional<std::uint64_t> /*now*/) {}
     /// Who fills the collection has yet to consider the entry: that it is missing says nothing.
     virtual bool pending(const EntryKey& /*key*/) const { return false; }
 

@@ -67,13 +67,21 @@ Provider::Marked& Provider::marked(ListSource& source) {
     return *it->second;
 }
 
+/// Where a mark goes. What the provider itself causes belongs to the round in which it does.
+Kiln::Backlog<EntryKey>& Provider::backlogFor(Marked& marked) {
+    const bool next = round_ && !draining_;
+    // A flag ends the round: what comes after it must not put it off.
+    if (marked.source->lane() == Lane::flags) { round_ = true; }
+    return next ? marked.nextRound : marked.backlog;
+}
+
 void Provider::mark(ListSource& source, const EntryKey& key) {
-    marked(source).backlog.insert(key);
+    backlogFor(marked(source)).insert(key);
     task_.schedule();
 }
 
 void Provider::markEach(ListSource& source, NextKey nextKey) {
-    marked(source).backlog.addAll(std::move(nextKey));
+    backlogFor(marked(source)).addAll(std::move(nextKey));
     task_.schedule();
 }
 
@@ -84,7 +92,7 @@ void Provider::markHeld(ListSource& source) {
     VEL_ASSERT(lanes_[index(lane)].size() == 1);
     Marked& held = marked(source);
     if (!std::exchange(held.cleared, true)) { ++cleared_; }
-    held.backlog.addAll([this, lane](const std::optional<EntryKey>& after) {
+    backlogFor(held).addAll([this, lane](const std::optional<EntryKey>& after) {
         return journal_.nextKey(lane, after);
     });
     task_.schedule();
@@ -131,13 +139,28 @@ void Provider::noteFilled() {
 bool Provider::drainSome() {
     const Journal::Batch batch{journal_};
     const StampClock::Turn turn{stamps_};  // ends before the batch: nobody is told before
+    draining_ = true;
+    // Told to the end in a batch after that of the round: a batch shows before it takes away.
+    const bool left = (telling_ && drainAsked()) || drainMarked() || drainRemovals() ||
+                      nextMarked() != nullptr;  // whom the removals have woken
+    draining_ = false;
+    return left || endRound();
+}
+
+/// True: the slice is over.
+bool Provider::drainMarked() {
     while (Marked* const next = nextMarked()) {
         while (const auto key = next->backlog.draw()) {
-            if (!process(*next->source, *key) && next->removals.insert(*key)) { ++leaving_; }
+            processMarked(*next, *key);
             if (scheduler_->mustYield()) { return true; }
             // What was just shown may have woken an entry of an earlier lane: not before its turn.
         }
     }
+    return false;
+}
+
+/// True: the slice is over.
+bool Provider::drainRemovals() {
     // Whoever referred to what goes has been shown without it, or goes first.
     while (Marked* const last = lastWithRemovals()) {
         const auto key = last->removals.draw();
@@ -145,7 +168,57 @@ bool Provider::drainSome() {
         if (!process(*last->source, *key)) { removeUnlessNamed(*last->source, *key); }
         if (scheduler_->mustYield()) { return true; }
     }
-    return nextMarked() != nullptr;  // whom the removals have woken
+    return false;
+}
+
+/// True: the slice is over.
+bool Provider::drainAsked() {
+    while (!asked_.empty()) {
+        const auto [source, key] = *asked_.begin();
+        asked_.erase(asked_.begin());
+        entry_.last = true;
+        const bool there = process(*source, key);
+        entry_.last = false;
+        if (!there) { marked(*source).backlog.insert(key); }
+        if (scheduler_->mustYield()) { return true; }
+    }
+    telling_ = false;
+    return false;
+}
+
+/// Nothing that was marked in the round is left. Whether there is more to do.
+bool Provider::endRound() {
+    if (!round_) { return false; }
+    if (asked_.empty()) {
+        asked_.swap(askedMeanwhile_);
+        waitsBegun_.reset();
+    }
+    if (!asked_.empty()) {
+        // What was held back in the round waits for what may be marked in a later one.
+        if (!waitsBegun_) { waitsBegun_ = waiting_.begun(); }
+        telling_ = !waiting_.lasts(*waitsBegun_);
+    }
+    for (auto& lane : lanes_) {
+        for (auto& each : lane) { std::swap(each->backlog, each->nextRound); }
+    }
+    const auto& flags = lanes_[index(Lane::flags)];
+    round_ = !asked_.empty() || std::any_of(flags.begin(), flags.end(), [](const auto& each) {
+        return !each->backlog.empty();
+    });
+    return telling_ || nextMarked() != nullptr;
+}
+
+void Provider::processMarked(Marked& from, const EntryKey& key) {
+    entry_.askLast = false;
+    if (!process(*from.source, key) && from.removals.insert(key)) { ++leaving_; }
+    if (from.source->lane() != Lane::flags) { return; }
+    // It may ask for more than before: that takes this round, or the next one when it is marked in
+    // that, too.
+    const Waiting::Waiter entry{from.source.get(), key};
+    asked_.erase(entry);
+    askedMeanwhile_.erase(entry);
+    if (!entry_.askLast || from.nextRound.mayDraw(key)) { return; }
+    (waitsBegun_ ? askedMeanwhile_ : asked_).insert(entry);
 }
 
 /// Shows the entry as it is now. False when it is gone and a client may still hold it: to be removed.
@@ -193,7 +266,7 @@ bool Provider::leaving(const Reference& entry) const {
 bool Provider::mayCome(const Reference& entry) const {
     const auto& lane = lanes_[index(entry.lane)];
     return !waiting_.givenUp(entry) || std::any_of(lane.begin(), lane.end(), [&](const auto& each) {
-        return each->source->pending(entry.key);
+        return each->nextRound.mayDraw(entry.key) || each->source->pending(entry.key);
     });
 }
 
@@ -277,6 +350,7 @@ void Provider::show(ListSource& source, const EntryKey& key) {
     }
     ++statistics_.changed;
     stamps_.used(stamp_);
+    source.shownIs(key, journal_.replaced(), entry_.value);
 }
 
 void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
@@ -306,16 +380,21 @@ void Provider::remove(ListSource& source, const EntryKey& key) {
     source.encodeDelete(key, entry_.notification);
     const bool removed = changing(
         self, [&] { return journal_.remove(self.lane, key, entry_.notification.bytes()); });
-    if (removed) { --statistics_.shown[view_.kindOf(self.lane, key)]; }
+    if (removed) {
+        --statistics_.shown[view_.kindOf(self.lane, key)];
+        source.shownIs(key, journal_.replaced(), std::nullopt);
+    }
     stamps_.used(stamp);
     ++statistics_.removed;
     if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
 }
 
+/// Into this round: what is told last waits for them.
 void Provider::wake(Waiting::Waiters waiters) {
     constexpr std::size_t kFew = 256;
     if (waiters.size() <= kFew) {
-        for (const auto& [source, key] : waiters) { mark(*source, key); }
+        for (const auto& [source, key] : waiters) { marked(*source).backlog.insert(key); }
+        task_.schedule();
         return;
     }
     std::set<ListSource*> sources;

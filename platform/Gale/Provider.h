@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -40,6 +41,11 @@ struct ProviderStatistics {
 
 /// Carries a view's entries into its journal: notes which entries changed, and encodes each once,
 /// in slices of a task of the given group, lanes in order of reference.
+///
+/// Marks go in rounds. A round that a flag is marked in takes no more marks from outside, so that it
+/// ends however much goes on changing; those that come meanwhile make up the next one. An entry that
+/// asks to be told last (EncodedEntry::askLast) is encoded once more in a batch of its own when all of
+/// the round has been shown or removed, and nothing waits any more that it held back.
 ///
 /// An entry that names a missing one is held back (its earlier content stays shown) until the missing
 /// one appears, or was looked at and is not there, or patience is over. One that is leaving counts as
@@ -75,6 +81,7 @@ private:
     struct Marked {
         std::unique_ptr<ListSource> source;
         Kiln::Backlog<EntryKey> backlog;
+        Kiln::Backlog<EntryKey> nextRound;
         Kiln::Backlog<EntryKey> removals;  // gone; taken out once nothing is left to show
         bool cleared = false;              // all went at once, and nothing has come since
     };
@@ -85,6 +92,12 @@ private:
     Marked* lastWithRemovals();
     bool drain();
     bool drainSome();
+    bool drainMarked();
+    bool drainRemovals();
+    bool drainAsked();
+    bool endRound();
+    void processMarked(Marked& from, const EntryKey& key);
+    Kiln::Backlog<EntryKey>& backlogFor(Marked& marked);
     void noteFilled();
     bool process(ListSource& source, const EntryKey& key);
     void show(ListSource& source, const EntryKey& key);
@@ -111,8 +124,14 @@ private:
     std::unordered_map<ListSource*, Marked*> bySource_;
     const Kiln::Duration patience_;
     Waiting waiting_;
-    std::size_t leaving_ = 0;  // keys in removals
-    std::size_t cleared_ = 0;  // sources
+    bool round_ = false;                        // takes no more marks from outside
+    bool draining_ = false;                     // what is marked now is the provider's own doing
+    std::set<Waiting::Waiter> asked_;           // to be told last
+    std::set<Waiting::Waiter> askedMeanwhile_;  // when the round of those was over already
+    std::optional<std::uint64_t> waitsBegun_;   // until the end of the round of asked_
+    bool telling_ = false;                      // asked_, now
+    std::size_t leaving_ = 0;                   // keys in removals
+    std::size_t cleared_ = 0;                   // sources
     /// An entry that is gone, but named by what is shown. Trees: there may be as many as entries, and a
     /// hash map of that size takes longer than a slice whenever it is made anew.
     struct Postponed {

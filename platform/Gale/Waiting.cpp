@@ -6,7 +6,8 @@ void Waiting::add(const Reference& missing, const Waiter& waiter, Kiln::TimePoin
     const auto [it, isNew] = missing_.try_emplace(missing);
     if (isNew) {
         it->second.since = now;
-        bySince_.emplace_back(now, missing);
+        it->second.number = ++begun_;
+        waits_.push_back({now, begun_, missing});
     }
     if (!it->second.waiters.insert(waiter).second) { return; }
     ++size_;
@@ -34,6 +35,7 @@ Waiting::Waiters Waiting::take(const Reference& entry) {
     missing_.erase(it);
     size_ -= waiters.size();
     sizes_[index(entry.lane)] -= waiters.size();
+    forgetEnded(2);  // so that they do not all come to be forgotten at once
     return waiters;
 }
 
@@ -48,21 +50,29 @@ std::vector<Waiting::Held> Waiting::held(std::size_t most) const {
     return all;
 }
 
+bool Waiting::lasts(const Wait& wait) const {
+    const auto it = missing_.find(wait.missing);
+    return it != missing_.end() && it->second.number == wait.number;
+}
+
+void Waiting::forgetEnded(std::size_t most) {
+    for (; most > 0 && !waits_.empty() && !lasts(waits_.front()); --most) { waits_.pop_front(); }
+}
+
+bool Waiting::lasts(std::uint64_t begun) {
+    forgetEnded(waits_.size());
+    return !waits_.empty() && waits_.front().number <= begun;
+}
+
 std::optional<Reference> Waiting::overdue(Kiln::TimePoint now) {
-    while (!bySince_.empty()) {
-        const auto [since, missing] = bySince_.front();
-        const auto it = missing_.find(missing);
-        const bool waiting = it != missing_.end() && it->second.since == since;
-        if (waiting && since + patience_ > now) { return std::nullopt; }
-        bySince_.pop_front();
-        if (waiting) { return missing; }
-    }
-    return std::nullopt;
+    forgetEnded(waits_.size());
+    if (waits_.empty() || waits_.front().since + patience_ > now) { return std::nullopt; }
+    return waits_.front().missing;
 }
 
 std::optional<Kiln::TimePoint> Waiting::nextDue() const {
-    if (missing_.empty() || bySince_.empty()) { return std::nullopt; }
-    return bySince_.front().first + patience_;
+    if (missing_.empty() || waits_.empty()) { return std::nullopt; }
+    return waits_.front().since + patience_;
 }
 
 }  // namespace Gale

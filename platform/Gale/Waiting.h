@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -46,6 +47,11 @@ public:
     /// When to ask overdue() next.
     std::optional<Kiln::TimePoint> nextDue() const;
 
+    /// So many waits have begun: missing entries for which somebody began to wait.
+    std::uint64_t begun() const { return begun_; }
+    /// Whether one of the first so many lasts.
+    bool lasts(std::uint64_t begun);
+
     std::size_t size() const { return size_; }
     /// Of these, who wait for an entry of this lane.
     std::size_t size(Lane missing) const { return sizes_[index(missing)]; }
@@ -61,16 +67,25 @@ public:
 private:
     struct Missing {
         Kiln::TimePoint since;
+        std::uint64_t number = 0;  // of the wait, from 1
         Waiters waiters;
+    };
+    struct Wait {
+        Kiln::TimePoint since;
+        std::uint64_t number;
+        Reference missing;
     };
     static constexpr std::size_t kRemembered = 1U << 18U;
 
     Waiters take(const Reference& entry);
+    bool lasts(const Wait& wait) const;
+    void forgetEnded(std::size_t most);
 
     const Kiln::Duration patience_;
     // Trees: a hash map of that size takes longer than a slice whenever it is made anew.
     absl::btree_map<Reference, Missing> missing_;
-    std::deque<std::pair<Kiln::TimePoint, Reference>> bySince_;  // some no longer missing
+    std::deque<Wait> waits_;  // as they began; some have ended
+    std::uint64_t begun_ = 0;
     absl::btree_set<Reference> absent_;
     std::deque<Reference> absentInOrder_;  // some have appeared since
     std::size_t size_ = 0;

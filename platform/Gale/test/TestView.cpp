@@ -59,7 +59,10 @@ private:
 
 class Zoo final : public ListSource {
 public:
-    Zoo() : ListSource(Lane::flags) {}
+    Zoo(const Vel::Collection<std::uint64_t, bool>& open, bool& saidOpen)
+        : ListSource(Lane::flags), open_(open), saidOpen_(saidOpen) {
+        onOpen_ = open_.onKey().subscribe([this](const std::uint64_t& /*key*/) { mark({}); });
+    }
     std::optional<EntryKey> nextKey(const std::optional<EntryKey>& after) const override {
         return after ? std::nullopt : std::optional{EntryKey{}};
     }
@@ -68,9 +71,18 @@ public:
         NotificationWriter writer{to.notification};
         writer.prefix(PathTemplate{kPaths[3], kOrigin}, keys);
         writer.leaf(PathTemplate{"name"}, {}, std::string_view{"main"});
+        if (open_.find(0) == nullptr) { return true; }
+        to.askLast = !to.last;
+        saidOpen_ = to.last;
+        if (saidOpen_) { writer.flagLeaf(PathTemplate{"open"}, {}, true); }
         return true;
     }
     void encodeDelete(const EntryKey& /*key*/, PackedNotification& /*to*/) const override {}
+
+private:
+    const Vel::Collection<std::uint64_t, bool>& open_;
+    bool& saidOpen_;
+    Vel::Subscription onOpen_;
 };
 
 void begin(NotificationWriter& writer, Lane lane, std::uint64_t number) {
@@ -97,7 +109,7 @@ const std::vector<EntryKind>& TestView::kinds() const {
          kPaths[1],
          {{"id", Leaf::Type::number64}, {"members/member[index]/index", Leaf::Type::number64}}},
         {Lane::prefixes, kPaths[2], {{"id"}, {"state/herd", Leaf::Type::number64}}},
-        {Lane::flags, kPaths[3], {{"name"}}},
+        {Lane::flags, kPaths[3], {{"name"}, {"open"}}},
         {Lane::counters,
          kPaths[4],
          {{"index", Leaf::Type::number64}, {"state/count", Leaf::Type::number64}}},
@@ -173,7 +185,7 @@ void TestView::attach(SourceSink sink) {
         Lane::prefixes, fields, [](std::uint64_t /*number*/, std::uint64_t herd, auto& to) {
             to.value = herd;
         }));
-    sink(std::make_unique<Zoo>());
+    sink(std::make_unique<Zoo>(open, saidOpen));
     sink(std::make_unique<Source<std::uint64_t>>(
         Lane::counters, visits, [](std::uint64_t number, std::uint64_t count, auto& to) {
             NotificationWriter writer{to.notification};

@@ -14,7 +14,7 @@ namespace Gale {
 
 /// A small state and its view, all in the hands of the test:
 ///
-///   zoo[name]                                  name (not atomic)
+///   zoo[name]                                  name, open: told last (not atomic)
 ///   zoo[name]/beasts/beast[index]              index, state/index, state/colour (if there is one)
 ///   zoo[name]/herds/herd[id]                   id, members/member[index]/index
 ///   zoo[name]/fields/field[id]                 id, state/herd: encoded when it is sent
@@ -36,6 +36,8 @@ public:
     Vel::Collection<std::uint64_t, std::uint64_t> fields;  // herd
     Vel::Collection<std::uint64_t, std::uint64_t> visits;  // count
     std::set<std::uint64_t> pendingBeasts, pendingHerds;   // told, not yet considered
+    Vel::Collection<std::uint64_t, bool> open;             // of the zoo: key 0
+    bool saidOpen = false;                                 ///< it was encoded as such
     int encoderFails = 0;  ///< so many next encodings of a beast throw
 
     const std::vector<ModelData>& models() const override;
