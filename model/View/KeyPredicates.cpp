@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "model/Net/IpPrefix.h"
+#include "model/Route/OriginProtocol.h"
 #include "model/View/OpenConfigKeys.h"
 
 namespace Pel::OcApi::KeyPredicates {
@@ -47,6 +48,13 @@ KeyPredicate instanceIs(const std::string* name, const OpenConfigInstances& inst
     if (name == nullptr) { return {}; }
     return [&instances, wanted = *name](const EntryKey& key) {
         return instances.name(OpenConfigKeys::instanceOf(key)) == wanted;
+    };
+}
+
+KeyPredicate protocolIs(const std::string* text) {
+    if (text == nullptr) { return {}; }
+    return [name = text->substr(text->find(':') + 1)](const EntryKey& key) {
+        return identityName(static_cast<OriginProtocol>(key.lo)) == name;
     };
 }
 

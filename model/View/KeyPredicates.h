@@ -16,6 +16,8 @@ Gale::KeyPredicate numberIs(const std::string* text);
 Gale::KeyPredicate prefixIs(const std::string* text, Nexo::AddressFamily family);
 /// `instances` outlives the predicate.
 Gale::KeyPredicate instanceIs(const std::string* name, const OpenConfigInstances& instances);
+/// The summaries of a protocol; the identity's module may stand in front.
+Gale::KeyPredicate protocolIs(const std::string* text);
 /// The second is the cheaper one.
 Gale::KeyPredicate both(Gale::KeyPredicate first, Gale::KeyPredicate second);
 

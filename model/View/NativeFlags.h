@@ -1,14 +1,11 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "model/Aft/StateSyncedContainer.h"
 #include "model/View/NativeLeaves.h"
 #include "model/View/OpenConfigInstances.h"
+#include "model/View/StateSyncedFlags.h"
 #include "platform/Gale/ListSource.h"
 #include "platform/Gale/PathTemplate.h"
 
@@ -30,23 +27,12 @@ public:
                       Gale::PackedNotification& notification) const override;
 
 private:
-    struct Known {
-        Vel::Ref<StateSyncedContainer> entity;
-        std::vector<Vel::Subscription> onFlag;
-    };
-    void handleDir();
-    void handleEntity(const std::string& vrf);
-
     const Gale::PathTemplate entry_;
     const Gale::PathTemplate deletion_;
     const Gale::PathTemplate name_{"name"};
-    const Vel::Ref<Vel::Dir> root_;
-    OpenConfigInstances& instances_;
+    const OpenConfigInstances& instances_;
     const NativeLeaves<StateSyncedContainer>& leaves_;
-    Vel::Ref<Vel::Dir> dir_;  // null: not there
-    std::map<std::uint32_t, Known> known_;
-    Vel::Subscription onRoot_;
-    Vel::Subscription onDir_;
+    const StateSyncedFlags flags_;
 };
 
 }  // namespace Pel::OcApi

@@ -21,6 +21,7 @@ public:
 
     /// The instance has this table.
     void tableIs(std::uint32_t instance, const Vel::Ref<Mesa::Table>& table);
+    bool shown(std::uint32_t instance) const;
 
     std::optional<Gale::EntryKey> nextKey(
         const std::optional<Gale::EntryKey>& after) const override;
@@ -34,7 +35,6 @@ private:
         std::vector<Vel::Ref<Mesa::Table>> tables;
         std::vector<Vel::Subscription> onPresent;
     };
-    bool shown(std::uint32_t instance) const;
 
     const OpenConfigInstances& instances_;
     const std::unique_ptr<const Paths> paths_;

@@ -27,6 +27,10 @@ std::string_view OpenConfigInstances::name(std::uint32_t number) const {
     return names_[number];
 }
 
+std::string_view OpenConfigInstances::vrf(std::uint32_t number) const {
+    return number == kDefault ? std::string_view{Vrf::kDefaultVrfName} : name(number);
+}
+
 std::string_view OpenConfigInstances::nameOf(std::string_view vrf) const {
     return vrf == Vrf::kDefaultVrfName ? name(kDefault) : vrf;
 }

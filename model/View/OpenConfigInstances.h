@@ -22,6 +22,8 @@ public:
     std::uint32_t number(std::string_view vrf);
     /// The name in the view; valid as long as this object.
     std::string_view name(std::uint32_t number) const;
+    /// The VRF's own name; valid as long as this object.
+    std::string_view vrf(std::uint32_t number) const;
     /// What the VRF is called in the view.
     std::string_view nameOf(std::string_view vrf) const;
 

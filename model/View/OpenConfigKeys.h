@@ -36,6 +36,23 @@ constexpr Gale::EntryKey ofInstance(std::uint32_t instance) {
     return {static_cast<std::uint64_t>(instance) << 24U, 0, 0};
 }
 
+/// What an instance says of the state of its routes.
+constexpr Gale::EntryKey ofStateSynced(std::uint32_t instance) {
+    return {static_cast<std::uint64_t>(instance) << 24U, 0, 1};
+}
+constexpr bool isStateSynced(const Gale::EntryKey& key) {
+    return key.lo == 1;
+}
+
+/// The routes of one protocol in one table, together.
+constexpr Gale::EntryKey ofSummary(std::uint32_t instance,
+                                   Nexo::AddressFamily family,
+                                   std::uint8_t protocol) {
+    return {static_cast<std::uint64_t>(instance) << 24U | static_cast<std::uint64_t>(family) << 16U,
+            0,
+            protocol};
+}
+
 /// A number as a list key.
 class Decimal {
 public:

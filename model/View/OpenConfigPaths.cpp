@@ -77,15 +77,16 @@ const std::vector<Gale::Leaf> kCounterLeaves{
     {"state/octets-forwarded", Type::number64},
 };
 
-/// Leaves of the schema that this view never fills, or not yet; below an instance's "afts".
+const std::vector<Gale::Leaf> kStateSyncedLeaves{{"state/ipv4-unicast"}, {"state/ipv6-unicast"}};
+
+const std::vector<Gale::Leaf> kSummaryLeaves{
+    {"origin-protocol", Type::identity, "openconfig-policy-types"},
+    {"state/origin-protocol", Type::identity, "openconfig-policy-types"},
+    {"state/counters/aft-entries", Type::number64},
+};
+
+/// Leaves of the schema that this view never fills; below an instance's "afts".
 constexpr std::string_view kEmptyLeaves[] = {
-    "aft-summaries/ipv4-unicast/protocols/protocol[origin-protocol]/origin-protocol",
-    "aft-summaries/ipv4-unicast/protocols/protocol[origin-protocol]/state/counters/aft-entries",
-    "aft-summaries/ipv4-unicast/protocols/protocol[origin-protocol]/state/origin-protocol",
-    "aft-summaries/ipv6-unicast/...",
-    "aft-summaries/ipv6-unicast/protocols/protocol[origin-protocol]/origin-protocol",
-    "aft-summaries/ipv6-unicast/protocols/protocol[origin-protocol]/state/counters/aft-entries",
-    "aft-summaries/ipv6-unicast/protocols/protocol[origin-protocol]/state/origin-protocol",
     "counters/ethernet/mac-entry[mac-address]",
     "counters/ipv4-unicast/ipv4-entry[prefix]",
     "counters/ipv4-unicast/ipv4-entry[prefix]/prefix",
@@ -178,8 +179,6 @@ constexpr std::string_view kEmptyLeaves[] = {
     "next-hops/next-hop[index]/state/origin-protocol",
     "next-hops/next-hop[index]/state/programmed-index",
     "policy-forwarding/policy-forwarding-entry",
-    "state-synced/state/ipv4-unicast",
-    "state-synced/state/ipv6-unicast",
 };
 
 }  // namespace
@@ -192,6 +191,9 @@ const std::vector<Gale::EntryKind>& kinds() {
         {Gale::Lane::prefixes, kIpv6Entry, kPrefixLeaves},
         {Gale::Lane::flags, kInstance, kInstanceLeaves},
         {Gale::Lane::counters, kCounter, kCounterLeaves},
+        {Gale::Lane::flags, kStateSynced, kStateSyncedLeaves},
+        {Gale::Lane::summaries, kIpv4Summary, kSummaryLeaves},
+        {Gale::Lane::summaries, kIpv6Summary, kSummaryLeaves},
     };
     return all;
 }
@@ -214,6 +216,7 @@ const std::vector<Gale::ModelData>& models() {
         {"openconfig-aft", kOrganization, "3.4.0"},
         {"openconfig-aft-network-instance", kOrganization, "0.3.1"},
         {"openconfig-aft-counters", kOrganization, "3.3.0"},
+        {"openconfig-aft-summary", kOrganization, "0.2.2"},
     };
     return all;
 }

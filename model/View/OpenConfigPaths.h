@@ -31,8 +31,27 @@ inline constexpr const char* kCounter =
     "openconfig-network-instance:network-instances/network-instance[name]/afts/"
     "openconfig-aft-counters:counters/next-hops/next-hop[index]";
 
+inline constexpr const char* kStateSynced =
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/state-synced";
+inline constexpr const char* kIpv4Summary =
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/"
+    "openconfig-aft-summary:aft-summaries/ipv4-unicast/protocols/protocol[origin-protocol]";
+inline constexpr const char* kIpv6Summary =
+    "openconfig-network-instance:network-instances/network-instance[name]/afts/"
+    "openconfig-aft-summary:aft-summaries/ipv6-unicast/protocols/protocol[origin-protocol]";
+
 /// The order of kinds().
-enum Kind : std::size_t { nextHops, groups, ipv4Entries, ipv6Entries, instances, counters };
+enum Kind : std::size_t {
+    nextHops,
+    groups,
+    ipv4Entries,
+    ipv6Entries,
+    instances,
+    counters,
+    stateSynced,
+    ipv4Summaries,
+    ipv6Summaries,
+};
 
 const std::vector<Gale::EntryKind>& kinds();
 const std::vector<std::string>& emptyLeaves();

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "model/Aft/AftContainer.h"
+#include "model/Readiness/GatedFibReady.h"
 #include "model/View/KeyPredicates.h"
 #include "model/View/OpenConfigCounters.h"
 #include "model/View/OpenConfigGroups.h"
@@ -11,6 +12,8 @@
 #include "model/View/OpenConfigKeys.h"
 #include "model/View/OpenConfigNextHops.h"
 #include "model/View/OpenConfigPaths.h"
+#include "model/View/OpenConfigStateSynced.h"
+#include "model/View/OpenConfigSummaries.h"
 #include "model/View/RouteTable.h"
 #include "platform/Blink/Trace.h"
 #include "platform/Vel/Assert.h"
@@ -51,9 +54,15 @@ std::size_t OpenConfigView::kindOf(Gale::Lane lane, const EntryKey& key) const {
                        : OpenConfigPaths::ipv6Entries;
         case Gale::Lane::counters:
             return OpenConfigPaths::counters;
-        default:
-            return OpenConfigPaths::instances;
+        case Gale::Lane::summaries:
+            return OpenConfigKeys::familyOf(key) == Nexo::AddressFamily::ipv4
+                       ? OpenConfigPaths::ipv4Summaries
+                       : OpenConfigPaths::ipv6Summaries;
+        case Gale::Lane::flags:
+            break;
     }
+    return OpenConfigKeys::isStateSynced(key) ? OpenConfigPaths::stateSynced
+                                              : OpenConfigPaths::instances;
 }
 
 KeyPredicate OpenConfigView::keyPredicate(std::size_t kind, const Gale::KeyValues& values) const {
@@ -66,7 +75,11 @@ KeyPredicate OpenConfigView::keyPredicate(std::size_t kind, const Gale::KeyValue
             return both(instanceIs(values[0], instances_),
                         prefixIs(values[1], Nexo::AddressFamily::ipv6));
         case OpenConfigPaths::instances:
+        case OpenConfigPaths::stateSynced:
             return instanceIs(values[0], instances_);
+        case OpenConfigPaths::ipv4Summaries:
+        case OpenConfigPaths::ipv6Summaries:
+            return both(instanceIs(values[0], instances_), protocolIs(values[1]));
         default:
             break;
     }
@@ -89,30 +102,44 @@ void OpenConfigView::encodeValue(Gale::Lane lane,
     routes_.encode(key, OpenConfigRoutes::unpack(value), notification);
 }
 
+/// Hands the source over, and answers where it is.
+template <class Source>
+Source* OpenConfigView::hand(std::unique_ptr<Source> source) {
+    Source* const there = source.get();
+    sink_(std::move(source));
+    return there;
+}
+
 void OpenConfigView::attach(SourceSink sink) {
     sink_ = std::move(sink);
     attachAft();
-    auto list = std::make_unique<OpenConfigInstanceList>(instances_);
-    instanceList_ = list.get();
-    sink_(std::move(list));
+    attachInstances();
     if (!inputs_.tables) { return; }
+    summaries_ = hand(std::make_unique<OpenConfigSummaries>(instances_));
     tables_ = std::make_unique<RouteTables>(
         inputs_.tables,
         inputs_.tablePrefixes,
         [this](Nexo::AddressFamily family, const std::string& vrf, const auto& table) {
             const std::uint32_t number = instances_.number(vrf);
+            // Marks its routes before the others mark what is said of them.
+            sink_(std::make_unique<OpenConfigRouteTable>(
+                table, family, number, routes_, groups_, *summaries_));
             instanceList_->tableIs(number, table);
-            sink_(std::make_unique<OpenConfigRouteTable>(table, family, number, routes_, groups_));
+            stateSynced_->tableIs(number, family, table);
         });
     tables_->start();
 }
 
-void OpenConfigView::attachAft() {
+Vel::Ref<AftContainer> OpenConfigView::aft() const {
     Vel::Ref<Vel::Dir> dir = inputs_.root;
     for (const char* const name : {"OpenConfig", "afts"}) {
         dir = dir ? dir->entity<Vel::Dir>(name) : dir;
     }
-    const auto aft = dir ? dir->entity<AftContainer>("aftContainer") : Vel::Ref<AftContainer>{};
+    return dir ? dir->entity<AftContainer>("aftContainer") : Vel::Ref<AftContainer>{};
+}
+
+void OpenConfigView::attachAft() {
+    const auto aft = this->aft();
     if (!aft || !aft->nextHops() || !aft->nextHopGroups()) {
         TRACE5("no AFT container in the streamed tree: next hops and groups are not served");
         return;
@@ -126,6 +153,19 @@ void OpenConfigView::attachAft() {
         sink_(
             std::make_unique<OpenConfigCounters>(std::move(counters), aft->nextHops(), instances_));
     }
+}
+
+void OpenConfigView::attachInstances() {
+    instanceList_ = hand(std::make_unique<OpenConfigInstanceList>(instances_));
+    OpenConfigStateSynced::Inputs inputs;
+    inputs.root = inputs_.root;
+    if (inputs_.mounted) {
+        inputs.gated = Vel::refCast<Vel::Dir>(inputs_.mounted(GatedReady::FibReady::kDirPath));
+    }
+    if (const auto aft = this->aft()) { inputs.ready = aft->fibReady(); }
+    inputs.tables = static_cast<bool>(inputs_.tables);
+    stateSynced_ = hand(
+        std::make_unique<OpenConfigStateSynced>(std::move(inputs), instances_, *instanceList_));
 }
 
 void registerOpenConfigView() {

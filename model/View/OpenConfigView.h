@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "model/Aft/NextHopGroupContainer.h"
+#include "model/Aft/AftContainer.h"
 #include "model/View/OpenConfigInstances.h"
 #include "model/View/OpenConfigRoutes.h"
 #include "model/View/RouteTables.h"
@@ -13,9 +13,12 @@
 namespace Pel::OcApi {
 
 class OpenConfigInstanceList;
+class OpenConfigStateSynced;
+class OpenConfigSummaries;
 
 /// The AFT as the OpenConfig models show it: next hops and groups of the tree's AftContainer, all
-/// in the default network instance; the prefixes of each VRF's route tables in that VRF's instance.
+/// in the default network instance; the prefixes of each VRF's route tables in that VRF's instance,
+/// with their summaries and whether they are synced.
 ///
 /// The streamed tree ("AftExport") must hold its AftContainer when the view is attached. Route
 /// tables come and go with the store: those below the given prefixes are mounted as they appear.
@@ -38,6 +41,10 @@ public:
 
 private:
     void attachAft();
+    void attachInstances();
+    Vel::Ref<AftContainer> aft() const;
+    template <class Source>
+    Source* hand(std::unique_ptr<Source> source);
 
     const Gale::ViewInputs inputs_;
     OpenConfigInstances instances_;
@@ -45,6 +52,8 @@ private:
     SourceSink sink_;
     Vel::Ref<NextHopGroupContainer> groups_;          // null when the tree has none
     OpenConfigInstanceList* instanceList_ = nullptr;  // the provider's
+    OpenConfigStateSynced* stateSynced_ = nullptr;    // the provider's
+    OpenConfigSummaries* summaries_ = nullptr;        // the provider's
     std::unique_ptr<RouteTables> tables_;             // null when none are served
 };
 

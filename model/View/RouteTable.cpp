@@ -43,10 +43,12 @@ OpenConfigRouteTable::OpenConfigRouteTable(Vel::Ref<RouteTables::Table> table,
                                            Nexo::AddressFamily family,
                                            std::uint32_t instance,
                                            const OpenConfigRoutes& routes,
-                                           Vel::Ref<const NextHopGroupContainer> groups)
+                                           Vel::Ref<const NextHopGroupContainer> groups,
+                                           OpenConfigSummaries& summaries)
     : RouteTable{std::move(table), family, instance},
       routes_{routes},
       groups_{std::move(groups)},
+      summaries_{summaries},
       shown_{!groups_ || groups_->size() > 0} {
     if (groups_) {
         onGroup_ = groups_->onNextHopGroupOrClear().subscribe(
@@ -74,6 +76,12 @@ bool OpenConfigRouteTable::encode(const Gale::EntryKey& key, Gale::EncodedEntry&
 void OpenConfigRouteTable::encodeDelete(const Gale::EntryKey& key,
                                         Gale::PackedNotification& notification) const {
     routes_.encodeDelete(key, notification);
+}
+
+void OpenConfigRouteTable::shownIs(const Gale::EntryKey& key,
+                                   std::optional<std::uint64_t> before,
+                                   std::optional<std::uint64_t> now) {
+    summaries_.valueIs(OpenConfigKeys::instanceOf(key), OpenConfigKeys::familyOf(key), before, now);
 }
 
 }  // namespace Pel::OcApi

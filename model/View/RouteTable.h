@@ -7,6 +7,7 @@
 #include "model/Aft/NextHopGroupContainer.h"
 #include "model/View/OpenConfigKeys.h"
 #include "model/View/OpenConfigRoutes.h"
+#include "model/View/OpenConfigSummaries.h"
 #include "model/View/RouteTables.h"
 #include "platform/Gale/ListSource.h"
 
@@ -40,22 +41,27 @@ private:
 /// at all: the export is off then, and what its prefixes would name is gone.
 class OpenConfigRouteTable final : public RouteTable {
 public:
-    /// `routes` outlives this object. Without a container of groups all routes are shown.
+    /// `routes` and `summaries` outlive this object. Without a container of groups all routes are shown.
     OpenConfigRouteTable(Vel::Ref<RouteTables::Table> table,
                          Nexo::AddressFamily family,
                          std::uint32_t instance,
                          const OpenConfigRoutes& routes,
-                         Vel::Ref<const NextHopGroupContainer> groups);
+                         Vel::Ref<const NextHopGroupContainer> groups,
+                         OpenConfigSummaries& summaries);
 
     bool encode(const Gale::EntryKey& key, Gale::EncodedEntry& to) override;
     void encodeDelete(const Gale::EntryKey& key,
                       Gale::PackedNotification& notification) const override;
+    void shownIs(const Gale::EntryKey& key,
+                 std::optional<std::uint64_t> before,
+                 std::optional<std::uint64_t> now) override;
 
 private:
     void handleGroup();
 
     const OpenConfigRoutes& routes_;
     const Vel::Ref<const NextHopGroupContainer> groups_;
+    OpenConfigSummaries& summaries_;
     bool shown_;  // some group is there
     Vel::Subscription onGroup_;
 };

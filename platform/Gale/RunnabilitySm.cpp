@@ -31,9 +31,14 @@ bool isLoopback(const std::string& address) {
     return address.starts_with("127.") || address == "::1";
 }
 
-ViewInputs viewInputs(Vel::Ref<Vel::Dir> root, const std::vector<ExtraProvider>& extraProviders) {
+ViewInputs viewInputs(Vel::Ref<Vel::Dir> root,
+                      const Vel::Ref<Hubdb::EntityManager>& entityManager,
+                      const std::vector<ExtraProvider>& extraProviders) {
     ViewInputs inputs;
     inputs.root = std::move(root);
+    inputs.mounted = [entityManager](std::string_view path) {
+        return entityManager->entity(entityManager->cellPath(path));
+    };
     inputs.defaultInstance = hostConfig().defaultInstance;
     for (const ExtraProvider& extra : extraProviders) {
         const Vel::Ref<TableProvider> provider = extra.make();
@@ -142,7 +147,7 @@ RunnabilitySm::Impl::Impl(Vel::Ref<Vel::Dir> runnabilityDir,
     const auto root =
         outputs ? outputs->entity<Vel::Dir>(serverConfig_.rootName) : Vel::Ref<Vel::Dir>{};
     VEL_ASSERT_TEXT(static_cast<bool>(root), "the streamed tree is there");
-    const ViewInputs inputs = viewInputs(root, extraProviders);
+    const ViewInputs inputs = viewInputs(root, entityManager, extraProviders);
     for (const auto& [origin, factory] : views()) {
         channels_.push_back(std::make_unique<Channel>(
             origin, factory(inputs), [this] { service_->subscribers().wake(); }));

@@ -63,8 +63,11 @@ using KeyPredicate = std::function<bool(const EntryKey&)>;
 
 /// What a view is made from. All of it outlives the view.
 struct ViewInputs {
-    Vel::Ref<Vel::Dir> root;                 ///< of the streamed tree ("AftExport"); not null
-    Vel::Ref<Mesa::EntityManager> tables;    ///< shared-memory tables, or null: none are shown
+    Vel::Ref<Vel::Dir> root;               ///< of the streamed tree ("AftExport"); not null
+    Vel::Ref<Mesa::EntityManager> tables;  ///< shared-memory tables, or null: none are shown
+    /// What the agent has mounted at a cell-specific path of the state database, or null; empty: there
+    /// is no database.
+    std::function<Vel::Ref<Vel::Entity>(std::string_view path)> mounted;
     std::vector<std::string> tablePrefixes;  ///< paths under which tables are shown, no "/" around
     std::string defaultInstance;             ///< what the default VRF is called in the view
 };

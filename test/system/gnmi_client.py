@@ -72,7 +72,7 @@ def got_tree(notification):
 
 
 KEYS = {"network-instance": "name", "next-hop": "index", "next-hop-group": "id", "ipv4-entry": "prefix",
-        "ipv6-entry": "prefix", "encap-header": "index"}
+        "ipv6-entry": "prefix", "encap-header": "index", "protocol": "origin-protocol"}
 
 
 def flattened(node, path=""):
@@ -85,7 +85,8 @@ def flattened(node, path=""):
         if name in KEYS and isinstance(child, list):
             for entry in child:
                 bare = {member.rpartition(":")[2]: leaf for member, leaf in entry.items()}
-                leaves.update(flattened(entry, f"{path}/{name}[{KEYS[name]}={bare[KEYS[name]]}]"))
+                key = bare[KEYS[name]].rpartition(":")[2] if name == "protocol" else bare[KEYS[name]]
+                leaves.update(flattened(entry, f"{path}/{name}[{KEYS[name]}={key}]"))
         else:
             leaves.update(flattened(child, f"{path}/{name}"))
     return leaves

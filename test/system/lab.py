@@ -1,6 +1,7 @@
 """A router: the forwarder and the agent over a kernel FIB that the test alone changes. Each test runs in
 a network namespace of its own (run.py sees to that), which is the router's; the neighbours are named
 namespaces that go away with the object."""
+import json
 import os
 import shutil
 import signal
@@ -63,6 +64,12 @@ class Lab:
         """What `pel up` does: switches the export on."""
         run(f"{os.path.join(BIN, 'pel')} config set aftExportEnabled {on} --root {self.root}")
         return self
+
+    def toggle(self, file, name, on):
+        """Before the processes start: they read it once."""
+        os.makedirs(os.path.join(self.root, "toggles"), exist_ok=True)
+        with open(os.path.join(self.root, "toggles", file), "w", encoding="utf-8") as out:
+            json.dump({name: on}, out)
 
     def kill(self, name):
         process = self.processes.pop(name)

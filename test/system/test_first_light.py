@@ -1,4 +1,6 @@
 """This machine's own FIB, as OpenConfig AFT, at an independent gNMI client."""
+import collections
+import re
 import unittest
 
 from gnmi_client import AFTS, Stream, groups, next_hops, prefixes
@@ -7,6 +9,7 @@ from lab import ADDRESS, Lab
 # Of the router's own links; IPv6's come a moment after the link.
 CONNECTED = {"10.0.1.0/24", "10.0.2.0/24", "2001:db8:1::/64", "2001:db8:2::/64"}
 FENCE = "[prefix=198.19."  # of Case.settle
+WHOLE = re.compile(r"/afts/(aft-summaries|state-synced)/")  # of all routes together
 MAC1, MAC2 = "02:00:00:00:01:02", "02:00:00:00:02:02"
 
 
@@ -60,7 +63,9 @@ class Case(unittest.TestCase):
         return group_id, members
 
     def changes(self, stream, mark):
-        return [m for m in stream.since(mark) if (m[0] != "leaf" or "/afts/" in m[1]) and FENCE not in m[1]]
+        """Without the instance itself, and what is said of all its routes: fences are among them."""
+        return [m for m in stream.since(mark)
+                if (m[0] != "leaf" or "/afts/" in m[1]) and FENCE not in m[1] and not WHOLE.search(m[1])]
 
     def settle(self, stream):
         """All that was caused before has been sent: what follows the mark is the test's doing. Two routes of their own
@@ -174,6 +179,30 @@ class ExportsTheKernelsFib(Case):
         self.assertIsNone(once.error)
         self.assertEqual(once.log[-1], ("sync",))
         self.assertIn("192.0.2.0/24", prefixes(once.tree))
+
+
+class SpeaksOfTheWhole(Case):
+    def test_summaries_count_the_prefixes_and_state_synced_is_there(self):
+        self.lab.ip("nexthop add id 101 via 10.0.1.2 dev e1")
+        self.lab.ip("route add 192.0.2.0/24 nhid 101")
+        self.up()
+        stream = self.subscribe_with("192.0.2.0/24")
+
+        def shown(tree):
+            found = re.compile(r"/(ipv[46]-unicast)/ipv[46]-entry\[.*\]/state/origin-protocol$")
+            at = ((found.search(leaf), protocol) for leaf, protocol in tree.items())
+            return collections.Counter((match[1], protocol) for match, protocol in at if match)
+
+        def counted(tree):
+            found = re.compile(r"/aft-summaries/(.*)/protocols/protocol\[origin-protocol=(.*)\]/state/counters/aft-entries$")
+            at = ((found.search(leaf), count) for leaf, count in tree.items())
+            return {(match[1], match[2]): count for match, count in at if match}
+        stream.wait(lambda s: shown(s.tree) and counted(s.tree) == shown(s.tree), "summaries of what is shown")
+        before = counted(stream.tree)[("ipv4-unicast", "STATIC")]
+        self.lab.ip("route add 198.51.100.0/24 nhid 101 proto static")
+        stream.wait(lambda s: counted(s.tree)[("ipv4-unicast", "STATIC")] == before + 1, "one more")
+        for family in ("ipv4", "ipv6"):
+            self.assertIn(AFTS + f"/state-synced/state/{family}-unicast", stream.tree)
 
 
 class FollowsChanges(Case):
@@ -300,7 +329,10 @@ class SurvivesDeath(Case):
         stream.wait(lambda s: s.ended, "the end of the stream")
         self.lab.start("pel-agentd")
         again = self.subscribe_with("192.0.2.0/24", "203.0.113.0/24")
-        again.wait(lambda s: s.tree == before, "the same ids and contents")
+
+        def entries(tree):
+            return {leaf: value for leaf, value in tree.items() if not WHOLE.search(leaf)}
+        again.wait(lambda s: entries(s.tree) == entries(before), "the same ids and contents")
         self.assertGreater(min(m[-1] for m in again.log if m[0] == "update"), last_stamp,
                            "stamps go on, over a restart too")
 
@@ -337,6 +369,46 @@ class SurvivesDeath(Case):
         self.assertEqual((groups(stream.tree), prefixes(stream.tree)), ({}, {}))
         self.lab.enable()
         stream.wait(lambda s: "192.0.2.0/24" in prefixes(s.tree), "the export again")
+
+    def test_switched_off_and_on_leaves_nothing_behind_and_brings_all_back(self):
+        self.lab.ip("nexthop add id 101 via 10.0.1.2 dev e1")
+        self.lab.ip("route add 192.0.2.0/24 nhid 101")
+        self.up()
+        stream = self.subscribe_with("192.0.2.0/24")
+        native = self.subscribe(origin="pel", paths=("/AftExport/stateSynced",))
+        flags = {f"{AFTS}/state-synced/state/{family}-unicast" for family in ("ipv4", "ipv6")}
+
+        def whole(s):
+            count = sum(value for leaf, value in s.tree.items() if leaf.endswith("/state/counters/aft-entries"))
+            return flags <= s.tree.keys() and count == len(prefixes(s.tree)) and count > len(CONNECTED)
+        stream.wait(whole, "all of it")
+        native.wait(lambda s: s.tree, "the agent's flags")
+        before = {leaf: value for leaf, value in stream.tree.items() if "/afts/counters/" not in leaf and leaf not in flags}
+        self.lab.enable("false")
+        stream.wait(lambda s: {leaf for leaf in s.tree if "/afts/" in leaf} == flags, "no entries")
+        stream.wait(lambda s: {s.tree[leaf] for leaf in flags} == {False}, "false, told by an update")
+        self.lab.enable()
+        stream.wait(lambda s: whole(s) and before.items() <= s.tree.items(), "all of it again")
+        self.assertEqual({leaf.rpartition("/")[2] for leaf in native.tree}, {"name", "ipv4Unicast", "ipv6Unicast"})
+
+
+class WithoutRouteTables(Case):
+    def test_there_is_no_entry_of_a_route_and_no_summary_but_state_synced(self):
+        self.lab.toggle("Gale.json", "GaleTarnServer", False)
+        self.lab.ip("nexthop add id 101 via 10.0.1.2 dev e1")
+        self.lab.ip("route add 192.0.2.0/24 nhid 101")
+        self.up()
+        stream = self.subscribe()
+        synced = f"{AFTS}/state-synced/state/ipv4-unicast"
+        stream.wait(lambda s: 101 in groups(s.tree) and synced in s.tree, "the group, and state-synced")
+        lists = {match[1] for match in (re.search(r"/afts/([^/]*)/", leaf) for leaf in stream.tree) if match}
+        self.assertEqual(lists - {"counters"}, {"next-hops", "next-hop-groups", "state-synced"})
+        native = self.subscribe(origin="pel")
+        self.assertEqual({leaf.split("/")[1].split("[")[0] for leaf in native.tree}, {"AftExport"})
+        refused = Stream(ADDRESS, origin="pel", paths=("/FibRoute",))
+        self.streams.append(refused)
+        refused.wait(lambda s: s.error is not None, "the refusal")
+        self.assertIn("/FibRoute", str(refused.error))
 
 
 if __name__ == "__main__":

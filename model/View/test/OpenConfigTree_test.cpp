@@ -132,7 +132,16 @@ TEST_F(OpenConfigTree, InJsonIetf) {
        "next-hop":[
         {
          "index":"7",
-         "state":{"index":"7","packets-forwarded":"12","octets-forwarded":"3400"}}]}}},
+         "state":{"index":"7","packets-forwarded":"12","octets-forwarded":"3400"}}]}},
+     "openconfig-aft-summary:aft-summaries":{
+      "ipv4-unicast":{
+       "protocols":{
+        "protocol":[
+         {
+          "origin-protocol":"openconfig-policy-types:STATIC",
+          "state":{
+           "origin-protocol":"openconfig-policy-types:STATIC",
+           "counters":{"aft-entries":"1"}}}]}}}},
     "name":"DEFAULT",
     "config":{"name":"DEFAULT","type":"openconfig-network-instance-types:DEFAULT_INSTANCE"},
     "state":{"name":"DEFAULT","type":"openconfig-network-instance-types:DEFAULT_INSTANCE"}},
@@ -146,7 +155,16 @@ TEST_F(OpenConfigTree, InJsonIetf) {
          "prefix":"2001:db8::/32",
          "openconfig-aft-network-instance:next-hop-group":"41",
          "openconfig-aft-network-instance:next-hop-group-network-instance":"DEFAULT",
-         "origin-protocol":"openconfig-policy-types:BGP"}}]}},
+         "origin-protocol":"openconfig-policy-types:BGP"}}]},
+     "openconfig-aft-summary:aft-summaries":{
+      "ipv6-unicast":{
+       "protocols":{
+        "protocol":[
+         {
+          "origin-protocol":"openconfig-policy-types:BGP",
+          "state":{
+           "origin-protocol":"openconfig-policy-types:BGP",
+           "counters":{"aft-entries":"1"}}}]}}}},
     "name":"blue",
     "config":{"name":"blue","type":"openconfig-network-instance-types:L3VRF"},
     "state":{"name":"blue","type":"openconfig-network-instance-types:L3VRF"}}]}})"));

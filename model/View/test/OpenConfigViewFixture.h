@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "model/Aft/AftContainer.h"
+#include "model/Readiness/GatedFibReady.h"
 #include "model/Registration.h"
 #include "model/Route/RouteStatus.h"
 #include "model/View/OpenConfigView.h"
@@ -60,6 +62,7 @@ protected:
         aft->nextHopGroupsIs();
         aft->nextHopsIs();
         aft->nextHopCountersIs();
+        aft->fibReadyIs();
     }
     ~OpenConfigViewTest() override {
         cursor.reset();
@@ -73,10 +76,16 @@ protected:
         Gale::ViewInputs inputs;
         inputs.root = root;
         inputs.tables = tables;
+        inputs.mounted = [this](std::string_view path) -> Vel::Ref<Vel::Entity> {
+            if (path != GatedReady::FibReady::kDirPath) { return nullptr; }
+            return gated;
+        };
         inputs.tablePrefixes = std::move(prefixes);
         inputs.defaultInstance = "DEFAULT";
         channel = std::make_unique<Gale::Channel>(
-            "openconfig", std::make_unique<OpenConfigView>(inputs), [] {});
+            "openconfig", std::make_unique<OpenConfigView>(inputs), [this] {
+                if (onAdvance) { onAdvance(); }
+            });
         channel->provider = std::make_unique<Gale::Provider>(
             *channel->view, channel->journal, stamps, scheduler, nullptr, std::chrono::seconds{30});
         cursor.emplace(channel->journal, Gale::CursorFilter{});
@@ -93,6 +102,8 @@ protected:
             for (std::size_t i = 0; i < result.count; ++i) {
                 if (messages[i].kind == Gale::CursorMessage::Kind::sync) { continue; }
                 EXPECT_TRUE(all.emplace_back().ParseFromString(bytesOf(messages[i])));
+                const bool summary = entry(all.back()).find("/aft-summaries/") != std::string::npos;
+                if (summary && !summaries) { all.pop_back(); }
             }
             if (result.state != Gale::Cursor::State::more) { return all; }
         }
@@ -210,6 +221,9 @@ protected:
 
     Vel::Ref<Vel::Dir> root = Vel::make<Vel::Dir>("AftExport");
     Vel::Ref<AftContainer> aft;
+    Vel::Ref<Vel::Dir> gated = Vel::make<Vel::Dir>("fibReady");
+    bool summaries = false;           // are taken, too
+    std::function<void()> onAdvance;  // after each batch, once it is set
     std::unique_ptr<Store::Writer> writer = makeWriter();
     Vel::Ref<Store::Reader> reader = makeReader();
     Vel::Ref<Mesa::EntityManager> tables = Vel::make<Mesa::EntityManager>(reader);
