@@ -292,6 +292,40 @@ bool isCounterLeaf(std::string_view path) {
            path == "state/octets-forwarded";
 }
 
+std::optional<TablePlace> syncedTableOf(const Elems& elems) {
+    constexpr std::array<std::string_view, 5> kPath{
+        "network-instances", "network-instance", "afts", "state-synced", "state"};
+    if (elems.size() != kPath.size() + 1) { return std::nullopt; }
+    for (std::size_t i = 0; i < kPath.size(); ++i) {
+        if (elems[i]->name() != kPath[i]) { return std::nullopt; }
+    }
+    const std::string_view instance = onlyKey(*elems[1], "name");
+    for (const List list : {List::ipv4, List::ipv6}) {
+        if (elems.back()->name() == shapeOf(list).container) { return TablePlace{instance, list}; }
+    }
+    return std::nullopt;
+}
+
+std::string syncedPath(const TablePlace& table) {
+    return fmt::format("/network-instances/network-instance[name={}]/afts/state-synced/state/{}",
+                       table.instance,
+                       shapeOf(table.list).container);
+}
+
+std::string summaryPath(const TablePlace& table, std::string_view protocol) {
+    return fmt::format(
+        "/network-instances/network-instance[name={}]/afts/aft-summaries/{}/protocols/"
+        "protocol[origin-protocol={}]/state/counters/aft-entries",
+        table.instance,
+        shapeOf(table.list).container,
+        protocol);
+}
+
+bool isSummaryCount(std::string_view path) {
+    return path.find("/afts/aft-summaries/") != std::string_view::npos &&
+           path.ends_with("/state/counters/aft-entries");
+}
+
 std::string entryPath(List list, std::string_view instance, std::string_view key) {
     const ListShape& shape = shapeOf(list);
     std::string text = "/network-instances/network-instance[name=";

@@ -74,6 +74,19 @@ std::optional<CounterPlace> counterPlaceOf(const Elems& elems);
 /// Whether a next hop's counters have a leaf of this path below them, which is without keys.
 bool isCounterLeaf(std::string_view path);
 
+/// The table of prefixes of an instance.
+struct TablePlace {
+    std::string_view instance;
+    List list = List::ipv4;  ///< or ipv6
+};
+/// Of which this leaf of state-synced speaks; nullopt for every other path.
+std::optional<TablePlace> syncedTableOf(const Elems& elems);
+/// "/network-instances/network-instance[name=I]/afts/state-synced/state/ipv4-unicast"
+std::string syncedPath(const TablePlace& table);
+/// Where the summary of those prefixes of a table has its count that are of this protocol.
+std::string summaryPath(const TablePlace& table, std::string_view protocol);
+bool isSummaryCount(std::string_view path);
+
 /// Lanes in which a server sends: next hops, groups, prefixes and labels, state-synced, counters, summaries; nullopt for
 /// what is none of them.
 std::optional<int> laneOf(const Elems& elems);

@@ -101,6 +101,7 @@ void Reader::update(const gnmi::Update& update) {
     }
     if (below == "state/weight") { entry.weight = true; }
     reference(shape, update.val());
+    if (path == "state/origin-protocol") { to_.protocol = update.val().string_val(); }
     lines_.push_back(path + " = " + valueText(update.val()));
 }
 

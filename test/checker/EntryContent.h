@@ -18,6 +18,7 @@ struct EntryContent {
     std::string text;  ///< "leaf = value" line by line, sorted: equal texts are equal contents
     std::vector<std::string> nextHops;  ///< paths of the entries referred to
     std::vector<std::string> groups;
+    std::string protocol;  ///< of a prefix: where it comes from; empty: it does not say
     std::vector<std::pair<Rule, std::string>> problems;
 };
 

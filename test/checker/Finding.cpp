@@ -60,6 +60,12 @@ std::string_view ruleName(Rule rule) {
             return "stale-entry";
         case Rule::contentDiffers:
             return "content-differs";
+        case Rule::summaryCount:
+            return "summary-count";
+        case Rule::flagEarly:
+            return "flag-early";
+        case Rule::flagMissing:
+            return "flag-missing";
     }
     return "?";
 }

@@ -35,6 +35,9 @@ enum class Rule : std::uint8_t {
     lostEntry,
     staleEntry,
     contentDiffers,
+    summaryCount,
+    flagEarly,
+    flagMissing,
 };
 
 /// As findings print it: "delete-stamp".

@@ -10,6 +10,25 @@
 
 namespace Checker {
 
+namespace {
+
+/// I of /network-instances/network-instance[name=I]/afts/...
+std::string_view instanceOf(std::string_view path) {
+    constexpr std::string_view kBegin = "/network-instances/network-instance[name=";
+    constexpr std::string_view kEnd = "]/afts/";
+    const auto end = path.find(kEnd);
+    if (!path.starts_with(kBegin) || end == std::string_view::npos) { return {}; }
+    return path.substr(kBegin.size(), end - kBegin.size());
+}
+
+/// What the paths of a table's prefixes begin with.
+std::string tablePath(const TablePlace& table) {
+    const std::string entry = entryPath(table.list, table.instance, {});
+    return entry.substr(0, entry.find('[', entry.find("/afts/")) + 1);
+}
+
+}  // namespace
+
 void Replay::find(Rule rule, std::string entry, std::string text) {
     findings_.push_back({rule, statistics_.messages, std::move(entry), std::move(text)});
 }
@@ -44,6 +63,7 @@ void Replay::syncResponse(bool value) {
     if (!value) { find(Rule::responseKind, {}, "sync_response is false"); }
     if (++syncs_ == 2) { find(Rule::secondSync, {}, "the stream was synced already"); }
     epochEnd();
+    if (options_.quietStart) { summaries(); }
 }
 
 void Replay::checkPrefix(const gnmi::Notification& notification) {
@@ -123,6 +143,8 @@ void Replay::updates(const gnmi::Notification& notification, const Elems& prefix
         place = placeOf(whole);
         if (place.kind == Place::Kind::elsewhere) {
             if (counterPlaceOf(whole)) { counterLeaf(whole, update); }
+            const auto table = syncedTableOf(whole);
+            if (table && update.val().bool_val()) { synced(*table); }
             leafUpdate(pathText(whole), valueText(update.val()), notification.timestamp());
             continue;
         }
@@ -167,6 +189,7 @@ void Replay::atomicUpdate(const gnmi::Notification& notification, const Place& p
     entry.present = entry.known = true;
     entry.stamp = notification.timestamp();
     entry.text = std::move(content.text);
+    entry.protocol = std::move(content.protocol);
     missing_.erase(&entry);
     if (options_.references) { refer(entry, content); }
 }
@@ -343,6 +366,67 @@ void Replay::countersGone(const std::string& path) {
     }
 }
 
+// What is said of whole tables
+
+/// A table is said to be complete.
+void Replay::synced(const TablePlace& table) {
+    std::size_t missing = 0;
+    std::string first;
+    for (const std::string& path : options_.beforeSynced) {
+        const bool route = path.find("-entry[") != std::string::npos;
+        if (route && !path.starts_with(tablePath(table))) { continue; }
+        const auto entry = entries_.find(path);
+        if (entry != entries_.end() && entry->second.known) { continue; }
+        if (missing++ == 0) { first = path; }
+    }
+    if (missing == 0) { return; }
+    find(Rule::flagEarly,
+         syncedPath(table),
+         fmt::format("true before {} entries that were there, {} among them", missing, first));
+}
+
+void Replay::tablesWithoutFlag() {
+    std::set<std::string> wanted;
+    for (const std::string& path : options_.beforeSynced) {
+        const auto entry = entries_.find(path);
+        if (entry == entries_.end()) { continue; }
+        const List list = entry->second.list;
+        if (list != List::ipv4 && list != List::ipv6) { continue; }
+        wanted.insert(syncedPath({instanceOf(path), list}));
+    }
+    for (const std::string& path : wanted) {
+        const auto leaf = leaves_.find(path);
+        if (leaf == leaves_.end() || leaf->second.text != "true") {
+            find(Rule::flagMissing, path, "not true at the end");
+        }
+    }
+}
+
+/// Counts and prefixes are told one after the other, so they agree only where nothing is under way.
+void Replay::summaries() {
+    if (!options_.references) { return; }  // a part of the AFT
+    std::map<std::string, std::uint64_t> counted;
+    for (const auto& [path, entry] : entries_) {
+        if (entry.present && !entry.protocol.empty()) {
+            ++counted[summaryPath({instanceOf(path), entry.list}, entry.protocol)];
+        }
+    }
+    for (const auto& [path, count] : counted) {
+        const auto leaf = leaves_.find(path);
+        const bool there = leaf != leaves_.end() && leaf->second.present;
+        if (there && leaf->second.text == std::to_string(count)) { continue; }
+        find(Rule::summaryCount,
+             path,
+             fmt::format("says {}, and the client holds {} such prefixes",
+                         there ? leaf->second.text : "nothing",
+                         count));
+    }
+    for (const auto& [path, leaf] : leaves_) {
+        if (!leaf.present || !isSummaryCount(path) || counted.contains(path)) { continue; }
+        find(Rule::summaryCount, path, "says " + leaf.text + ", and there is no such prefix");
+    }
+}
+
 // Epochs: all updates, lane by lane, then all deletes, lanes in reverse
 
 void Replay::epochBorder(const Elems& path, bool isDelete) {
@@ -375,7 +459,10 @@ void Replay::finish(const StreamEnd& end) {
     if (options_.once && end.code != 0) {
         find(Rule::onceTail, {}, fmt::format("ended with status {}: {}", end.code, end.text));
     }
-    if (options_.quietEnd) { epochEnd(); }
+    if (!options_.quietEnd) { return; }
+    epochEnd();
+    if (!options_.quietStart || !options_.once) { summaries(); }
+    tablesWithoutFlag();
 }
 
 std::size_t Replay::entries(List list) const {

@@ -32,6 +32,10 @@ struct ReplayOptions {
     bool once = false;
     /// Off for a stream that shows only a part of the AFT.
     bool references = true;
+    /// Entries that are there from a table's first moment on, so that state-synced must not be true before each of them
+    /// was told: prefixes of their own table, next hops and groups of every table. At a quiet end each table that has
+    /// prefixes here has to be synced.
+    std::set<std::string> beforeSynced = {};
 };
 
 struct ReplayStatistics {
@@ -74,6 +78,7 @@ private:
         std::int64_t stamp = 0;  // of the last update or delete
         std::uint64_t referrers = 0;
         std::string text;
+        std::string protocol;  // of a prefix
         std::vector<Entry*> refersTo;
     };
     struct Leaf {
@@ -94,6 +99,9 @@ private:
     void counterLeaf(const Elems& path, const gnmi::Update& update);
     Entry& counterAt(const CounterPlace& place);
     void countersGone(const std::string& path);
+    void synced(const TablePlace& table);
+    void tablesWithoutFlag();
+    void summaries();
     void to(Entry& entry, Entry& target, bool held);
     void deletion(const Elems& path, std::int64_t stamp);
     void entryDeletion(Entry& entry, std::int64_t stamp);

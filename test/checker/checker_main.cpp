@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <fstream>
 #include <map>
 #include <string>
 
@@ -102,6 +103,7 @@ int check(const Arguments& arguments) {
 int run(int count, char** values) {
     Arguments arguments;
     bool partial = false;
+    std::string beforeSynced;
     CLI::App app{"Holds a recorded gNMI stream of the AFT view against its rules", "pel-checker"};
     app.add_option("recording", arguments.recording, "What pel-recorder wrote")->required();
     app.add_option("--end-state", arguments.endState, "A ONCE recorded after the last change");
@@ -117,12 +119,25 @@ int run(int count, char** values) {
     app.add_flag("--once", arguments.options.once, "The call was a ONCE");
     app.add_flag(
         "--partial", partial, "The stream shows a part of the AFT: references are left out");
+    app.add_option("--before-synced",
+                   beforeSynced,
+                   "File of entry paths, one a line: those of a table (and all next hops and "
+                   "groups) come before state-synced says true of it");
     app.add_option("--limit", arguments.limit, "Findings printed of each rule")
         ->capture_default_str();
     try {
         app.parse(count, values);
     } catch (const CLI::ParseError& error) { return app.exit(error) == 0 ? 0 : 2; }
     arguments.options.references = !partial;
+    if (!beforeSynced.empty()) {
+        std::ifstream file{beforeSynced};
+        for (std::string line; std::getline(file, line);) {
+            if (!line.empty()) { arguments.options.beforeSynced.insert(line); }
+        }
+        if (arguments.options.beforeSynced.empty()) {
+            return unusable(beforeSynced + ": no paths");
+        }
+    }
     if (!arguments.endState.empty()) { arguments.options.quietEnd = true; }
     return check(arguments);
 }

@@ -371,36 +371,48 @@ class SurvivesDeath(Case):
         stream.wait(lambda s: "192.0.2.0/24" in prefixes(s.tree), "the export again")
 
     def test_switched_off_and_on_leaves_nothing_behind_and_brings_all_back(self):
+        self.lab.forwarder_options = ["--quiet-time", "1"]
         self.lab.ip("nexthop add id 101 via 10.0.1.2 dev e1")
         self.lab.ip("route add 192.0.2.0/24 nhid 101")
         self.up()
         stream = self.subscribe_with("192.0.2.0/24")
         native = self.subscribe(origin="pel", paths=("/AftExport/stateSynced",))
         flags = {f"{AFTS}/state-synced/state/{family}-unicast" for family in ("ipv4", "ipv6")}
+        said = {f"/AftExport/stateSynced[name=default]/{family}Unicast": True for family in ("ipv4", "ipv6")}
 
         def whole(s):
             count = sum(value for leaf, value in s.tree.items() if leaf.endswith("/state/counters/aft-entries"))
-            return flags <= s.tree.keys() and count == len(prefixes(s.tree)) and count > len(CONNECTED)
-        stream.wait(whole, "all of it")
-        native.wait(lambda s: s.tree, "the agent's flags")
-        before = {leaf: value for leaf, value in stream.tree.items() if "/afts/counters/" not in leaf and leaf not in flags}
+            return all(s.tree.get(leaf) for leaf in flags) and count == len(prefixes(s.tree)) and count > len(CONNECTED)
+
+        def entries(s):
+            return {leaf: value for leaf, value in s.tree.items() if "/afts/counters/" not in leaf}
+        stream.wait(whole, "all of it, synced")
+        native.wait(lambda s: said.items() <= s.tree.items(), "the agent's flags")
+        before, mark = entries(stream), stream.mark()
         self.lab.enable("false")
         stream.wait(lambda s: {leaf for leaf in s.tree if "/afts/" in leaf} == flags, "no entries")
         stream.wait(lambda s: {s.tree[leaf] for leaf in flags} == {False}, "false, told by an update")
+        told = [m[1] for m in stream.since(mark) if "/afts/counters/" not in m[1]]
+        self.assertEqual(set(told[:2]), flags, "false comes before what it spoke of goes")
+        mark = stream.mark()
         self.lab.enable()
-        stream.wait(lambda s: whole(s) and before.items() <= s.tree.items(), "all of it again")
-        self.assertEqual({leaf.rpartition("/")[2] for leaf in native.tree}, {"name", "ipv4Unicast", "ipv6Unicast"})
+        stream.wait(lambda s: whole(s) and entries(s) == before, "all of it again")
+        native.wait(lambda s: said.items() <= s.tree.items(), "the agent's flags again")
+        at = {m[1]: n for n, m in enumerate(stream.since(mark)) if m[0] in ("update", "leaf") and "/afts/counters/" not in m[1]}
+        self.assertLess(max(n for entry, n in at.items() if entry.endswith("]")), min(at[leaf] for leaf in flags),
+                        "true comes after all of it")
 
 
 class WithoutRouteTables(Case):
     def test_there_is_no_entry_of_a_route_and_no_summary_but_state_synced(self):
+        self.lab.forwarder_options = ["--quiet-time", "1"]
         self.lab.toggle("Gale.json", "GaleTarnServer", False)
         self.lab.ip("nexthop add id 101 via 10.0.1.2 dev e1")
         self.lab.ip("route add 192.0.2.0/24 nhid 101")
         self.up()
         stream = self.subscribe()
         synced = f"{AFTS}/state-synced/state/ipv4-unicast"
-        stream.wait(lambda s: 101 in groups(s.tree) and synced in s.tree, "the group, and state-synced")
+        stream.wait(lambda s: 101 in groups(s.tree) and s.tree.get(synced), "the group, and state-synced")
         lists = {match[1] for match in (re.search(r"/afts/([^/]*)/", leaf) for leaf in stream.tree) if match}
         self.assertEqual(lists - {"counters"}, {"next-hops", "next-hop-groups", "state-synced"})
         native = self.subscribe(origin="pel")

@@ -97,6 +97,20 @@ TEST_F(OpenConfigSummariesTest, APrefixThatWaitsForItsGroupIsNotCountedYet) {
     EXPECT_THAT(takeSummaries(), ElementsAre("DEFAULT/ipv4-unicast BGP 1"));
 }
 
+TEST_F(OpenConfigSummariesTest, OneIsToldOnceForAllPrefixesOfASlice) {
+    put(rib, "11.0.0.0/8", OriginProtocol::bgp);
+    show();
+    const auto before = channel->provider->statistics();
+    for (int i = 0; i < 200; ++i) {
+        rib.set(prefix(("10.0." + std::to_string(i) + ".0/24").c_str()),
+                {FecId{41}, OriginProtocol::bgp});
+    }
+    ASSERT_EQ(writer->commit(), "");
+    settle();
+    EXPECT_EQ(channel->provider->statistics().encoded - before.encoded, 200U + 1U);
+    EXPECT_EQ(channel->provider->statistics().changed - before.changed, 200U + 1U);
+}
+
 TEST_F(OpenConfigSummariesTest, AreFoundByTheirKeys) {
     put(rib, "10.0.0.0/8", OriginProtocol::bgp);
     put(six, "2001:db8::/32", OriginProtocol::bgp);

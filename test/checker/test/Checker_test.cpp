@@ -84,6 +84,26 @@ public:
         leaf(n, {"state", "next-hop-group"}).mutable_val()->set_uint_val(group);
         return *this;
     }
+    /// Of the route before.
+    Story& from(const char* protocol) {
+        leaf(last(), {"state", "origin-protocol"}).mutable_val()->set_string_val(protocol);
+        return *this;
+    }
+    Story& summary(const char* protocol, std::uint64_t count) {
+        gnmi::Notification& n = notification();
+        elems(*n.mutable_prefix(),
+              {"network-instances",
+               "network-instance",
+               "afts",
+               "aft-summaries",
+               "ipv4-unicast",
+               "protocols",
+               "protocol"});
+        (*n.mutable_prefix()->mutable_elem(1)->mutable_key())["name"] = "DEFAULT";
+        (*n.mutable_prefix()->mutable_elem(6)->mutable_key())["origin-protocol"] = protocol;
+        leaf(n, {"state", "counters", "aft-entries"}).mutable_val()->set_uint_val(count);
+        return *this;
+    }
     Story& counters(std::uint64_t index, std::uint64_t packets) {
         gnmi::Notification& n = notification();
         counterPathOf(*n.mutable_prefix(), index);
@@ -116,6 +136,7 @@ public:
     Story& stateSynced(bool value) {
         gnmi::Notification& n = notification();
         elems(*n.mutable_prefix(), {"network-instances", "network-instance", "afts"});
+        (*n.mutable_prefix()->mutable_elem(1)->mutable_key())["name"] = "DEFAULT";
         leaf(n, {"state-synced", "state", "ipv4-unicast"}).mutable_val()->set_bool_val(value);
         return *this;
     }
@@ -274,6 +295,47 @@ TEST(Checker, CountersHaveTheirLeavesOnly) {
               "leaf-type");
     EXPECT_EQ(with([](auto& n) { n.mutable_update(1)->mutable_val()->set_uint_val(8); }),
               "key-leaf");
+}
+
+TEST(Checker, ASummaryCountsThePrefixesThatAreThereAtAQuietEnd) {
+    const auto story = [] {
+        Story made;
+        made.group(7, {}).route("192.0.2.0/24", 7).from("BGP").route("198.51.100.0/24", 7);
+        return made.from("BGP");
+    };
+    const ReplayOptions quiet{.quietEnd = true};
+    EXPECT_EQ(story().summary("BGP", 2).sync().rules(quiet), "");
+    EXPECT_EQ(story().summary("BGP", 1).sync().rules(quiet), "summary-count");
+    EXPECT_EQ(story().summary("BGP", 1).sync().rules({}), "") << "it may be on its way";
+    EXPECT_EQ(story().summary("BGP", 1).sync().rules({.quietStart = true}), "summary-count");
+    EXPECT_EQ(story().sync().rules(quiet), "summary-count") << "there is none";
+    EXPECT_EQ(story().sync().rules({.quietEnd = true, .references = false}), "") << "nor asked for";
+    EXPECT_EQ(story().summary("BGP", 2).summary("ISIS", 1).sync().rules(quiet), "summary-count");
+    EXPECT_EQ(story().summary("BGP", 2).sync().noRoute("192.0.2.0/24").rules(quiet),
+              "summary-count");
+}
+
+TEST(Checker, AFlagComesAfterWhatItSpeaksOf) {
+    const auto path = [](List list, const char* key) { return entryPath(list, "DEFAULT", key); };
+    const ReplayOptions options{.quietEnd = true,
+                                .beforeSynced = {path(List::group, "7"),
+                                                 path(List::ipv4, "192.0.2.0/24"),
+                                                 path(List::ipv6, "2001:db8::/32")}};
+    const auto story = [] {
+        Story made;
+        return made.sync().group(7, {});
+    };
+    EXPECT_EQ(story().route("192.0.2.0/24", 7).stateSynced(true).rules(options), "")
+        << "the other table has a flag of its own";
+    EXPECT_EQ(story().stateSynced(true).route("192.0.2.0/24", 7).rules(options), "flag-early");
+    EXPECT_EQ(story().stateSynced(false).route("192.0.2.0/24", 7).rules(options), "flag-missing");
+    EXPECT_EQ(
+        story().route("192.0.2.0/24", 7).noRoute("192.0.2.0/24").stateSynced(true).rules(options),
+        "")
+        << "it has been told, and may go";
+    Story early;
+    early.sync().route("192.0.2.0/24", 7).stateSynced(true).group(7, {});
+    EXPECT_EQ(early.rules(options), "dangling-group flag-early");
 }
 
 TEST(Checker, APartOfTheAftHasItsReferencesElsewhere) {

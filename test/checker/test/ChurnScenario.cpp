@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "test/checker/AftSchema.h"
+
 namespace Checker {
 namespace {
 
@@ -11,7 +13,13 @@ constexpr unsigned kStanding = 40;  // next hops; half as many groups; as many r
 constexpr unsigned kGroups = kStanding / 2;
 constexpr unsigned kChains = 12;  // at a time; each has ids of its own
 constexpr unsigned kSpare = 8;
+constexpr std::uint64_t kScenarioFec = 4ULL
+                                       << 56U;  // id of a FEC that a scenario gives the number 0
 constexpr unsigned kStepMs = 10;
+constexpr unsigned kMoving = 4;      // routes of one group that is replaced at each step
+constexpr unsigned kHerd = 100;      // chains of a next hop, a group and a route
+constexpr unsigned kHerdGoes = 100;  // the step at which all of them go
+constexpr unsigned kHerdComes = 150;
 
 std::string mac(unsigned number) {
     return fmt::format("\"02:00:00:00:{:02x}:{:02x}\"", number >> 8U & 0xFFU, number & 0xFFU);
@@ -59,8 +67,8 @@ void addChain(Items& to, unsigned chain) {
                     chain));
     to.routes.push_back(fmt::format(
         "{{prefix: 198.{}.{}.0/24, fec: {}}}", 18 + chain / 256, chain % 256, 1000 + chain));
-    to.routes.push_back(
-        fmt::format("{{prefix: \"2001:db8:{:x}::/48\", fec: {}}}", chain + 1, 1000 + chain));
+    to.routes.push_back(fmt::format(
+        "{{prefix: \"2001:db8:{:x}::/48\", fec: {}, origin: ospf3}}", chain + 1, 1000 + chain));
 }
 
 void deleteChain(Items& to, unsigned chain) {
@@ -69,6 +77,35 @@ void deleteChain(Items& to, unsigned chain) {
     to.fecs.push_back(fmt::to_string(1000 + chain));
     to.routes.push_back(fmt::format("{{prefix: 198.{}.{}.0/24}}", 18 + chain / 256, chain % 256));
     to.routes.push_back(fmt::format("{{prefix: \"2001:db8:{:x}::/48\"}}", chain + 1));
+}
+
+std::string movingHop(unsigned number) {
+    return nextHop(fmt::format("moving{}", number), 4000 + number, 0x6000 + number);
+}
+
+std::string movingGroup(unsigned number) {
+    return fmt::format("{{id: {}, members: [moving{}]}}", 4000 + number, number);
+}
+
+std::string movingRoute(unsigned route, unsigned number) {
+    return fmt::format("{{prefix: 192.1.{}.0/24, fec: {}, origin: bgp}}", route, 4000 + number);
+}
+
+void addHerd(Items& to) {
+    for (unsigned i = 0; i < kHerd; ++i) {
+        to.nextHops.push_back(nextHop(fmt::format("herd{}", i), 3000 + i, 0x7000 + i));
+        to.fecs.push_back(fmt::format("{{id: {}, members: [herd{}]}}", 3000 + i, i));
+        to.routes.push_back(
+            fmt::format("{{prefix: 192.2.{}.0/24, fec: {}, origin: static}}", i, 3000 + i));
+    }
+}
+
+void deleteHerd(Items& from) {
+    for (unsigned i = 0; i < kHerd; ++i) {
+        from.nextHops.push_back(fmt::format("herd{}", i));
+        from.fecs.push_back(fmt::to_string(3000 + i));
+        from.routes.push_back(fmt::format("{{prefix: 192.2.{}.0/24}}", i));
+    }
 }
 
 std::string standingGroup(unsigned group, unsigned weight) {
@@ -80,7 +117,9 @@ std::string standingGroup(unsigned group, unsigned weight) {
 }
 
 std::string standingRoute(unsigned route, unsigned group) {
-    return fmt::format("{{prefix: 192.0.{}.0/24, fec: {}}}", route, 1 + group);
+    // Another group, often another origin.
+    const char* const origin = group % 3 == 0 ? "isis" : "bgp";
+    return fmt::format("{{prefix: 192.0.{}.0/24, fec: {}, origin: {}}}", route, 1 + group, origin);
 }
 
 std::string spareHop(unsigned spare) {
@@ -118,6 +157,15 @@ public:
             changed.routes.push_back(
                 standingRoute(route, (route + number + number / kGroups) % kGroups));
         }
+        added.nextHops.push_back(movingHop(number + 1));
+        added.fecs.push_back(movingGroup(number + 1));
+        for (unsigned i = 0; i < kMoving; ++i) {
+            changed.routes.push_back(movingRoute(i, number + 1));
+        }
+        deleted.fecs.push_back(fmt::to_string(4000 + number));
+        deleted.nextHops.push_back(fmt::format("moving{}", number));
+        if (number == kHerdGoes) { deleteHerd(deleted); }
+        if (number == kHerdComes) { addHerd(added); }
         std::string text = fmt::format("  - at: {}ms\n", (number + 1) * kStepMs);
         const auto part = [&](const char* name, const Items& items) {
             const std::string below = items.text("      ");
@@ -147,6 +195,10 @@ Items itemsAtBeginning() {
     items.routes.push_back("{prefix: 203.0.113.0/32, fec: 1}");  // never changes
     for (unsigned i = 0; i < kChains; ++i) { addChain(items, i); }
     for (unsigned i = 0; i < kSpare; ++i) { items.nextHops.push_back(spareHop(i)); }
+    items.nextHops.push_back(movingHop(0));
+    items.fecs.push_back(movingGroup(0));
+    for (unsigned i = 0; i < kMoving; ++i) { items.routes.push_back(movingRoute(i, 0)); }
+    addHerd(items);
     return items;
 }
 
@@ -155,6 +207,22 @@ Items itemsAtBeginning() {
 std::size_t ChurnScenario::entriesAtBeginning() {
     const Items items = itemsAtBeginning();
     return items.nextHops.size() + items.fecs.size() + items.routes.size();
+}
+
+std::set<std::string> ChurnScenario::standing() {
+    std::set<std::string> paths;
+    const auto add = [&](List list, const std::string& key) {
+        paths.insert(entryPath(list, "DEFAULT", key));
+    };
+    for (unsigned i = 0; i < kStanding; ++i) {
+        add(List::nextHop, std::to_string(1 + i));
+        add(List::ipv4, fmt::format("192.0.{}.0/24", i));
+    }
+    for (unsigned i = 0; i < kGroups; ++i) {
+        add(List::group, std::to_string(kScenarioFec + 1 + i));
+    }
+    add(List::ipv4, "203.0.113.0/32");
+    return paths;
 }
 
 std::string ChurnScenario::beginning() {
