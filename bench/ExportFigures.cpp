@@ -46,14 +46,23 @@ int run(int count, char** values) {
     app.add_option("--plugin", setting.programs.plugin)->required();
     app.add_option("--next-hops", setting.nextHops)->required();
     app.add_option("--rounds", setting.rounds);
+    Bench::PrefixCounts prefixes;
+    CLI::App* const withPrefixes = app.add_subcommand("prefixes", "very many prefixes");
+    withPrefixes->add_option("--ipv4", prefixes.ipv4)->required();
+    withPrefixes->add_option("--ipv6", prefixes.ipv6)->required();
     app.add_subcommand("sync", "store to client");
     app.add_subcommand("latency", "one change")->add_option("--changes", changes);
     app.add_subcommand("slices", "longest slices of the scheduler");
     app.add_subcommand("subscribers", "CPU of a delivered message")
         ->add_option("--counts", subscribers);
     CLI11_PARSE(app, count, values);
-    Bench::fillStore(setting.root, setting.nextHops);
     Bench::Json result;
+    if (withPrefixes->parsed()) {
+        prefixes.nextHops = setting.nextHops;
+        result = Bench::prefixFigures(setting, prefixes);
+    } else {
+        Bench::fillStore(setting.root, setting.nextHops);
+    }
     if (app.got_subcommand("sync")) { result = Bench::syncFigures(setting); }
     if (app.got_subcommand("latency")) { result = Bench::latencyFigures(setting, changes); }
     if (app.got_subcommand("slices")) { result = Bench::sliceFigures(setting); }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "bench/AgentProcess.h"
+#include "bench/PrefixSource.h"
 
 namespace Bench {
 
@@ -36,8 +37,18 @@ Json latencyFigures(const Setting& setting, unsigned changes);
 
 /// The longest slices of the agent's scheduler in each of the sweeps that it may come to.
 Json sliceFigures(const Setting& setting);
+/// The same of any store with so many groups, of which "like" below the root has another one, and
+/// "empty" one with nothing in it.
+Json sweptSlices(const Setting& setting, std::uint64_t groups);
 
 /// The agent's CPU time for a delivered message, with so many subscribers at a time.
 Json subscriberFigures(const Setting& setting, const std::vector<unsigned>& counts);
+
+/// Two stock clients that parse, at once, and very many prefixes: seconds from the agent's start on a
+/// filled store until both have all; from the first record on with clients that are there before it; until
+/// they know of another MAC address of half of the next hops; and until they know that all prefixes
+/// are gone. Beside them two raw clients, the same bytes ready in memory, and what the writer
+/// takes by itself; and the agent's memory and longest slice. Makes stores of its own.
+Json prefixFigures(const Setting& setting, const PrefixCounts& counts);
 
 }  // namespace Bench

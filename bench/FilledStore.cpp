@@ -25,15 +25,6 @@ constexpr std::uint64_t kMembers = 4;
 // Each entry costs a content, its hash and the entry itself: stay well below the writer's bound.
 constexpr std::uint64_t kEntriesPerTransaction = 256;
 
-std::unique_ptr<Store::Writer> openWriter(const std::filesystem::path& directory) {
-    Store::Options options;
-    options.directory = directory;
-    std::string error;
-    auto environment = Store::Environment::open(options, Store::Access::write, error);
-    if (environment == nullptr) { throw std::runtime_error{error}; }
-    return std::make_unique<Store::Writer>(std::move(environment));
-}
-
 void commit(Store::Writer& writer) {
     if (const std::string error = writer.commit(); !error.empty()) {
         throw std::runtime_error{error};
@@ -103,16 +94,31 @@ void publishState(Store::Writer& writer, std::uint64_t nextHops) {
 
 }  // namespace
 
-void fillStore(const std::filesystem::path& root, std::uint64_t nextHops) {
+std::unique_ptr<Store::Writer> openWriter(const std::filesystem::path& directory) {
+    Store::Options options;
+    options.directory = directory;
+    std::string error;
+    auto environment = Store::Environment::open(options, Store::Access::write, error);
+    if (environment == nullptr) { throw std::runtime_error{error}; }
+    return std::make_unique<Store::Writer>(std::move(environment));
+}
+
+void enableExport(const std::filesystem::path& root) {
     AgentHost::HostConfig config;
     config.root = root;
-    publishState(*openWriter(config.stateDirectory()), nextHops);
     const auto writer = openWriter(config.configurationDirectory());
     Hubdb::Publisher configuration{*writer};
     configuration.entityIs(Tolo::Config::kPath,
                            Tolo::Config::kType,
                            Mesa::RecordCodec<Tolo::ConfigRecord>::encode({true}));
     commit(*writer);
+}
+
+void fillStore(const std::filesystem::path& root, std::uint64_t nextHops) {
+    AgentHost::HostConfig config;
+    config.root = root;
+    publishState(*openWriter(config.stateDirectory()), nextHops);
+    enableExport(root);
 }
 
 struct NextHopChanger::Impl {

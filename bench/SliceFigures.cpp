@@ -34,7 +34,7 @@ struct Sweep {
 /// An agent that is led through all its sweeps, with a client that takes all there is.
 class Sweeps {
 public:
-    explicit Sweeps(const Setting& setting);
+    Sweeps(const Setting& setting, std::uint64_t groups);
     Json run();
 
 private:
@@ -42,11 +42,12 @@ private:
     void addAll();
     void swapStore(const char* aside, const char* by);
     void enabledIs(bool enabled);
-    bool holds(std::uint64_t nextHops) const;
+    bool holds(bool all) const;
     void startClient();
     void record(const std::string& name, double seconds);
 
     const Setting& setting_;
+    const std::uint64_t groups_;
     const std::filesystem::path root_;
     Kiln::SteadyClock clock_;
     SliceMeter* meter_ = nullptr;
@@ -69,7 +70,8 @@ AgentHost::HostConfig hostConfig(const std::filesystem::path& root) {
     return config;
 }
 
-Sweeps::Sweeps(const Setting& setting) : setting_{setting}, root_{setting.root} {
+Sweeps::Sweeps(const Setting& setting, std::uint64_t groups)
+    : setting_{setting}, groups_{groups}, root_{setting.root} {
     auto meter = std::make_unique<SliceMeter>();
     meter_ = meter.get();
     host_.emplace(hostConfig(root_), clock_, std::move(meter));
@@ -99,46 +101,45 @@ void Sweeps::enabledIs(bool enabled) {
     reload_->scheduleAfter(std::chrono::milliseconds{50});
 }
 
-/// Whether the export has so many next hops and their groups.
-bool Sweeps::holds(std::uint64_t nextHops) const {
+/// Whether the export has all next hops and groups, or none.
+bool Sweeps::holds(bool all) const {
     Vel::Ref<Vel::Dir> dir = host_->entityManager()->globalDir();
     for (const char* const name :
          {host_->entityManager()->name().c_str(), "AftExport", "OpenConfig", "afts"}) {
         dir = dir ? dir->entity<Vel::Dir>(name) : dir;
     }
     const auto aft = dir ? dir->entity<Pel::OcApi::AftContainer>("aftContainer") : nullptr;
-    return aft && aft->nextHops()->size() == nextHops &&
-           aft->nextHopGroups()->size() == nextHops / 4;
+    return aft && aft->nextHops()->size() == (all ? setting_.nextHops : 0) &&
+           aft->nextHopGroups()->size() == (all ? groups_ : 0);
 }
 
 void Sweeps::addAll() {
-    const std::uint64_t all = setting_.nextHops;
     const Store::Reader& state = host_->stateReader();
-    const auto swept = [this, &state](std::uint64_t nextHops) {
-        return state.open() && state.generation() != generation_ && state.caughtUp() &&
-               holds(nextHops);
+    const auto swept = [this, &state](bool all) {
+        return state.open() && state.generation() != generation_ && state.caughtUp() && holds(all);
     };
     sweeps_.push_back({"initial export",
                        [this] {
                            const std::string error = host_->start(agentFactory);
                            if (!error.empty()) { throw std::runtime_error{error}; }
                        },
-                       [=] { return swept(all); }});
+                       [=] { return swept(true); }});
     sweeps_.push_back({"stash not ready",
                        [this] { swapStore("kept", nullptr); },
                        [&state] { return !state.open(); }});
     sweeps_.push_back(
-        {"stash ready again", [this] { swapStore(nullptr, "kept"); }, [=] { return swept(all); }});
-    sweeps_.push_back({"disabled", [this] { enabledIs(false); }, [this] { return holds(0); }});
-    sweeps_.push_back({"enabled", [this] { enabledIs(true); }, [=, this] { return holds(all); }});
+        {"stash ready again", [this] { swapStore(nullptr, "kept"); }, [=] { return swept(true); }});
+    sweeps_.push_back({"disabled", [this] { enabledIs(false); }, [this] { return holds(false); }});
+    sweeps_.push_back({"enabled", [this] { enabledIs(true); }, [this] { return holds(true); }});
     sweeps_.push_back({"store replaced by its like",
                        [this] { swapStore("kept", "like/state"); },
-                       [=] { return swept(all); }});
+                       [=] { return swept(true); }});
     sweeps_.push_back({"store replaced by an empty one",
                        [this] { swapStore("like/state", "empty/state"); },
-                       [=] { return swept(0); }});
-    sweeps_.push_back(
-        {"filled again", [this] { swapStore("empty/state", "kept"); }, [=] { return swept(all); }});
+                       [=] { return swept(false); }});
+    sweeps_.push_back({"filled again",
+                       [this] { swapStore("empty/state", "kept"); },
+                       [=] { return swept(true); }});
 }
 
 void Sweeps::startClient() {
@@ -200,12 +201,16 @@ Json Sweeps::run() {
 
 }  // namespace
 
-Json sliceFigures(const Setting& setting) {
+Json sweptSlices(const Setting& setting, std::uint64_t groups) {
     Pel::registerModelTypes();
     Pel::OcApi::registerOpenConfigView();
+    return Sweeps{setting, groups}.run();
+}
+
+Json sliceFigures(const Setting& setting) {
     fillStore(setting.root / "like", setting.nextHops);
     fillStore(setting.root / "empty", 0);
-    return Sweeps{setting}.run();
+    return sweptSlices(setting, setting.nextHops / 4);
 }
 
 }  // namespace Bench
