@@ -98,13 +98,17 @@ void Provider::markHeld(ListSource& source) {
     task_.schedule();
 }
 
-Provider::Marked* Provider::nextMarked() {
+/// The first one with marks of the round, or with any, in the order of lanes. Flags keep to rounds.
+Provider::Next Provider::nextMarked(bool any) {
     for (auto& lane : lanes_) {
         for (auto& each : lane) {
-            if (!each->backlog.empty()) { return each.get(); }
+            if (!each->backlog.empty()) { return {each.get(), &each->backlog}; }
+            if (any && each->source->lane() != Lane::flags && !each->nextRound.empty()) {
+                return {each.get(), &each->nextRound};
+            }
         }
     }
-    return nullptr;
+    return {};
 }
 
 Provider::Marked* Provider::lastWithRemovals() {
@@ -142,16 +146,19 @@ bool Provider::drainSome() {
     draining_ = true;
     // Told to the end in a batch after that of the round: a batch shows before it takes away.
     const bool left = (telling_ && drainAsked()) || drainMarked() || drainRemovals() ||
-                      nextMarked() != nullptr;  // whom the removals have woken
+                      nextMarked(false).marked != nullptr;  // whom the removals have woken
     draining_ = false;
     return left || endRound();
 }
 
-/// True: the slice is over.
+/// True: the slice is over. A round may be long: what has come since it began has every other slice,
+/// in the order of lanes with the round's own, so that a change of a next hop need not wait for all
+/// prefixes and these do not wait in vain for groups that have come.
 bool Provider::drainMarked() {
-    while (Marked* const next = nextMarked()) {
-        while (const auto key = next->backlog.draw()) {
-            processMarked(*next, *key);
+    any_ = round_ && !any_;
+    for (Next next = nextMarked(any_); next.marked != nullptr; next = nextMarked(any_)) {
+        while (const auto key = next.backlog->draw()) {
+            processMarked(*next.marked, *key);
             if (scheduler_->mustYield()) { return true; }
             // What was just shown may have woken an entry of an earlier lane: not before its turn.
         }
@@ -205,7 +212,7 @@ bool Provider::endRound() {
     round_ = !asked_.empty() || std::any_of(flags.begin(), flags.end(), [](const auto& each) {
         return !each->backlog.empty();
     });
-    return telling_ || nextMarked() != nullptr;
+    return telling_ || nextMarked(false).marked != nullptr;
 }
 
 void Provider::processMarked(Marked& from, const EntryKey& key) {

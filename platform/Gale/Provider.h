@@ -43,7 +43,8 @@ struct ProviderStatistics {
 /// in slices of a task of the given group, lanes in order of reference.
 ///
 /// Marks go in rounds. A round that a flag is marked in takes no more marks from outside, so that it
-/// ends however much goes on changing; those that come meanwhile make up the next one. An entry that
+/// ends however much goes on changing; those that come meanwhile make up the next one, though what they
+/// are about may be told earlier. An entry that
 /// asks to be told last (EncodedEntry::askLast) is encoded once more in a batch of its own when all of
 /// the round has been shown or removed, and nothing waits any more that it held back.
 ///
@@ -88,7 +89,11 @@ private:
 
     void take(std::unique_ptr<ListSource> source);
     Marked& marked(ListSource& source);
-    Marked* nextMarked();
+    struct Next {
+        Marked* marked = nullptr;
+        Kiln::Backlog<EntryKey>* backlog = nullptr;
+    };
+    Next nextMarked(bool any);
     Marked* lastWithRemovals();
     bool drain();
     bool drainSome();
@@ -124,9 +129,10 @@ private:
     std::unordered_map<ListSource*, Marked*> bySource_;
     const Kiln::Duration patience_;
     Waiting waiting_;
-    bool round_ = false;                        // takes no more marks from outside
-    bool draining_ = false;                     // what is marked now is the provider's own doing
-    std::set<Waiting::Waiter> asked_;           // to be told last
+    bool round_ = false;               // takes no more marks from outside
+    bool any_ = false;                 // this slice is for all marks, not the round's alone
+    bool draining_ = false;            // what is marked now is the provider's own doing
+    std::set<Waiting::Waiter> asked_;  // to be told last
     std::set<Waiting::Waiter> askedMeanwhile_;  // when the round of those was over already
     std::optional<std::uint64_t> waitsBegun_;   // until the end of the round of asked_
     bool telling_ = false;                      // asked_, now

@@ -538,6 +538,28 @@ TEST_P(ProviderTest, AFlagIsToldThoughEverythingGoesOnChanging) {
     EXPECT_EQ(shown(Lane::prefixes), 21U + 10U);
 }
 
+TEST_P(ProviderTest, WhatComesWhileALongRoundGoesOnDoesNotWaitForItsEnd) {
+    constexpr std::uint64_t kEach = 100;
+    view->herds.set(7, {});
+    settle();
+    for (std::uint64_t i = 1; i <= kEach; ++i) { view->fields.set(i, 7); }
+    view->open.set(0, true);
+    Kiln::Task later{scheduler, "Later", 3, [&] {
+                         view->beasts.set(1, "red");
+                         return false;
+                     }};
+    std::size_t prefixesBefore = 0;  // the beast
+    const auto watch = scheduler->onSliceEnd().subscribe([&] {
+        if (shown(Lane::prefixes) == 10) { later.schedule(); }
+        if (shown(Lane::nextHops) == 0) { prefixesBefore = shown(Lane::prefixes); }
+    });
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), GetParam() ? 1U : 0U) << "one slice takes all";
+    EXPECT_LE(prefixesBefore, GetParam() ? 15U : kEach);
+    EXPECT_EQ(shown(Lane::prefixes), kEach);
+    EXPECT_TRUE(view->saidOpen);
+}
+
 TEST_P(ProviderTest, AnEntryThatIsToldAgainInTheNextRoundIsNotTakenForMissingInThisOne) {
     view->herds.publish(7);  // looked at, and not there
     settle();
