@@ -70,9 +70,7 @@ private:
     void sweepBegun() final {
         sweptTo_.reset();
         gaps_.clear();
-        settling_ = false;  // a round that this one interrupts: what it told is told
-        gone_.erase(gone_.begin(), gone_.begin() + static_cast<std::ptrdiff_t>(told_));
-        told_ = 0;
+        settling_ = false;  // of a round that this one interrupts: what it told is told
     }
     void sweepKey(std::string_view bytes) final {
         const auto key = decode(bytes);
@@ -82,7 +80,7 @@ private:
         sweptTo_ = *key;
         if (!present_) { return; }
         if (gone_.empty()) { return changed(*key); }
-        std::vector<Key> untold = std::exchange(gone_, {});
+        std::vector<Key> untold = takeUntold(gone_.size());
         untold.push_back(*key);
         tell(untold);
     }
@@ -91,12 +89,12 @@ private:
         if (!key) { return; }
         takeGone({sweptTo_, key});
         sweptTo_ = *key;
-        if (present_) { tell(std::exchange(gone_, {})); }
+        if (present_) { tell(takeUntold(gone_.size())); }
     }
     void sweepEnded() final {
         takeGone({sweptTo_, std::nullopt});
         sweptTo_.reset();
-        if (present_) { tell(std::exchange(gone_, {})); }
+        if (present_) { tell(takeUntold(gone_.size())); }
     }
     void presentIs(bool present) final {
         if (present_ == present) { return; }
@@ -114,7 +112,7 @@ private:
             const Gap gap = std::move(gaps_.front());
             gaps_.pop_front();
             takeGone(gap);
-            if (present_) { tell(std::exchange(gone_, {})); }
+            if (present_) { tell(takeUntold(gone_.size())); }
         } else {
             return false;
         }
@@ -123,22 +121,22 @@ private:
     /// Tells a share of what had to wait; after the last one all is settled.
     void settleSome() {
         const std::weak_ptr<const bool> alive = alive_;
-        const auto count = static_cast<std::ptrdiff_t>(std::min(kShare, gone_.size() - told_));
-        const auto first = gone_.begin() + static_cast<std::ptrdiff_t>(told_);
-        const std::vector<Key> share{first, first + count};
-        told_ += share.size();
-        const bool last = told_ == gone_.size();
-        if (last) {
-            settling_ = false;
-            told_ = 0;
-            gone_ = {};
-        }
+        const std::vector<Key> share = takeUntold(std::min(kShare, gone_.size()));
+        const bool last = gone_.empty();
+        if (last) { settling_ = false; }
         FirstError error;
         error.run([&] { tell(share); });
         if (last && !alive.expired()) {
             error.run([this] { settled(); });
         }
         error.rethrow();
+    }
+    /// The first ones that vanished and are not told; they are as good as told.
+    std::vector<Key> takeUntold(std::size_t count) {
+        const auto end = gone_.begin() + static_cast<std::ptrdiff_t>(count);
+        std::vector<Key> taken{gone_.begin(), end};
+        gone_.erase(gone_.begin(), end);
+        return taken;
     }
     std::optional<Key> decode(std::string_view bytes) {
         auto key = KeyCodec<Key>::decode(bytes);
@@ -174,9 +172,10 @@ private:
 
     absl::btree_set<Key> keys_;
     std::optional<Key> sweptTo_;
-    std::deque<Gap> gaps_;   // with vanished keys that are still in the list
-    std::vector<Key> gone_;  // vanished and not told: while not present, once all is settled
-    std::size_t told_ = 0;   // of them, while settling
+    std::deque<Gap> gaps_;  // with vanished keys that are still in the list
+    // Vanished and not told: while not present, once all is settled. There may be millions, so they
+    // neither move as they become more nor go all at once.
+    std::deque<Key> gone_;
     bool settling_ = false;
     std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
     Reader::Mount mount_;
