@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -7,7 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "forwarder/Scenario/FileSource.h"
 #include "forwarder/Scenario/ScenarioFeed.h"
+#include "forwarder/Scenario/test/ParsedScenario.h"
 #include "forwarder/Scenario/test/StoreView.h"
 #include "test/support/TempDir.h"
 
@@ -30,6 +33,16 @@ protected:
                 told.push_back(text);
             });
         ASSERT_EQ(feed->start(), "");
+    }
+    void startText(const std::string& text) {
+        Parsed parsed = parse(text);
+        ASSERT_THAT(parsed.problems, testing::IsEmpty());
+        start(std::make_unique<FileSource>(std::move(*parsed.scenario)));
+    }
+    /// Up to the end of the beginning.
+    void play(const std::string& text) {
+        startText(text);
+        settle();
     }
     void settle() { scheduler->runUntilIdle(); }
     void pass(Kiln::Duration time) {

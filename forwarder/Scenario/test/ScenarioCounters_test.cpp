@@ -2,12 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "forwarder/Scenario/Description.h"
-#include "forwarder/Scenario/FileSource.h"
 #include "forwarder/Scenario/test/FeedBed.h"
 #include "forwarder/Scenario/test/ParsedScenario.h"
 
@@ -16,7 +14,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr std::uint64_t kTunnel = std::uint64_t{0x18005} << 32U;
 
@@ -26,15 +23,7 @@ const std::string kCounted =
     "nextHops: [{name: a, index: 1}, {name: b, index: 2}, {name: c, index: 3}]\n"
     "fecs: [{id: 41, members: [a, b]}, {id: ipInIpTunnel/5, members: [a]}]\n";
 
-class ScenarioCounters : public FeedBed {
-protected:
-    void play(const std::string& text) {
-        Parsed parsed = parse(text);
-        ASSERT_THAT(parsed.problems, IsEmpty());
-        start(std::make_unique<FileSource>(std::move(*parsed.scenario)));
-        settle();
-    }
-};
+class ScenarioCounters : public FeedBed {};
 
 TEST_F(ScenarioCounters, ValuesAreThereFromTheBeginning) {
     play(kCounted +

@@ -58,19 +58,7 @@ const std::string kText =
     "  - {vrf: red, prefix: '2001:db8:1::/48', fec: 42, origin: static}\n"
     "ready: {fibReady: {red: none}}\n";
 
-class ScenarioFeedTest : public FeedBed {
-protected:
-    void startText(const std::string& text) {
-        Problems problems{"f.yaml"};
-        auto scenario = parseScenario(text, problems);
-        ASSERT_THAT(problems.lines(), IsEmpty());
-        start(std::make_unique<FileSource>(std::move(*scenario)));
-    }
-    void play(const std::string& text) {
-        startText(text);
-        settle();
-    }
-};
+class ScenarioFeedTest : public FeedBed {};
 
 TEST_F(ScenarioFeedTest, AgentSeesWhatIsDescribed) {
     play(kText);

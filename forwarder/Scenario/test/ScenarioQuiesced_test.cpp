@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 
-#include "forwarder/Scenario/FileSource.h"
 #include "forwarder/Scenario/Generator.h"
 #include "forwarder/Scenario/test/FeedBed.h"
 #include "forwarder/Scenario/test/ParsedScenario.h"
@@ -15,20 +14,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kRed4 = "routing/vrf/status/red";
 constexpr const char* kRed6 = "routing6/vrf/status/red";
 
-class ScenarioQuiesced : public FeedBed {
-protected:
-    void play(const std::string& text) {
-        Parsed parsed = parse(text);
-        ASSERT_THAT(parsed.problems, IsEmpty());
-        start(std::make_unique<FileSource>(std::move(*parsed.scenario)));
-        settle();
-    }
-};
+class ScenarioQuiesced : public FeedBed {};
 
 TEST_F(ScenarioQuiesced, TablesHaveQuiescedUnlessSaidOtherwise) {
     play(kBase + "ready: {quiesced: {red: {ipv4: false, ipv6: never}}}\n");
