@@ -189,7 +189,7 @@ Json rawFigures(const Setting& setting, const PrefixCounts& counts) {
     const AgentProcess agent{setting.programs, setting.root};
     const std::uint16_t port = agent.waitForPort();
     both([&] { subscribeUntil(port, counts.entries()); });
-    Json figures{{"start_raw_s", secondsSince(begun)}};
+    Json figures{{"start_raw_s", secondsSince(begun)}, {"rss_anon_bytes", agent.rssAnonBytes()}};
     const RawReply settled = subscribeOnce(port);
     const ReplayServer server{settled.bytes};
     figures["limit_raw_s"] = both([&] { subscribeOnce(server.port()); });
