@@ -384,23 +384,13 @@ TEST_P(FibReadyCoordinator, AVrfThatIsRemovedWhileItWaitsStartsAfreshWhenItComes
 TEST_P(FibReadyCoordinator, AVrfThatIsRemovedWithItsTableWaitsForTheNewOneToQuiesce) {
     halvesReadyAre();
     start();
-    vrfIs("red");
-    auto routes = table("red");
-    routes.quiescedIs(true);
-    publish();
-    ASSERT_EQ(flag("red"), "1");
+    ASSERT_NO_FATAL_FAILURE(syncedIs("red"));
     gatedDel("red");
     Mesa::tableDel(*writer, sut->getEntityPath("red"));
     publish();
     EXPECT_EQ(flag("red"), "-");
     EXPECT_TRUE(sut->mountedPaths()->pathHas(sut->getEntityPath("red"))) << "never unmounted";
-    vrfIs("red");
-    EXPECT_EQ(flag("red"), "0");
-    EXPECT_TRUE(machine("red"));
-    auto again = table("red");
-    again.quiescedIs(true);
-    publish();
-    EXPECT_EQ(flag("red"), "1");
+    ASSERT_NO_FATAL_FAILURE(syncedIs("red"));
 }
 
 TEST_P(FibReadyCoordinator, APathThatHasGoneAgainIsOnlyTraced) {
@@ -512,24 +502,14 @@ TEST_P(FibReadyCoordinator, StartedAgainEverythingComesBack) {
 TEST_P(FibReadyCoordinator, AReplacedStoreSaysEverythingAnew) {
     halvesReadyAre();
     start();
-    vrfIs("red");
-    auto routes = table("red");
-    routes.quiescedIs(true);
-    publish();
-    ASSERT_EQ(flag("red"), "1");
+    ASSERT_NO_FATAL_FAILURE(syncedIs("red"));
     std::filesystem::remove_all(options.directory);
     settleAfterASecond();
     writer = makeWriter();
     state = Hubdb::Publisher{*writer};
     publish();
     EXPECT_EQ(flag("red"), "-") << "its entity went";
-    vrfIs("red");
-    EXPECT_EQ(flag("red"), "0");
-    EXPECT_TRUE(machine("red"));
-    auto again = table("red");
-    again.quiescedIs(true);
-    publish();
-    EXPECT_EQ(flag("red"), "1");
+    ASSERT_NO_FATAL_FAILURE(syncedIs("red"));
 }
 
 TEST_P(FibReadyCoordinator, AFlagIsNotAheadOfTheRecordsThatItSpeaksOf) {

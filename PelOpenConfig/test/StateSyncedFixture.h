@@ -133,6 +133,16 @@ protected:
         EXPECT_TRUE(table(vrf).valid());
         publish();
     }
+    /// The same until it is declared synced, after a wait for its table.
+    void syncedIs(const std::string& vrf) {
+        vrfIs(vrf);
+        EXPECT_EQ(flag(vrf), "0");
+        EXPECT_TRUE(machine(vrf));
+        auto routes = table(vrf);
+        routes.quiescedIs(true);
+        publish();
+        ASSERT_EQ(flag(vrf), "1");
+    }
     /// "-" without a container, else this family's flag; the other one's is always down.
     std::string flag(const std::string& vrf) const {
         const std::string both = flags(vrf);

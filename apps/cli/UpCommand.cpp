@@ -248,8 +248,8 @@ void UpCommand::showSummary(const ExportProgress::Counts& counts) const {
     fmt::print("{:<24}{:>12}\n\n",
                "state-synced",
                fmt::format("{} / {}",
-                           counts.ipv4StateSynced ? "IPv4" : "-",
-                           counts.ipv6StateSynced ? "IPv6" : "-"));
+                           counts.ipv4StateSynced ? "IPv4" : "IPv4 not yet",
+                           counts.ipv6StateSynced ? "IPv6" : "IPv6 not yet"));
     const std::string server = listen_.reachable().text();
     const bool standardRoot = options_.root == AgentHost::HostConfig{}.root;
     const std::string root = standardRoot ? "" : " --root " + options_.root.string();

@@ -65,11 +65,11 @@ int forward(const Arguments& arguments) {
             scheduler, std::move(store), std::move(scenario), cellId, tell};
         return runUntilStopped(feed, *scheduler);
     }
-    Pel::Forwarder::KernelForwarder::Options how;
-    how.cellId = cellId;
-    how.counterInterval = std::chrono::seconds{arguments.counterSeconds};
-    how.quietTime = std::chrono::seconds{arguments.quietSeconds};
-    Pel::Forwarder::KernelForwarder forwarder{scheduler, std::move(store), how};
+    Pel::Forwarder::KernelForwarder::Options kernelOptions;
+    kernelOptions.cellId = cellId;
+    kernelOptions.counterInterval = std::chrono::seconds{arguments.counterSeconds};
+    kernelOptions.quietTime = std::chrono::seconds{arguments.quietSeconds};
+    Pel::Forwarder::KernelForwarder forwarder{scheduler, std::move(store), kernelOptions};
     return runUntilStopped(forwarder, *scheduler);
 }
 

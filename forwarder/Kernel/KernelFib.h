@@ -18,14 +18,14 @@ namespace Pel::Forwarder {
 /// Follows the kernel's forwarding state in a Fib: subscribes, dumps, then applies what is
 /// notified, all on one socket.
 ///
-///   what happens                                what follows
-///   start, lost notifications (ENOBUFS)         all parts are dumped
-///   a link's state or carrier changes, or it    nexthops and routes are dumped now and once more a
-///   second later: the is deleted                                  kernel removes both without a
-///   word, and after it has told of the link a nexthop object is deleted                 IPv4
-///   routes likewise a dump was interrupted (DUMP_INTR)          it is made again; what is missing
-///   from it is not removed a dump ended                                what it did not mention is
-///   removed (sweep)
+///   what happens                            what follows
+///   start, lost notifications (ENOBUFS)     all parts are dumped
+///   a link's state or carrier changes,      nexthops and routes are dumped, now and once more a
+///   or it is deleted                        second later: the kernel removes both without a word,
+///                                           and after it has told of the link
+///   a nexthop object is deleted             IPv4 routes likewise
+///   a dump was interrupted (DUMP_INTR)      it is made again; what is missing from it is not removed
+///   a dump ended                            what it did not mention is removed (sweep)
 ///
 /// Nothing blocks: a dump and a sweep are states, and each call of run() does a slice. A table that
 /// never stops changing interrupts every dump: after kMaxInterrupted in a row a dump counts as

@@ -19,6 +19,7 @@ void QuietTables::vrfDel(const std::string& vrf) {
 
 /// Only takes down the time: tables that change all the time are looked at once a quiet time.
 void QuietTables::changed(const std::string& vrf, AddressFamily family) {
+    if (waiting_.empty()) { return; }  // soon, and then for ever, while routes come by the million
     const auto at = waiting_.find(Table{vrf, family});
     if (at != waiting_.end()) { at->second.lastChange = clock_.now(); }
 }

@@ -43,10 +43,10 @@ struct ProviderStatistics {
 /// in slices of a task of the given group, lanes in order of reference.
 ///
 /// Marks go in rounds. A round that a flag is marked in takes no more marks from outside, so that it
-/// ends however much goes on changing; those that come meanwhile make up the next one, though what they
-/// are about may be told earlier. An entry that
-/// asks to be told last (EncodedEntry::askLast) is encoded once more in a batch of its own when all of
-/// the round has been shown or removed, and nothing waits any more that it held back.
+/// ends however much goes on changing; those that come meanwhile make up the next one, though what
+/// they are about may be told earlier. An entry that asks to be told last (EncodedEntry::askLast) is
+/// encoded once more in a batch of its own when all of the round has been shown or removed, and
+/// nothing waits any more that it held back.
 ///
 /// An entry that names a missing one is held back (its earlier content stays shown) until the missing
 /// one appears, or was looked at and is not there, or patience is over. One that is leaving counts as
