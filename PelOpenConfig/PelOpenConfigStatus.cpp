@@ -260,7 +260,10 @@ void Status::printWaiting(CliPrinter& to) const {
         const Kiln::Duration age = now_ - held.since;
         to.openItem();
         to.string("  ", "waiter", nameOf(held.waiter));
-        to.string(" waits for ", "missing", nameOf(held.missing));
+        const bool forItself = held.missing == held.waiter;
+        to.string(forItself ? " waits for what comes of " : " waits for ",
+                  "missing",
+                  nameOf(held.missing));
         to.text(", " + AgentHost::ageText(age));
         to.number({}, "seconds", AgentHost::ageSeconds(age));
         to.endLine();

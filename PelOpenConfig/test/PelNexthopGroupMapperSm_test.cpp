@@ -138,6 +138,20 @@ TEST_P(NexthopGroupMapper, AFecThatIsInTheStoreButNotToldYetIsStillToBeConsidere
     EXPECT_FALSE(groups->pending(OcApi::NextHopGroupId{41}));
 }
 
+TEST_P(NexthopGroupMapper, AFecThatHasLeftTheStoreButIsNotToldYetIsStillToBeConsidered) {
+    start();
+    fecIs(41);
+    publish();
+    settle();
+    ASSERT_NE(group(41), nullptr);
+    fecs.erase(FecId{41});
+    commit();
+    EXPECT_TRUE(groups->pending(OcApi::NextHopGroupId{41}));
+    settleAfterASecond();
+    EXPECT_FALSE(groups->pending(OcApi::NextHopGroupId{41}));
+    EXPECT_EQ(group(41), nullptr);
+}
+
 TEST_P(NexthopGroupMapper, AFecThatTurnsFromTopToBottomKeepsItsGroup) {
     fecIs(41);
     publish();

@@ -242,7 +242,7 @@ bool Provider::process(ListSource& source, const EntryKey& key) {
         } else if (present({source.lane(), key})) {
             return false;
         } else if (Waiting::awaited(source.lane())) {
-            wake(waiting_.absent({source.lane(), key}));
+            wake(waiting_.absent({source.lane(), key}, scheduler_->clock().now()));
         }
     } catch (const std::exception& error) {
         ++statistics_.failed;
@@ -277,16 +277,21 @@ bool Provider::mayCome(const Reference& entry) const {
     });
 }
 
-/// Whether the encoded entry names one that may still come. References to what is not there are
-/// dropped on the way.
+/// Whether the encoded entry names one that may still come, or is itself to be considered anew, perhaps
+/// because what it names went. References to what is not there are dropped on the way.
 bool Provider::heldBack(ListSource& source, const EntryKey& key) {
     if (entry_.value) { entry_.references.push_back(view_.referenceOf(*entry_.value)); }
     std::size_t kept = 0;
     for (const Reference& reference : entry_.references) {
         if (present(reference) && !leaving(reference)) {
             entry_.references[kept++] = reference;
-        } else if (Waiting::awaited(reference.lane) && mayCome(reference)) {
-            waiting_.add(reference, {&source, key}, scheduler_->clock().now());
+            continue;
+        }
+        const Kiln::TimePoint now = scheduler_->clock().now();
+        const bool awaited = Waiting::awaited(reference.lane);
+        const bool comes = awaited && mayCome(reference);
+        if (comes || (awaited && source.pending(key) && !waiting_.longGivenUp(reference, now))) {
+            waiting_.add(comes ? reference : Reference{source.lane(), key}, {&source, key}, now);
             waiting_.notGivenUp({source.lane(), key});
             scheduleRelease();
             return true;
@@ -376,7 +381,7 @@ void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
     postponedByDue_.emplace_back(now + patience_, self);
     scheduleRelease();
     // Who names it still may be who waits for it.
-    if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
+    if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self, now)); }
 }
 
 void Provider::remove(ListSource& source, const EntryKey& key) {
@@ -393,7 +398,7 @@ void Provider::remove(ListSource& source, const EntryKey& key) {
     }
     stamps_.used(stamp);
     ++statistics_.removed;
-    if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self)); }
+    if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self, scheduler_->clock().now())); }
 }
 
 /// Into this round: what is told last waits for them.
@@ -447,7 +452,7 @@ bool Provider::release() {
     if (releasePostponed()) { return true; }
     const auto missing = waiting_.overdue(scheduler_->clock().now());
     if (missing) {
-        auto waiters = waiting_.absent(*missing);
+        auto waiters = waiting_.absent(*missing, scheduler_->clock().now());
         statistics_.released += waiters.size();
         TRACE5("lane {} entry {}/{}/{} did not come: {} entries that name it are shown",
                index(missing->lane),

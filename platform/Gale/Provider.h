@@ -50,8 +50,8 @@ struct ProviderStatistics {
 ///
 /// An entry that names a missing one is held back (its earlier content stays shown) until the missing
 /// one appears, or was looked at and is not there, or patience is over. One that is leaving counts as
-/// missing, a look that its source was told after as none. The journal's references name present
-/// entries only.
+/// missing, a look that its source was told after as none: neither is a look at the one that names it,
+/// which may be about to go as well. The journal's references name present entries only.
 ///
 /// An entry that is gone stays shown while a shown content names it, whoever is to be told that it
 /// changes: until nobody names it, or all who do were looked at since, or patience is over. What goes

@@ -19,8 +19,13 @@ Waiting::Waiters Waiting::appeared(const Reference& entry) {
     return take(entry);
 }
 
-Waiting::Waiters Waiting::absent(const Reference& entry) {
-    if (absent_.insert(entry).second) { absentInOrder_.push_back(entry); }
+bool Waiting::longGivenUp(const Reference& missing, Kiln::TimePoint now) const {
+    const auto it = absent_.find(missing);
+    return it != absent_.end() && it->second + patience_ <= now;
+}
+
+Waiting::Waiters Waiting::absent(const Reference& entry, Kiln::TimePoint now) {
+    if (absent_.try_emplace(entry, now).second) { absentInOrder_.push_back(entry); }
     if (absentInOrder_.size() > kRemembered) {
         absent_.erase(absentInOrder_.front());
         absentInOrder_.pop_front();

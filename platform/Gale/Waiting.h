@@ -19,7 +19,7 @@ namespace Gale {
 
 /// Entries that name one which is not there yet. They wait until it appears, or until it has been
 /// looked at once and is known not to be there, or until their patience is over. An entry that
-/// misses several waits for one after the other.
+/// misses several waits for one after the other; one may wait for the next look at itself.
 ///
 /// What is known not to be there is remembered for the latest quarter of a million, so that who
 /// comes later does not wait in vain; beyond that only patience helps.
@@ -35,13 +35,15 @@ public:
 
     /// Whether the missing entry is known not to come.
     bool givenUp(const Reference& missing) const { return absent_.contains(missing); }
+    /// Whether that has been known for the whole patience.
+    bool longGivenUp(const Reference& missing, Kiln::TimePoint now) const;
     void add(const Reference& missing, const Waiter& waiter, Kiln::TimePoint now);
     /// The entry is there, but waits itself: it may come after all.
     void notGivenUp(const Reference& entry) { absent_.erase(entry); }
     /// The entry is there: those who waited for it.
     Waiters appeared(const Reference& entry);
     /// The entry was looked at and is not there: those who waited for it in vain.
-    Waiters absent(const Reference& entry);
+    Waiters absent(const Reference& entry, Kiln::TimePoint now);
     /// One whose waiters' patience is over; it counts as absent now.
     std::optional<Reference> overdue(Kiln::TimePoint now);
     /// When to ask overdue() next.
@@ -86,8 +88,8 @@ private:
     absl::btree_map<Reference, Missing> missing_;
     std::deque<Wait> waits_;  // as they began; some have ended
     std::uint64_t begun_ = 0;
-    absl::btree_set<Reference> absent_;
-    std::deque<Reference> absentInOrder_;  // some have appeared since
+    absl::btree_map<Reference, Kiln::TimePoint> absent_;  // since when
+    std::deque<Reference> absentInOrder_;                 // some have appeared since
     std::size_t size_ = 0;
     std::array<std::size_t, kLanes> sizes_{};  // by the lane of what is missing
 };

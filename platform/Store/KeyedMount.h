@@ -26,8 +26,11 @@ public:
     bool has(const Key& key) const { return keys_.contains(key); }
     bool present() const { return present_; }
     std::uint64_t badKeys() const { return badKeys_; }
-    /// The record as it can be read now is of a change that will be told yet.
-    bool toldLater(const Key& key) const { return mount_.toldLater(KeyCodec<Key>::encode(key)); }
+    /// What can be read now, or that nothing can, is of a change that will be told yet.
+    bool toldLater(const Key& key) const {
+        const auto bytes = KeyCodec<Key>::encode(key);
+        return mount_.toldLater(bytes) || (has(key) && !mount_.read(bytes));
+    }
     /// The first key after the given one, or of all.
     std::optional<Key> nextKey(const std::optional<Key>& after) const {
         const auto it = after ? keys_.upper_bound(*after) : keys_.begin();

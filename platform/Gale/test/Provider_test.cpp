@@ -1,23 +1,10 @@
-#include "platform/Gale/test/ServiceFixture.h"
+#include "platform/Gale/test/ProviderFixture.h"
 #include "test/support/TempDir.h"
-
-#include <gmock/gmock.h>
-
-#include <fstream>
 
 namespace Gale {
 namespace {
 
-using testing::ElementsAre;
-
-class ProviderTest : public ServiceFixture, public testing::WithParamInterface<bool> {
-protected:
-    ProviderTest() {
-        if (GetParam()) { scheduler->yieldPolicyIs(std::make_unique<Kiln::AlwaysYield>()); }
-    }
-    std::size_t shown(Lane lane) { return channel().journal.statistics().entries[index(lane)]; }
-    ProviderStatistics statistics() { return channel().provider->statistics(); }
-};
+using ProviderTest = ProviderFixture;
 
 TEST_P(ProviderTest, AGroupWaitsForItsMember) {
     view->herds.set(7, {{1, 2}});
@@ -308,6 +295,48 @@ TEST_P(ProviderTest, WhatStayedGoesWhenAllWhoNameItWereLookedAt) {
     EXPECT_EQ(shown(Lane::groups), 0U) << "who named it all along is counted again";
 }
 
+/// What it names went, and that it goes as well has been told but not been considered.
+TEST_P(ProviderTest, WhatAShownEntryNamesStaysUntilThatWasConsidered) {
+    view->beasts.set(1, "red");
+    view->herds.set(7, {{1}});
+    settle();
+    view->pendingHerds = {7};
+    view->beasts.erase(1);
+    view->herds.publish(7);
+    settle();
+    view->herds.publish(7);
+    settle();
+    EXPECT_EQ(shown(Lane::nextHops), 1U);
+    view->pendingHerds = {};
+    view->herds.erase(7);
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    EXPECT_EQ(shown(Lane::nextHops), 0U);
+    EXPECT_EQ(statistics().waiting, 0U);
+}
+
+TEST_P(ProviderTest, AnEntryThatIsToBeConsideredAnewIsNotShownWithoutWhatItNames) {
+    view->beasts.publish(1);  // looked at, and not there
+    view->pendingHerds = {7, 8};
+    view->herds.set(7, {{1}});
+    view->herds.set(8, {{1}});
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    view->pendingHerds = {8};
+    view->herds.erase(7);
+    settle();
+    EXPECT_EQ(statistics().waiting, 1U) << "the one that went is forgotten";
+    advance(std::chrono::seconds(29));
+    EXPECT_EQ(shown(Lane::groups), 0U);
+    advance(std::chrono::seconds(1));
+    EXPECT_EQ(shown(Lane::groups), 1U) << "no longer than patience";
+    EXPECT_EQ(statistics().waiting, 0U);
+    view->herds.set(7, {{1}});
+    view->pendingHerds = {7};
+    settle();
+    EXPECT_EQ(shown(Lane::groups), 2U) << "missing for so long, it holds nobody any more";
+}
+
 TEST_P(ProviderTest, WhatStaysGoesWhenPatienceEnds) {
     view->beasts.set(1, "red");
     view->beasts.set(2, "red");
@@ -442,142 +471,6 @@ TEST_P(ProviderTest, StampsGrowEvenWhileTimeStandsStill) {
     EXPECT_EQ(statistics().unchanged, 1U);
 }
 
-TEST_P(ProviderTest, AFlagIsToldWhenAllThatWasMarkedBeforeItIsShownOrRemoved) {
-    constexpr std::uint64_t kEach = 40;
-    view->fields.set(1000, 7);
-    view->herds.set(7, {});
-    settle();
-    for (std::uint64_t i = 1; i <= kEach; ++i) { view->fields.set(i, 7); }
-    view->fields.erase(1000);
-    view->open.set(0, true);
-    const auto watch = scheduler->onSliceEnd().subscribe([&] {
-        if (!view->saidOpen) { return; }
-        EXPECT_EQ(shown(Lane::prefixes), kEach);
-    });
-    settle();
-    EXPECT_TRUE(view->saidOpen);
-}
-
-TEST_P(ProviderTest, AFlagWaitsForWhatIsHeldBack) {
-    view->pendingHerds = {7};
-    view->fields.set(5, 7);
-    view->open.set(0, true);
-    settle();
-    EXPECT_FALSE(view->saidOpen);
-    view->fields.set(6, 7);  // later, and no concern of the flag; it waits for the same, though
-    view->beasts.set(1, "red");
-    settle();
-    EXPECT_EQ(shown(Lane::nextHops), 1U) << "nothing else waits for the flag";
-    EXPECT_FALSE(view->saidOpen);
-    view->pendingHerds = {};
-    view->herds.set(7, {});
-    const auto watch = scheduler->onSliceEnd().subscribe([&] {
-        if (view->saidOpen) { EXPECT_EQ(shown(Lane::prefixes), 2U); }
-    });
-    settle();
-    EXPECT_TRUE(view->saidOpen);
-}
-
-TEST_P(ProviderTest, AFlagWaitsNoLongerThanPatience) {
-    view->fields.set(5, 7);
-    view->open.set(0, true);
-    settle();
-    advance(std::chrono::seconds(29));
-    EXPECT_FALSE(view->saidOpen);
-    advance(std::chrono::seconds(1));
-    EXPECT_TRUE(view->saidOpen);
-    EXPECT_EQ(shown(Lane::prefixes), 1U);
-}
-
-TEST_P(ProviderTest, AFlagDoesNotWaitForWhatIsHeldBackLater) {
-    view->pendingHerds = {7, 8};
-    view->fields.set(5, 7);
-    view->open.set(0, true);
-    settle();
-    view->fields.set(6, 8);
-    settle();
-    view->pendingHerds = {8};
-    view->herds.set(7, {});
-    settle();
-    EXPECT_TRUE(view->saidOpen);
-    EXPECT_EQ(statistics().waiting, 1U);
-}
-
-TEST_P(ProviderTest, AFlagIsToldThoughEverythingGoesOnChanging) {
-    view->herds.set(7, {});
-    settle();
-    for (std::uint64_t i = 1; i <= 20; ++i) { view->fields.set(i, 7); }
-    constexpr std::uint64_t kTurns = 1000;
-    std::uint64_t turns = 0;
-    std::uint64_t saidAt = 0;
-    Kiln::Task churn{scheduler, "Churn", 3, [&] {
-                         ++turns;
-                         if (turns == 5) {
-                             view->fields.set(21, 7);
-                             view->open.set(0, true);
-                         }
-                         if (saidAt == 0 && view->saidOpen) {
-                             saidAt = turns;
-                             for (std::uint64_t i = 1; i <= 21; ++i) {
-                                 const EntryKey key{0, 0, i};
-                                 EXPECT_NE(channel().journal.find(Lane::prefixes, key), nullptr);
-                             }
-                         }
-                         // More than a slice can take.
-                         view->beasts.set(turns, "red");
-                         view->beasts.set(turns + kTurns, "red");
-                         view->fields.set(turns + 100, 7);
-                         view->fields.erase(turns + 90);
-                         return turns < kTurns;
-                     }};
-    churn.schedule();
-    settle();
-    EXPECT_GT(saidAt, 0U);
-    EXPECT_LT(saidAt, 200U);
-    EXPECT_EQ(shown(Lane::nextHops), 2 * kTurns) << "nothing is lost";
-    EXPECT_EQ(shown(Lane::prefixes), 21U + 10U);
-}
-
-TEST_P(ProviderTest, WhatComesWhileALongRoundGoesOnDoesNotWaitForItsEnd) {
-    constexpr std::uint64_t kEach = 100;
-    view->herds.set(7, {});
-    settle();
-    for (std::uint64_t i = 1; i <= kEach; ++i) { view->fields.set(i, 7); }
-    view->open.set(0, true);
-    Kiln::Task later{scheduler, "Later", 3, [&] {
-                         view->beasts.set(1, "red");
-                         return false;
-                     }};
-    std::size_t prefixesBefore = 0;  // the beast
-    const auto watch = scheduler->onSliceEnd().subscribe([&] {
-        if (shown(Lane::prefixes) == 10) { later.schedule(); }
-        if (shown(Lane::nextHops) == 0) { prefixesBefore = shown(Lane::prefixes); }
-    });
-    settle();
-    EXPECT_EQ(shown(Lane::nextHops), GetParam() ? 1U : 0U) << "one slice takes all";
-    EXPECT_LE(prefixesBefore, GetParam() ? 15U : kEach);
-    EXPECT_EQ(shown(Lane::prefixes), kEach);
-    EXPECT_TRUE(view->saidOpen);
-}
-
-TEST_P(ProviderTest, AnEntryThatIsToldAgainInTheNextRoundIsNotTakenForMissingInThisOne) {
-    view->herds.publish(7);  // looked at, and not there
-    settle();
-    view->fields.set(5, 7);
-    view->open.set(0, true);
-    view->herds.set(7, {});
-    const auto watch = scheduler->onSliceEnd().subscribe(
-        [&] { EXPECT_LE(shown(Lane::prefixes), shown(Lane::groups)); });
-    settle();
-    EXPECT_EQ(shown(Lane::prefixes), 1U);
-    EXPECT_EQ(shown(Lane::groups), 1U);
-    EXPECT_TRUE(view->saidOpen);
-}
-
-INSTANTIATE_TEST_SUITE_P(, ProviderTest, testing::Bool(), [](const auto& always) {
-    return std::string{always.param ? "AlwaysYield" : "NeverYield"};
-});
-
 TEST_P(ProviderTest, ACollectionThatIsClearedAtOnceIsNoLongerShown) {
     for (std::uint64_t i = 1; i <= 3; ++i) { view->beasts.set(i, "red"); }
     view->herds.set(7, {{1, 2}});
@@ -592,6 +485,8 @@ TEST_P(ProviderTest, ACollectionThatIsClearedAtOnceIsNoLongerShown) {
     EXPECT_NE(channel().journal.find(Lane::nextHops, {0, 0, 2}), nullptr);
     EXPECT_EQ(statistics().removed, 3U);
 }
+
+INSTANTIATE_TEST_SUITE_P(, ProviderTest, testing::Bool(), ProviderFixture::name);
 
 }  // namespace
 }  // namespace Gale

@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <fstream>
 #include <memory>
+#include <thread>
 
 #include "test/checker/AftSchema.h"
 #include "test/checker/Play.h"
@@ -21,6 +24,7 @@ namespace {
 constexpr unsigned kSteps = 200;
 constexpr std::size_t kEnough = 2500;  // messages; of 200 steps come about 3,700
 constexpr std::chrono::seconds kPatience{120};
+constexpr std::chrono::seconds kQuiet{2};
 
 /// The forwarder plays the scenario, the agent exports, a stock client records; then a ONCE. The client is there when
 /// everything is, or `fromTheStart`: before anything is.
@@ -45,23 +49,39 @@ private:
         // Everything is there before the recording begins: the prefixes come last.
         const bool published = TestProcesses::waitUntil(kPatience, [this] {
             require(system_.died());
-            return once().messages.size() > ChurnScenario::entriesAtBeginning();
+            const Stream so = once();
+            const auto entries = std::count_if(
+                so.messages.begin(), so.messages.end(), [](const Stream::Message& message) {
+                    return message.response.update().atomic();  // flags and summaries are not
+                });
+            return static_cast<std::size_t>(entries) >= ChurnScenario::entriesAtBeginning();
         });
         require(published ? "" : "the beginning was not exported in time");
         require(system_.stopForwarder());
     }
+    /// Ends when nothing has come for a while after the last step: what waits for something else is told after it.
     void recordChurn(const std::string& churn) {
-        const auto begun = std::chrono::steady_clock::now();
-        live = record([&](const Stream& so) {
-            if (so.messages.back().response.has_sync_response()) {
+        using Clock = std::chrono::steady_clock;
+        std::atomic<Clock::time_point> latest{Clock::now()};
+        std::atomic<bool> marked = false;
+        StockStream call;
+        const std::jthread ender{[&](const std::stop_token& stop) {
+            TestProcesses::waitUntil(kPatience, [&] {
+                return stop.stop_requested() || (marked && Clock::now() > latest.load() + kQuiet);
+            });
+            call.cancel();
+        }};
+        live = record(call, false, [&](const Stream& so) {
+            latest = Clock::now();
+            const gnmi::SubscribeResponse& last = so.messages.back().response;
+            if (last.has_sync_response()) {
                 require(system_.startForwarder({"--scenario", churn}));
             }
-            // The flags of the forwarder's second start and the like come besides.
-            require(std::chrono::steady_clock::now() < begun + kPatience ? ""
-                                                                         : "no end of the churn");
-            return so.messages.back().response.ShortDebugString().find(ChurnScenario::kMarker) ==
-                   std::string::npos;
+            if (last.ShortDebugString().find(ChurnScenario::kMarker) != std::string::npos) {
+                marked = true;
+            }
         });
+        require(marked ? "" : "no end of the churn");
     }
     std::string file(const char* name, const std::string& text) {
         const auto path = directory_.path() / name;
@@ -71,21 +91,22 @@ private:
     static void require(const std::string& problem) {
         if (!problem.empty()) { throw std::runtime_error{problem}; }
     }
-    template <class Going>
-    Stream record(Going going, bool isOnce = false) {
+    template <class Take>
+    Stream record(StockStream& call, bool isOnce, Take take) {
         Stream stream;
-        StockStream call;
         stream.end = call.run({.server = system_.address(), .paths = {}, .once = isOnce},
                               [&](std::int64_t received, std::string_view bytes) {
                                   Stream::Message& message = stream.messages.emplace_back();
                                   message.received = received;
                                   message.response.ParseFromString(std::string{bytes});
-                                  return going(stream);
+                                  take(stream);
+                                  return true;
                               });
         return stream;
     }
     Stream once() {
-        return record([](const Stream&) { return true; }, true);
+        StockStream call;
+        return record(call, true, [](const Stream&) {});
     }
 
     TestSupport::TempDir directory_;
