@@ -98,11 +98,13 @@ function(pel_group group name)
   add_dependencies(${group} ${name})
 endfunction()
 
-# pel_test(NAME SOURCES a_test.cpp ... DEPS targets ... [LABELS labels ...]): one test binary, one ctest entry.
+# pel_test(NAME SOURCES a_test.cpp ... DEPS targets ... [LABELS labels ...] [SEARCHES]): one test binary, one ctest entry.
 # Labels with a meaning: `threads` also runs under the thread sanitizer (not what uses stock gRPC, which is not
-# instrumented); `scale` runs in a release build only, at TestSupport::scale() entries.
+# instrumented); `scale` runs in a release build only, at TestSupport::scale() entries; `system` runs alone.
+# Test code is not optimized under the address sanitizer, which halves the time to compile it, unless the test SEARCHES:
+# spends its time in its own code.
 function(pel_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "SEARCHES" "" "SOURCES;DEPS;LABELS" ${ARGN})
   set(timeout 1200)  # for the slowest machine: a test that fails by time fails for nothing
   if("scale" IN_LIST ARG_LABELS)
     if(PEL_ASAN OR PEL_TSAN OR PEL_FUZZ)
@@ -112,9 +114,15 @@ function(pel_test name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_compile_options(${name} PRIVATE ${PEL_WARNINGS})
+  if(PEL_ASAN AND NOT ARG_SEARCHES)
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} TestSupport GTest::gtest GTest::gmock GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:${CMAKE_BINARY_DIR}/results/${name}.xml)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout} LABELS "${ARG_LABELS}")
+  if("system" IN_LIST ARG_LABELS OR "scale" IN_LIST ARG_LABELS)
+    set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
+  endif()
   foreach(label threads scale)
     if(label IN_LIST ARG_LABELS)
       pel_group(${label}-tests ${name})
