@@ -23,6 +23,8 @@ struct SlicePair {
     double withoutMs = 0;
     /// Slices within the scheduler's own bound are as good as none.
     double ratio() const;
+    /// A walk of a mapper: what slow subscribers must not make longer.
+    bool walks() const { return task.ends_with("MapperSmTask"); }
 };
 
 struct Report {
