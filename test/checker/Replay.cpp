@@ -4,6 +4,9 @@
 #include <proto/gnmi.pb.h>
 
 #include <algorithm>
+#include <set>
+#include <sstream>
+#include <string>
 #include <utility>
 
 #include "test/checker/EntryContent.h"
@@ -479,16 +482,15 @@ std::size_t Replay::leaves() const {
 
 namespace {
 
-/// The first line of each that the other has not.
-std::string difference(std::string_view mine, std::string_view theirs) {
-    const auto only = [](std::string_view of, std::string_view other) -> std::string {
-        const std::string padded = "\n" + std::string{other};
-        while (!of.empty()) {
-            const std::string line{of.substr(0, of.find('\n') + 1)};
-            if (padded.find("\n" + line) == std::string::npos) {
-                return line.substr(0, line.size() - 1);
-            }
-            of.remove_prefix(line.size());
+/// The first line of each that the other has not. The last line need not end.
+std::string difference(const std::string& mine, const std::string& theirs) {
+    const auto only = [](const std::string& of, const std::string& other) -> std::string {
+        std::istringstream others{other};
+        std::set<std::string> known;
+        for (std::string line; std::getline(others, line);) { known.insert(line); }
+        std::istringstream own{of};
+        for (std::string line; std::getline(own, line);) {
+            if (!known.contains(line)) { return line; }
         }
         return "nothing";
     };

@@ -366,6 +366,16 @@ TEST(Checker, EndStatesAreComparedEntryByEntry) {
                           "[state/ip-address = \"10.0.0.99\"]"));
 }
 
+TEST(Checker, ALeafIsComparedWhole) {
+    Story mine;
+    Story truth;
+    mine.summary("BGP", 1).sync();
+    truth.summary("BGP", 12).sync();
+    const auto findings = mine.stream().check({}, truth.stream());
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_THAT(findings.front().line(), HasSubstr("the stream led to [1], the truth has [12]"));
+}
+
 // Files
 
 class Files : public testing::Test {
