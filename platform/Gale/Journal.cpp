@@ -107,8 +107,11 @@ void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, C
         replaced_ = valueOf(entry->second.content);
         entry->second.content = std::move(content);
 
-        if (changeNeeded(l, {.key = key, .at = now, .born = entry->second.born})) {
-            to.changes.append(key, now, renames);
+        JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
+        record.renames = renames;
+        if (changeNeeded(l, record)) {
+            record.content = entry->second.content;
+            to.changes.append(std::move(record));
         }
     }
     if (added_ && !absentNamedBy_.empty()) {
@@ -130,33 +133,32 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
     const Position now = ++last_;
     ++from.count;
     overtake(l, entry->second.changed, now);
-    JournalRecord tombstone{.key = key, .at = now, .born = entry->second.born};
+    JournalRecord tombstone{.key = key, .content = {}, .at = now, .born = entry->second.born};
     replaced_ = valueOf(entry->second.content);
     from.entries.erase(entry);
     for (CursorPosition* reader : readers_) { reader->noteRemoval(l, tombstone); }
     if (tombstoneNeeded(l, tombstone)) {
-        const Content content{SharedBytes::copyOf(deleteBytes)};
-        tombstone.content = &content;
-        from.tombstones.append(key, now);
+        tombstone.content = Content{SharedBytes::copyOf(deleteBytes)};
         from.tombstones.keep(tombstone);
+        from.tombstones.append(std::move(tombstone));
     }
     return true;
 }
 
-/// The content that came at `at`, which the entry still holds, is overtaken: it stays only while a
-/// cursor that is on its way needs it. Whether it was logged and named others than the one before it.
+/// The content that came at `at` is overtaken: it stays only while a cursor that is on its way
+/// needs it. Whether it was logged and named others than the one before it.
 bool Journal::overtake(Lane l, Position at, Position by) {
     JournalLog& changes = lane(l).changes;
-    const JournalRecord* const logged = changes.find(at);
-    if (logged == nullptr) { return false; }
-    JournalRecord record = *logged;
-    record.until = by;
-    if (changeNeeded(l, record)) {
-        changes.keep(record);
+    JournalRecord* record = changes.find(at);
+    if (record == nullptr) { return false; }
+    const bool renames = record->renames;
+    record->until = by;
+    if (changeNeeded(l, *record)) {
+        changes.keep(*record);
     } else {
         changes.kill(at);
     }
-    return record.renames;
+    return renames;
 }
 
 void Journal::endBatch() {

@@ -8,8 +8,8 @@ namespace Gale {
 /// The entries of one lane in key order, and its two logs.
 struct JournalLane {
     JournalEntries entries;
-    JournalLog changes{&entries};
-    JournalLog tombstones{nullptr};
+    JournalLog changes;
+    JournalLog tombstones;
     Position count = 0;     ///< changes and removals so far
     Position lastBorn = 0;  ///< when an entry was added last
 };

@@ -6,116 +6,82 @@
 
 namespace Gale {
 
-void JournalLog::append(const EntryKey& key, Position at, bool renames) {
-    VEL_ASSERT(chunks_.empty() || chunks_.back().lines.back().at < at);
-    if (chunks_.empty() || chunks_.back().lines.size() == kChunk) {
-        chunks_.emplace_back().lines.reserve(kChunk);
-    }
-    constexpr Position kMost = (Position{1} << 61U) - 1;  // at a change a nanosecond: 73 years
-    chunks_.back().lines.push_back(Line{key, at & kMost, State::present, renames});
+namespace {
+
+bool atOrBelow(Position at, const JournalRecord& record) {
+    return at < record.at;
+}
+
+}  // namespace
+
+void JournalLog::append(JournalRecord record) {
+    VEL_ASSERT(chunks_.empty() || chunks_.back().records.back().at < record.at);
+    if (chunks_.empty() || chunks_.back().records.size() == kChunk) { chunks_.emplace_back(); }
+    chunks_.back().records.push_back(std::move(record));
     ++size_;
 }
 
-/// Goes to the first line above `at`; whether there is one. No chunk is empty.
-bool JournalLog::seek(Position at) {
-    const auto chunk = std::partition_point(
-        chunks_.begin(), chunks_.end(), [at](const Chunk& c) { return c.lines.back().at <= at; });
-    chunk_ = static_cast<std::size_t>(chunk - chunks_.begin());
-    if (chunk == chunks_.end()) { return false; }
-    const auto line = std::partition_point(
-        chunk->lines.begin(), chunk->lines.end(), [at](const Line& l) { return l.at <= at; });
-    line_ = static_cast<std::size_t>(line - chunk->lines.begin());
-    return true;
+/// The first chunk whose last record is above `at`; no chunk is empty.
+std::size_t JournalLog::chunkAfter(Position at) const {
+    const auto found = std::partition_point(
+        chunks_.begin(), chunks_.end(), [at](const Chunk& c) { return c.records.back().at <= at; });
+    return static_cast<std::size_t>(found - chunks_.begin());
 }
 
-/// The line at exactly `at` if it is there and not dead.
-JournalLog::Line* JournalLog::lineAt(Position at) {
-    if (at == 0 || !seek(at - 1)) { return nullptr; }
-    Line& line = chunks_[chunk_].lines[line_];
-    return line.at == at && line.state != State::dead ? &line : nullptr;
-}
-
-const JournalRecord* JournalLog::say(const Line& line, JournalRecord& in) const {
-    in = {.key = line.key, .at = line.at, .renames = line.renames};
-    switch (line.state) {
-        case State::dead:
-            in.until = line.at;
-            break;
-        case State::kept: {
-            const Kept& kept = kept_.at({line.key, Position{line.at}});
-            in.content = &kept.content;
-            in.born = kept.born;
-            in.until = kept.until;
-            break;
-        }
-        case State::present: {
-            const auto entry = entries_->find(line.key);
-            VEL_ASSERT(entry != entries_->end() && entry->second.changed == line.at);
-            in.content = &entry->second.content;
-            in.born = entry->second.born;
-            break;
-        }
-    }
-    return &in;
-}
-
-const JournalRecord* JournalLog::after(Position at) {
-    return seek(at) ? say(chunks_[chunk_].lines[line_], current_) : nullptr;
-}
-
-const JournalRecord* JournalLog::next() {
+JournalRecord* JournalLog::after(Position at) {
+    chunk_ = chunkAfter(at);
     if (chunk_ == chunks_.size()) { return nullptr; }
-    if (++line_ == chunks_[chunk_].lines.size()) {
-        line_ = 0;
-        if (++chunk_ == chunks_.size()) { return nullptr; }
-    }
-    return say(chunks_[chunk_].lines[line_], current_);
+    auto& records = chunks_[chunk_].records;
+    const auto found = std::upper_bound(records.begin(), records.end(), at, atOrBelow);
+    record_ = static_cast<std::size_t>(found - records.begin());
+    return &*found;
 }
 
-const JournalRecord* JournalLog::find(Position at) {
-    const Line* const line = lineAt(at);
-    return line != nullptr ? say(*line, found_) : nullptr;
+JournalRecord* JournalLog::next() {
+    if (chunk_ == chunks_.size()) { return nullptr; }
+    if (++record_ < chunks_[chunk_].records.size()) { return &chunks_[chunk_].records[record_]; }
+    record_ = 0;
+    return ++chunk_ < chunks_.size() ? &chunks_[chunk_].records.front() : nullptr;
 }
 
-void JournalLog::keep(const JournalRecord& record) {
-    Line* const line = lineAt(record.at);
-    VEL_ASSERT(line != nullptr && line->state == State::present);
-    line->state = State::kept;
-    kept_.insert({{record.key, record.at}, {*record.content, record.born, record.until}});
+JournalRecord* JournalLog::find(Position at) {
+    if (at == 0) { return nullptr; }
+    JournalRecord* record = after(at - 1);
+    return record != nullptr && record->at == at && !record->dead() ? record : nullptr;
 }
 
-const JournalRecord* JournalLog::keptAt(const EntryKey& key, Position at) {
+JournalRecord* JournalLog::keptAt(const EntryKey& key, Position at) {
     auto it = kept_.upper_bound(std::pair{key, at});
-    if (it == kept_.begin() || (--it)->first.first != key || at >= it->second.until) {
-        return nullptr;
-    }
-    return find(it->first.second);
+    if (it == kept_.begin() || (--it)->first != key) { return nullptr; }
+    JournalRecord* record = find(it->second);
+    return record != nullptr && at < record->until ? record : nullptr;
 }
 
 bool JournalLog::keeps(const EntryKey& key) const {
     if (kept_.empty()) { return false; }
     const auto it = kept_.lower_bound(std::pair{key, Position{0}});
-    return it != kept_.end() && it->first.first == key;
+    return it != kept_.end() && it->first == key;
 }
 
 void JournalLog::kill(Position at) {
-    Line* const line = lineAt(at);
-    VEL_ASSERT(line != nullptr);
-    if (line->state == State::kept) { kept_.erase({line->key, Position{line->at}}); }
-    line->state = State::dead;
+    JournalRecord* record = find(at);
+    VEL_ASSERT(record != nullptr);
+    kept_.erase({record->key, record->at});
+    record->content = {};
+    record->until = record->at;
     Chunk& chunk = chunks_[chunk_];
     ++chunk.dead;
-    if (chunk.dead * 2 >= chunk.lines.size()) { compact(chunk_); }
+    if (chunk.dead * 2 >= chunk.records.size()) { compact(chunk_); }
 }
 
 /// Takes the dead out of a chunk, and joins it to its neighbours where both fit into one.
 void JournalLog::compact(std::size_t at) {
     Chunk& chunk = chunks_[at];
     size_ -= chunk.dead;
-    std::erase_if(chunk.lines, [](const Line& line) { return line.state == State::dead; });
-    chunk.lines.shrink_to_fit();
+    std::erase_if(chunk.records, [](const JournalRecord& record) { return record.dead(); });
+    chunk.records.shrink_to_fit();
     chunk.dead = 0;
-    if (chunk.lines.empty()) {
+    if (chunk.records.empty()) {
         chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(at));
         return;
     }
@@ -127,30 +93,30 @@ void JournalLog::join(std::size_t at) {
     if (at == 0 || at >= chunks_.size()) { return; }
     Chunk& before = chunks_[at - 1];
     Chunk& chunk = chunks_[at];
-    if (before.lines.size() + chunk.lines.size() > kChunk) { return; }
-    before.lines.insert(before.lines.end(), chunk.lines.begin(), chunk.lines.end());
+    if (before.records.size() + chunk.records.size() > kChunk) { return; }
+    std::move(chunk.records.begin(), chunk.records.end(), std::back_inserter(before.records));
     before.dead += chunk.dead;
     chunks_.erase(chunks_.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
 void JournalLog::trim(Position at) {
-    for (int i = 0; i < 2 && !chunks_.empty() && chunks_.front().lines.back().at <= at; ++i) {
+    for (int i = 0; i < 2 && !chunks_.empty() && chunks_.front().records.back().at <= at; ++i) {
         dropFront();
     }
 }
 
 void JournalLog::dropFront() {
     const Chunk& chunk = chunks_.front();
-    for (const Line& line : chunk.lines) {
-        if (line.state == State::kept) { kept_.erase({line.key, Position{line.at}}); }
+    if (!kept_.empty()) {
+        for (const JournalRecord& record : chunk.records) { kept_.erase({record.key, record.at}); }
     }
-    size_ -= chunk.lines.size();
+    size_ -= chunk.records.size();
     chunks_.pop_front();
 }
 
 Position JournalLog::sweep(Position from, absl::FunctionRef<bool(const JournalRecord&)> needed) {
     for (std::size_t i = 0; i < kChunk; ++i) {
-        const JournalRecord* const record = after(from);
+        JournalRecord* record = after(from);
         if (record == nullptr) { return kNever; }
         from = record->at;
         if (!record->dead() && !needed(*record)) { kill(from); }

@@ -1,24 +1,22 @@
 #pragma once
 
-#include "platform/Gale/JournalEntries.h"
 #include "platform/Gale/JournalEntry.h"
 
-#include "absl/container/btree_map.h"
+#include "absl/container/btree_set.h"
 #include "absl/functional/function_ref.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <deque>
 #include <utility>
 #include <vector>
 
 namespace Gale {
 
-/// What a line of a log says. In the log of changes: the content that an entry has in [at, until). In
-/// the log of tombstones: the message that ends, at `at`, the life that began at `born`.
+/// One line of a log. In the log of changes: the content that an entry has in [at, until). In the
+/// log of tombstones: the message that ends, at `at`, the life that began at `born`.
 struct JournalRecord {
     EntryKey key;
-    const Content* content = nullptr;  ///< null when dead
+    Content content;
     Position at = 0;
     Position born = 0;
     Position until = kNever;  ///< == at: dead, nobody needs it
@@ -32,32 +30,25 @@ struct JournalRecord {
 /// Append-only log in order of position, in chunks of at most 256 records. A chunk is compacted
 /// when half of it is dead, so that the work of any call is bounded by a chunk.
 ///
-/// A line is a key and a position: the content is the entry's own for as long as that holds it, so
-/// that a reader who is millions of entries behind costs little. Only what cannot be found there is
-/// kept here: overtaken contents, and tombstones.
+/// `kept` names the records that cannot be found through the lane's entries: overtaken contents,
+/// and tombstones.
 class JournalLog final {
 public:
     static constexpr std::size_t kChunk = 256;
 
-    /// `entries` hold the contents that are not kept; null: there are none such.
-    explicit JournalLog(const JournalEntries* entries) : entries_(entries) {}
+    /// `record.at` is above all earlier ones. Pointers from before are no longer valid.
+    void append(JournalRecord record);
+    /// The first record above `at`, dead ones included; null at the end.
+    JournalRecord* after(Position at);
+    /// The record that follows, null at the end; `record` is the latest result of after or next.
+    JournalRecord* next();
+    /// The record at exactly `at` if it is there and not dead.
+    JournalRecord* find(Position at);
 
-    /// `at` is above all earlier ones. What was answered before is no longer valid.
-    void append(const EntryKey& key, Position at, bool renames = false);
-    /// The first record above `at`, dead ones included; null at the end. Valid until the next call
-    /// of after, next or one that changes the log or the entries.
-    const JournalRecord* after(Position at);
-    /// The record that follows, null at the end; the place is that of the latest after, next or find.
-    const JournalRecord* next();
-    /// The record at exactly `at` if it is there and not dead. Valid as above, or until the next call
-    /// of find or keptAt.
-    const JournalRecord* find(Position at);
-
-    /// The record at `record.at`, which is there and not dead, cannot be found through its entry, but
-    /// is still needed: copies the content.
-    void keep(const JournalRecord& record);
-    /// The kept record of `key` that is valid at `at`; null if none. Valid as with find.
-    const JournalRecord* keptAt(const EntryKey& key, Position at);
+    /// The record cannot be found through an entry any more but is still needed.
+    void keep(const JournalRecord& record) { kept_.insert({record.key, record.at}); }
+    /// The kept record of `key` that is valid at `at`; null if none.
+    JournalRecord* keptAt(const EntryKey& key, Position at);
     bool keeps(const EntryKey& key) const;
     std::size_t kept() const { return kept_.size(); }
 
@@ -72,39 +63,21 @@ public:
     std::size_t size() const { return size_; }  ///< dead records included
 
 private:
-    enum class State : std::uint8_t { present, kept, dead };
-    struct Line {
-        EntryKey key;
-        Position at : 61;
-        State state : 2;
-        bool renames : 1;
-    };
-    static_assert(sizeof(Line) == 32);
-    struct Kept {
-        Content content;
-        Position born;
-        Position until;
-    };
     struct Chunk {
-        std::vector<Line> lines;
+        std::vector<JournalRecord> records;
         std::size_t dead = 0;
     };
 
-    bool seek(Position at);
-    Line* lineAt(Position at);
-    const JournalRecord* say(const Line& line, JournalRecord& in) const;
+    std::size_t chunkAfter(Position at) const;
     void compact(std::size_t at);
     void join(std::size_t at);
     void dropFront();
 
-    const JournalEntries* const entries_;
     std::deque<Chunk> chunks_;
-    absl::btree_map<std::pair<EntryKey, Position>, Kept> kept_;
+    absl::btree_set<std::pair<EntryKey, Position>> kept_;
     std::size_t size_ = 0;
-    std::size_t chunk_ = 0;  // of the latest result of after, next or find
-    std::size_t line_ = 0;
-    JournalRecord current_;  // after, next
-    JournalRecord found_;    // find, keptAt
+    std::size_t chunk_ = 0;  // of the latest result of after or next
+    std::size_t record_ = 0;
 };
 
 }  // namespace Gale
