@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <system_error>
 
 namespace Store {
 
@@ -12,13 +15,13 @@ BellWatch::BellWatch(Kiln::TaskScheduler& scheduler,
                      const std::filesystem::path& bell,
                      std::function<void(bool)> rung)
     : inotify_{::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)}, rung_{std::move(rung)} {
-    if (inotify_ < 0) { return; }
-    listening_ =
-        ::inotify_add_watch(
-            inotify_, bell.c_str(), IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) >= 0;
-    if (listening_) {
-        watch_ = scheduler.watchReadable(inotify_, [this] { drain(); });
+    constexpr std::uint32_t kEvents = IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF;
+    if (inotify_ < 0 || ::inotify_add_watch(inotify_, bell.c_str(), kEvents) < 0) {
+        error_ = std::generic_category().message(errno);
+        return;
     }
+    listening_ = true;
+    watch_ = scheduler.watchReadable(inotify_, [this] { drain(); });
 }
 
 BellWatch::~BellWatch() {

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <string>
 
 #include "platform/Kiln/TaskScheduler.h"
 
@@ -20,11 +21,14 @@ public:
     ~BellWatch();
     /// False when there is no bell to listen to, or not any more.
     bool listening() const { return listening_; }
+    /// Why it does not listen from the beginning; empty when it did.
+    const std::string& error() const { return error_; }
 
 private:
     void drain();
     int inotify_;
     bool listening_ = false;
+    std::string error_;
     std::function<void(bool)> rung_;
     Kiln::FdWatch watch_;
 };

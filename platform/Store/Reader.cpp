@@ -144,6 +144,13 @@ void Reader::State::listen() {
             if (bellChanged) { watch.schedule(); }
             pump.schedule();
         });
+    if (bell->listening()) {
+        deaf = false;
+    } else if (!std::exchange(deaf, true)) {
+        TRACE5("bell {} cannot be watched ({}): changes are looked for once a second",
+               reader.environment_->bellPath().string(),
+               bell->error());
+    }
 }
 
 void Reader::State::storeGone(std::string reason) {

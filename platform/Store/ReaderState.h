@@ -95,6 +95,7 @@ struct Reader::State {
     Kiln::Task pump;
     Kiln::Task watch;
     std::unique_ptr<BellWatch> bell;
+    bool deaf = false;  // and said so
     Vel::Subscription onSliceEnd;
 };
 

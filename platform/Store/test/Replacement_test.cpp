@@ -4,6 +4,8 @@
 #include <set>
 
 #include "platform/Store/test/StoreFixture.h"
+#include "test/support/NoMoreDescriptors.h"
+#include "test/support/TraceCapture.h"
 
 namespace Store {
 namespace {
@@ -112,6 +114,40 @@ TEST_F(ReplacementTest, AWriterKilledBeforeTheBellIsHeardWithinASecond) {
     EXPECT_THAT(mount.notes, IsEmpty());
     settleAfterASecond();
     EXPECT_THAT(mount.notes, ElementsAre("1 there"));
+}
+
+TEST_F(ReplacementTest, WhoCannotWatchTheBellSaysSoAndLooksOnceASecond) {
+    storeIs({});
+    auto reader = makeReader();
+    NotingMount mount;
+    mount.mountIs(*reader, "a");
+    settle();
+    const TableId table = writer->tableIs("a", "t", TableKind::table);
+    const auto write = [&](const std::string& key) {
+        writer->put(table, key, "x");
+        ASSERT_EQ(writer->commit(), "");
+        mount.notes.clear();
+        settle();
+    };
+    const TestSupport::TraceCapture traces;
+    const std::filesystem::path bell = options.directory / "bell";
+    {
+        const TestSupport::NoMoreDescriptors none;
+        std::filesystem::permissions(bell, std::filesystem::perms{0640});  // as if replaced
+        settle();
+        write("1");
+        EXPECT_THAT(mount.notes, IsEmpty());
+        settleAfterASecond();
+        EXPECT_THAT(mount.notes, ElementsAre("1 there"));
+        settleAfterASecond();
+    }
+    EXPECT_EQ(traces.count("bell " + bell.string() +
+                           " cannot be watched (Too many open files): changes are looked for once "
+                           "a second"),
+              1u);
+    settleAfterASecond();
+    write("2");
+    EXPECT_THAT(mount.notes, ElementsAre("2 there"));
 }
 
 /// A number key: decode refuses anything that is not eight bytes.

@@ -1,8 +1,7 @@
-#include <sys/resource.h>
-
 #include <chrono>
 
 #include "platform/Gale/Wire/test/WireTest.h"
+#include "test/support/NoMoreDescriptors.h"
 
 namespace Gale::Wire {
 namespace {
@@ -69,14 +68,12 @@ TEST_F(ConnectionTest, OnePeerCannotTakeAllConnections) {
 TEST_F(ConnectionTest, WithoutDescriptorsClientsAreTurnedAwayAndServiceReturns) {
     auto& first = connect();
     expectAlive(first);
-    rlimit old{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old), 0);
     auto waiting = std::make_unique<WireClient>(server->port());
     auto second = std::make_unique<WireClient>(server->port());
-    const rlimit low{3, old.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
-    settle();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old), 0);
+    {
+        const TestSupport::NoMoreDescriptors none;
+        settle();
+    }
     EXPECT_EQ(server->status().turnedAway, 1u);  // then it paused: no spinning
     expectAlive(first);
     advance(1s);
