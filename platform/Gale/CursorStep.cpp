@@ -128,7 +128,7 @@ void Cursor::Step::updates() {
     const Lane lane = laneAt(cursor_.lane_);
     Position& passed = at_.changesPassed[cursor_.lane_];
     JournalLog& log = journal_.lane(lane).changes;
-    JournalRecord* record = nullptr;
+    const JournalRecord* record = nullptr;
     if (has(at_.lanes, lane)) { record = inSequence_ ? log.next() : log.after(passed); }
     if (record == nullptr || record->at > at_.target) {
         passed = at_.target;
@@ -152,16 +152,16 @@ void Cursor::Step::updates() {
         return;
     }
     const auto waiting = [this](const Reference& each) { return unsentInEpoch(each); };
-    if (firstWaiting(record->content, waiting)) {
+    if (firstWaiting(*record->content, waiting)) {
         const Reference first = firstOut(self, false);
         if (first != self) {
             const JournalRecord& out = *atTarget(first);
-            emit(CursorMessage::Kind::update, first, out.content);
+            emit(CursorMessage::Kind::update, first, *out.content);
             at_.ahead[first] = out.at;
             return;
         }
     }
-    emit(CursorMessage::Kind::update, self, record->content);
+    emit(CursorMessage::Kind::update, self, *record->content);
     pass(lane, *record);
 }
 
@@ -175,13 +175,13 @@ void Cursor::Step::pass(Lane lane, const JournalRecord& record) {
 }
 
 /// The content of an entry at the epoch's target, if it came in this epoch and is still to pass.
-JournalRecord* Cursor::Step::atTarget(const Reference& of) {
+const JournalRecord* Cursor::Step::atTarget(const Reference& of) {
     inSequence_ = false;
     JournalLog& log = journal_.lane(of.lane).changes;
     const JournalEntry* there = entry(of);
-    JournalRecord* record = there != nullptr && there->changed <= at_.target
-                                ? log.find(there->changed)
-                                : log.keptAt(of.key, at_.target);
+    const JournalRecord* record = there != nullptr && there->changed <= at_.target
+                                      ? log.find(there->changed)
+                                      : log.keptAt(of.key, at_.target);
     return record != nullptr && record->at > at_.changesPassed[index(of.lane)] ? record : nullptr;
 }
 
@@ -200,7 +200,7 @@ void Cursor::Step::deletes() {
     const Lane lane = laneAt(cursor_.lane_ - 1);
     Position& passed = at_.tombstonesPassed[index(lane)];
     JournalLog& log = journal_.lane(lane).tombstones;
-    JournalRecord* record = nullptr;
+    const JournalRecord* record = nullptr;
     if (has(at_.lanes, lane)) { record = inSequence_ ? log.next() : log.after(passed); }
     if (record == nullptr || record->at > at_.target) {
         passed = at_.target;
@@ -212,7 +212,7 @@ void Cursor::Step::deletes() {
     const Reference self{lane, record->key};
     if (!record->dead() && at_.mayHold(lane, *record) && shown(lane, record->key) &&
         !cursor_.alive_.contains(self)) {
-        emit(CursorMessage::Kind::remove, self, record->content);
+        emit(CursorMessage::Kind::remove, self, *record->content);
         ++cursor_.met_;
     }
     passTombstone(lane, *record);
@@ -343,7 +343,7 @@ Reference Cursor::Step::firstOut(const Reference& wanted, bool walking) {
         const JournalEntry* present = walking ? entry(last) : nullptr;
         const JournalRecord* record = walking ? nullptr : atTarget(last);
         VEL_ASSERT(present != nullptr || record != nullptr);  // it was waiting a moment ago
-        const Content& content = present != nullptr ? present->content : record->content;
+        const Content& content = present != nullptr ? present->content : *record->content;
         const std::optional<Reference> before = firstWaiting(content, waiting);
         if (!before) { return last; }
         path.push_back(*before);

@@ -40,7 +40,7 @@ private:
     void passTombstone(Lane lane, const JournalRecord& record);
 
     const JournalEntry* entry(const Reference& of) const;
-    JournalRecord* atTarget(const Reference& of);
+    const JournalRecord* atTarget(const Reference& of);
     bool unsentInWalk(const Reference& of) const;
     bool unsentInEpoch(const Reference& of);
     std::optional<Reference> firstWaiting(const Content& content, Waiting waiting);

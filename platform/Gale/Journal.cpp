@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <type_traits>
+#include <utility>
 
 namespace Gale {
 
@@ -30,6 +31,11 @@ bool namesTheSame(const Content& one, const Content& other) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end());
 }
 
+template <std::size_t... I>
+std::array<JournalLane, kLanes> lanesOf(LogShape shape, std::index_sequence<I...>) {
+    return {((void)I, JournalLane{shape})...};
+}
+
 std::string_view asAnnex(std::span<const Reference> references) {
     return {reinterpret_cast<const char*>(references.data()), references.size_bytes()};
 }
@@ -48,7 +54,9 @@ Journal::Batch::~Batch() {
     journal_.endBatch();
 }
 
-Journal::Journal(Options options) : options_(std::move(options)) {}
+Journal::Journal(Options options)
+    : options_(std::move(options)),
+      lanes_(lanesOf(options_.log, std::make_index_sequence<kLanes>{})) {}
 
 Journal::Journal() : Journal(Options{}) {}
 
@@ -107,12 +115,12 @@ void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, C
         replaced_ = valueOf(entry->second.content);
         entry->second.content = std::move(content);
 
-        JournalRecord record{.key = key, .content = {}, .at = now, .born = entry->second.born};
-        record.renames = renames;
-        if (changeNeeded(l, record)) {
-            record.content = entry->second.content;
-            to.changes.append(std::move(record));
-        }
+        const JournalRecord record{.key = key,
+                                   .content = &entry->second.content,
+                                   .at = now,
+                                   .born = entry->second.born,
+                                   .renames = renames};
+        if (changeNeeded(l, record)) { to.changes.append(record); }
     }
     if (added_ && !absentNamedBy_.empty()) {
         const auto named = absentNamedBy_.extract({l, key});
@@ -133,32 +141,33 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
     const Position now = ++last_;
     ++from.count;
     overtake(l, entry->second.changed, now);
-    JournalRecord tombstone{.key = key, .content = {}, .at = now, .born = entry->second.born};
+    JournalRecord tombstone{.key = key, .at = now, .born = entry->second.born};
     replaced_ = valueOf(entry->second.content);
     from.entries.erase(entry);
     for (CursorPosition* reader : readers_) { reader->noteRemoval(l, tombstone); }
     if (tombstoneNeeded(l, tombstone)) {
-        tombstone.content = Content{SharedBytes::copyOf(deleteBytes)};
+        const Content content{SharedBytes::copyOf(deleteBytes)};
+        tombstone.content = &content;
+        from.tombstones.append(tombstone);
         from.tombstones.keep(tombstone);
-        from.tombstones.append(std::move(tombstone));
     }
     return true;
 }
 
-/// The content that came at `at` is overtaken: it stays only while a cursor that is on its way
-/// needs it. Whether it was logged and named others than the one before it.
+/// The content that came at `at`, which the entry still holds, is overtaken: it stays only while a
+/// cursor that is on its way needs it. Whether it was logged and named others than the one before it.
 bool Journal::overtake(Lane l, Position at, Position by) {
     JournalLog& changes = lane(l).changes;
-    JournalRecord* record = changes.find(at);
-    if (record == nullptr) { return false; }
-    const bool renames = record->renames;
-    record->until = by;
-    if (changeNeeded(l, *record)) {
-        changes.keep(*record);
+    const JournalRecord* const logged = changes.find(at);
+    if (logged == nullptr) { return false; }
+    JournalRecord record = *logged;
+    record.until = by;
+    if (changeNeeded(l, record)) {
+        changes.keep(record);
     } else {
         changes.kill(at);
     }
-    return renames;
+    return record.renames;
 }
 
 void Journal::endBatch() {

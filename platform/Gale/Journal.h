@@ -43,6 +43,7 @@ public:
         /// What the value of an entry refers to (a prefix: its group). Any thread, under the mutex:
         /// must be quick and must not call the journal. Empty: values refer to nothing.
         std::function<Reference(std::uint64_t value)> referenceOf;
+        LogShape log{};
     };
 
     /// Groups the changes made while it lives into one step. Batches nest: the outermost counts.

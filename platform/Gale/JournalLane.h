@@ -7,6 +7,10 @@ namespace Gale {
 
 /// The entries of one lane in key order, and its two logs.
 struct JournalLane {
+    explicit JournalLane(LogShape shape) : changes{&entries, shape}, tombstones{nullptr, shape} {}
+    JournalLane(const JournalLane&) = delete;
+    JournalLane& operator=(const JournalLane&) = delete;
+
     JournalEntries entries;
     JournalLog changes;
     JournalLog tombstones;

@@ -65,13 +65,13 @@ void addContent(Words& words, const Content& content) {
 
 void addLog(Words& words, JournalLog& log, bool contents, bool renames) {
     words.add(log.kept());
-    for (JournalRecord* record = log.after(0); record != nullptr; record = log.next()) {
+    for (const JournalRecord* record = log.after(0); record != nullptr; record = log.next()) {
         if (record->dead()) { continue; }
         words.add(record->key.lo);
         words.addPosition(record->at);
         words.addPosition(record->born);
         words.addPosition(record->until);
-        if (contents) { addContent(words, record->content); }
+        if (contents) { addContent(words, *record->content); }
         if (renames) { words.add(record->renames ? 1 : 0); }
     }
 }

@@ -84,7 +84,9 @@ TEST(JournalThreads, ClientsStayConsistentWhileTheWriterWrites) {
     constexpr int kBatches = 20'000;
     std::atomic<Position> advanced{0};
     Journal* published = nullptr;
-    Journal journal{{.onAdvance = [&] { advanced.store(published->head()); }, .referenceOf = {}}};
+    Journal journal{{.onAdvance = [&] { advanced.store(published->head()); },
+                     .referenceOf = {},
+                     .log = {.chunk = 8, .whole = 4}}};  // most clients are behind what is whole
     published = &journal;
 
     std::atomic<bool> done{false};

@@ -285,7 +285,7 @@ TEST_F(JournalTest, MemoryIsBoundedByWhatWasAliveWhenTheSlowestStoppedReading) {
         read(live);
     }
     // Alive 1,000, of which half a log may be dead, and a tombstone for each of the ten sent.
-    EXPECT_LE(kept(journal), 2 * kEntries + 20 + 2 * JournalLog::kChunk);
+    EXPECT_LE(kept(journal), 2 * kEntries + 20 + 2 * LogShape{}.chunk);
     EXPECT_LE(SharedBytes::bytesAlive(), before + 10 * 64);
 }
 
