@@ -36,8 +36,8 @@ GetAnswer::State GetAnswer::step() {
         // Frees what was built while the status is on its way.
         entries_.clear();
         nodes_.clear();
-        updates_ = {};
-        message_ = {};
+        std::string{}.swap(updates_);  // "= {}" would keep the room
+        std::string{}.swap(message_);
         return State::failed;
     }
     return part_ == plan_.parts.size() ? State::done : state;

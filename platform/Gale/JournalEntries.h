@@ -23,9 +23,11 @@ struct JournalEntry {
 
 /// Entries by key, in key order. A key and an entry are so big that a common B-tree holds four of
 /// them a node and is ten levels deep at a million: here rows of up to 64 stand below a tree of
-/// rows. A change invalidates iterators.
+/// rows. A row has room for few more than it holds, since keys that come in no order leave most rows
+/// between half full and full. A change invalidates iterators.
 class JournalEntries final {
     static constexpr std::size_t kRow = 64;
+    static constexpr std::size_t kGrowth = 8;
     using Row = std::vector<std::pair<EntryKey, JournalEntry>>;
     // By a key above all of the row before, at or below all of this one.
     using Rows = absl::btree_map<EntryKey, std::unique_ptr<Row>>;
@@ -109,9 +111,10 @@ private:
         return at != self.end() && at->first == key ? at : self.end();
     }
     Rows::iterator rowAt(const EntryKey& first) {
-        const auto row = rows_.try_emplace(first, std::make_unique<Row>()).first;
-        row->second->reserve(kRow);
-        return row;
+        return rows_.try_emplace(first, std::make_unique<Row>()).first;
+    }
+    static void reserve(Row& row, std::size_t size) {
+        row.reserve((size + kGrowth - 1) / kGrowth * kGrowth);
     }
 
     Rows rows_;  // none is empty
@@ -142,12 +145,15 @@ inline JournalEntries::iterator JournalEntries::insert(iterator before, const En
         const EntryKey first = half->first;
         const EntryKey own = row->first;
         Row& upper = *rowAt(first)->second;  // moves iterators
+        reserve(upper, kRow / 2 + 1);
         upper.assign(std::make_move_iterator(half), std::make_move_iterator(full.end()));
         full.erase(half, full.end());
+        full.shrink_to_fit();
         row = rows_.find(at <= kRow / 2 ? own : first);
         if (at > kRow / 2) { at -= kRow / 2; }
     }
     Row& into = *row->second;
+    reserve(into, into.size() + 1);
     into.insert(into.begin() + static_cast<std::ptrdiff_t>(at), {key, JournalEntry{}});
     return {row, at};
 }
@@ -160,10 +166,12 @@ inline void JournalEntries::erase(iterator at) {
         rows_.erase(at.row_);
         return;
     }
+    if (row.capacity() >= row.size() + 2 * kGrowth) { row.shrink_to_fit(); }
     const auto next = std::next(at.row_);
     if (row.size() > kRow / 4 || next == rows_.end()) { return; }
     Row& after = *next->second;
     if (row.size() + after.size() > kRow * 3 / 4) { return; }
+    reserve(row, row.size() + after.size());
     std::move(after.begin(), after.end(), std::back_inserter(row));
     rows_.erase(next);
 }

@@ -13,7 +13,10 @@ void JournalLog::append(const JournalRecord& record) {
         chunk.lines.reserve(shape_.chunk);
         chunk.held.reserve(shape_.chunk);
         // Each chunk comes by here once: others go only, or are joined.
-        if (chunks_.size() > shape_.whole) { chunks_[chunks_.size() - shape_.whole - 1].held = {}; }
+        if (chunks_.size() > shape_.whole) {
+            // "= {}" would keep the room.
+            std::vector<Held>{}.swap(chunks_[chunks_.size() - shape_.whole - 1].held);
+        }
     }
     constexpr Position kMost = (Position{1} << 61U) - 1;  // at a change a nanosecond: 73 years
     chunks_.back().lines.push_back(

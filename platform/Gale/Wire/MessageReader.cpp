@@ -49,7 +49,7 @@ std::optional<Status> MessageReader::feed(std::span<const std::byte> bytes, Deli
         } else {
             partial_.insert(partial_.end(), piece.begin(), piece.end());
             deliver(partial_);
-            partial_ = {};
+            decltype(partial_){}.swap(partial_);  // "= {}" would keep the room
         }
     }
     return std::nullopt;
