@@ -72,8 +72,8 @@ public:
     void kill(Position at);
     /// Drops at most two chunks in front that lie wholly at or below `at`.
     void trim(Position at);
-    /// Kills what `needed` denies among a chunk's number of records after `from`; returns where to go on, or
-    /// kNever at the end.
+    /// Kills what `needed` denies among as many records after `from` as a chunk has; returns where to
+    /// go on, or kNever at the end.
     Position sweep(Position from, absl::FunctionRef<bool(const JournalRecord&)> needed);
 
     std::size_t size() const { return size_; }  ///< dead records included

@@ -5,6 +5,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <numeric>
+#include <random>
 
 namespace Gale {
 namespace {
@@ -288,6 +293,35 @@ TEST_F(JournalTest, MemoryIsBoundedByWhatWasAliveWhenTheSlowestStoppedReading) {
     EXPECT_LE(kept(journal), 2 * kEntries + 20 + 2 * LogShape{}.chunk);
     EXPECT_LE(SharedBytes::bytesAlive(), before + 10 * 64);
 }
+
+// A sanitizer has an allocator of its own, which does not tell.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+std::size_t heapBytes() {
+    const struct mallinfo2 heap = ::mallinfo2();
+    return heap.uordblks + heap.hblkhd;
+}
+
+constexpr std::uint64_t kMany = 400'000;
+
+TEST_F(JournalTest, AnEntryOfAFewWordsTakesLittleMoreThanThemInWhateverOrderEntriesCome) {
+    std::vector<std::uint64_t> order(kMany);
+    std::iota(order.begin(), order.end(), 0);
+    std::shuffle(order.begin(), order.end(), std::mt19937_64{1});
+    const std::size_t before = heapBytes();
+    for (const std::uint64_t n : order) { journal.updateValue(Lane::prefixes, key(n), n, 0); }
+    constexpr std::size_t kEntry = sizeof(EntryKey) + sizeof(JournalEntry);
+    EXPECT_LE(heapBytes() - before, kMany * (kEntry * 5 / 4));
+}
+
+TEST_F(JournalTest, ACursorFarBehindCostsAKeyAndAPositionForEachEntry) {
+    for (std::uint64_t n = 0; n < kMany; ++n) { journal.updateValue(Lane::prefixes, key(n), 1, 0); }
+    const Cursor stalled{journal, {}, Cursor::Mode::updatesOnly};
+    const std::size_t before = heapBytes();
+    for (std::uint64_t n = 0; n < kMany; ++n) { journal.updateValue(Lane::prefixes, key(n), 2, 0); }
+    EXPECT_EQ(kept(journal), kMany);
+    EXPECT_LE(heapBytes() - before, kMany * 40);  // 32, and 64 for the newest 65,536
+}
+#endif
 
 TEST_F(JournalTest, DroppingACursorFreesAllThatWasKeptOnlyForIt) {
     for (std::uint64_t n = 0; n < 1000; ++n) { add(nextHop(n), "n"); }
