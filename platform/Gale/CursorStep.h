@@ -59,7 +59,7 @@ private:
     std::ptrdiff_t budget_ = kSteps;
     bool inSequence_ = false;  // the log's next() is the record after the last one passed
     std::optional<JournalEntries::const_iterator> walkNext_;  // of the walk or of the round
-    const std::lock_guard<std::mutex> lock_;
+    const std::lock_guard<TurnMutex> lock_;
 };
 
 }  // namespace Gale

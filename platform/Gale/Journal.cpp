@@ -100,7 +100,7 @@ void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, C
     // Who names whom is the writer's business alone: no cursor waits for that.
     if (!added_ && namesOthers) { namedMore(entry->second.content, -1); }
     {
-        const std::lock_guard lock{mutex_};
+        const TurnMutex::First lock{mutex_};
         const Position now = ++last_;
         ++to.count;
         bool renames = namesOthers;
@@ -137,7 +137,7 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
     const Batch batch{*this};
     namedMore(entry->second.content, -1);
     if (entry->second.namedBy > 0) { absentNamedBy_[{l, key}] = entry->second.namedBy; }
-    const std::lock_guard lock{mutex_};
+    const TurnMutex::First lock{mutex_};
     const Position now = ++last_;
     ++from.count;
     overtake(l, entry->second.changed, now);
@@ -173,7 +173,7 @@ bool Journal::overtake(Lane l, Position at, Position by) {
 void Journal::endBatch() {
     if (--batches_ > 0 || head_ == last_) { return; }
     {
-        const std::lock_guard lock{mutex_};
+        const TurnMutex::First lock{mutex_};
         head_ = last_;
         for (CursorPosition* reader : readers_) { departIfReady(*reader); }
     }

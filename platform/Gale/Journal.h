@@ -2,13 +2,13 @@
 
 #include "platform/Gale/JournalEntry.h"
 #include "platform/Gale/JournalLane.h"
+#include "platform/Gale/TurnMutex.h"
 
 #include "absl/container/btree_map.h"
 
 #include <array>
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -31,7 +31,7 @@ struct JournalStatistics {
 /// cursors, each at its own pace. JOURNAL.md has the protocol and why it is right.
 ///
 /// One thread writes (the scheduler's); cursors live on the I/O thread. One mutex, held for at most
-/// 256 entries by either side. A batch is seen by live cursors as a whole: they step from the end
+/// 256 entries by a cursor and for one by the writer, who has its turn before any cursor that comes later. A batch is seen by live cursors as a whole: they step from the end
 /// of a batch to the end of a later one, so the writer may change entries inside it in any order.
 /// An initial set may run through the middle of a batch: for its sake the writer should add and
 /// change first, in the order of lanes, and remove afterwards, in reverse.
@@ -136,7 +136,7 @@ private:
     void detach(CursorPosition& reader);
 
     const Options options_;
-    mutable std::mutex mutex_;
+    mutable TurnMutex mutex_;  // the writer is First
     std::array<JournalLane, kLanes> lanes_;
     std::vector<CursorPosition*> readers_;
     Position last_ = 0;  ///< of the latest change

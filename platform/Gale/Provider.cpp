@@ -342,7 +342,7 @@ void Provider::show(ListSource& source, const EntryKey& key) {
     if (heldBack(source, key)) { return; }
     const Lane lane = source.lane();
     const Reference self{lane, key};
-    postponed_.erase(self);
+    noLongerPostponed(self);
     if (cleared_ > 0 && std::exchange(marked(source).cleared, false)) { --cleared_; }
     const bool changed = changing(self, [&] {
         return entry_.value ? journal_.updateValue(lane, key, *entry_.value, stamp_)
@@ -365,6 +365,13 @@ void Provider::show(ListSource& source, const EntryKey& key) {
     source.shownIs(key, journal_.replaced(), entry_.value);
 }
 
+void Provider::noLongerPostponed(const Reference& entry) {
+    const auto it = postponed_.find(entry);
+    if (it == postponed_.end()) { return; }
+    postponedByDue_.erase({it->second.due, entry});
+    postponed_.erase(it);
+}
+
 void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
     const Reference self{source.lane(), key};
     const Kiln::TimePoint now = scheduler_->clock().now();
@@ -373,12 +380,12 @@ void Provider::removeUnlessNamed(ListSource& source, const EntryKey& key) {
     const std::size_t confirmed = postponed ? it->second.confirmedBy.size() : 0;
     if ((cleared_ > 0 && marked(source).cleared) || confirmed >= journal_.namedBy(self) ||
         (postponed && it->second.due <= now)) {
-        if (postponed) { postponed_.erase(it); }
+        noLongerPostponed(self);
         return remove(source, key);
     }
     if (postponed) { return; }
     postponed_.insert({self, {&source, now + patience_, {}}});
-    postponedByDue_.emplace_back(now + patience_, self);
+    postponedByDue_.emplace(now + patience_, self);
     scheduleRelease();
     // Who names it still may be who waits for it.
     if (Waiting::awaited(self.lane)) { wake(waiting_.absent(self, now)); }
@@ -430,22 +437,18 @@ void Provider::wake(Waiting::Waiters waiters) {
 
 /// Removes one whose patience is over, if there is one.
 bool Provider::releasePostponed() {
-    while (!postponedByDue_.empty()) {
-        const auto [due, entry] = postponedByDue_.front();
-        if (due > scheduler_->clock().now()) { return false; }
-        postponedByDue_.pop_front();
-        const auto it = postponed_.find(entry);
-        if (it == postponed_.end() || it->second.due != due) { continue; }
-        TRACE5("lane {} entry {}/{}/{} is removed, though {} others name it",
-               index(entry.lane),
-               entry.key.scope,
-               entry.key.hi,
-               entry.key.lo,
-               journal_.namedBy(entry));
-        mark(*it->second.source, entry.key);
-        return true;
-    }
-    return false;
+    if (postponedByDue_.empty()) { return false; }
+    const auto [due, entry] = *postponedByDue_.begin();
+    if (due > scheduler_->clock().now()) { return false; }
+    postponedByDue_.erase(postponedByDue_.begin());
+    TRACE5("lane {} entry {}/{}/{} is removed, though {} others name it",
+           index(entry.lane),
+           entry.key.scope,
+           entry.key.hi,
+           entry.key.lo,
+           journal_.namedBy(entry));
+    mark(*postponed_.at(entry).source, entry.key);
+    return true;
 }
 
 bool Provider::release() {
@@ -471,7 +474,7 @@ void Provider::scheduleRelease() {
     if (releaseTask_.scheduled()) { return; }
     std::optional<Kiln::TimePoint> due = waiting_.nextDue();
     if (!postponedByDue_.empty()) {
-        const Kiln::TimePoint first = postponedByDue_.front().first;
+        const Kiln::TimePoint first = postponedByDue_.begin()->first;
         due = due ? std::min(*due, first) : first;
     }
     if (!due) { return; }

@@ -11,7 +11,6 @@
 
 #include <array>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -112,6 +111,7 @@ private:
     template <class Change>
     bool changing(const Reference& entry, Change change);
     void noLongerKept(const Reference& entry);
+    void noLongerPostponed(const Reference& entry);
     void confirm(const Reference& named, const Reference& by);
     void removeUnlessNamed(ListSource& source, const EntryKey& key);
     bool mayCome(const Reference& entry) const;
@@ -146,9 +146,9 @@ private:
         absl::btree_set<Reference> confirmedBy;  // of those who name it: looked at since
     };
     absl::btree_map<Reference, Postponed> postponed_;
-    std::deque<std::pair<Kiln::TimePoint, Reference>> postponedByDue_;  // some no longer postponed
-    std::function<void()> onFilled_;                                    // empty: told
-    std::optional<Kiln::TimePoint> firstPass_;                          // when it ended
+    absl::btree_set<std::pair<Kiln::TimePoint, Reference>> postponedByDue_;
+    std::function<void()> onFilled_;            // empty: told
+    std::optional<Kiln::TimePoint> firstPass_;  // when it ended
     ProviderStatistics statistics_;
     EncodedEntry entry_;      // scratch
     std::int64_t stamp_ = 0;  // of it

@@ -7,7 +7,7 @@ void Waiting::add(const Reference& missing, const Waiter& waiter, Kiln::TimePoin
     if (isNew) {
         it->second.since = now;
         it->second.number = ++begun_;
-        waits_.push_back({now, begun_, missing});
+        waits_.emplace_hint(waits_.end(), begun_, missing);
     }
     if (!it->second.waiters.insert(waiter).second) { return; }
     ++size_;
@@ -37,10 +37,10 @@ Waiting::Waiters Waiting::take(const Reference& entry) {
     const auto it = missing_.find(entry);
     if (it == missing_.end()) { return {}; }
     Waiters waiters = std::move(it->second.waiters);
+    waits_.erase(it->second.number);
     missing_.erase(it);
     size_ -= waiters.size();
     sizes_[index(entry.lane)] -= waiters.size();
-    forgetEnded(2);  // so that they do not all come to be forgotten at once
     return waiters;
 }
 
@@ -55,29 +55,18 @@ std::vector<Waiting::Held> Waiting::held(std::size_t most) const {
     return all;
 }
 
-bool Waiting::lasts(const Wait& wait) const {
-    const auto it = missing_.find(wait.missing);
-    return it != missing_.end() && it->second.number == wait.number;
+bool Waiting::lasts(std::uint64_t begun) const {
+    return !waits_.empty() && waits_.begin()->first <= begun;
 }
 
-void Waiting::forgetEnded(std::size_t most) {
-    for (; most > 0 && !waits_.empty() && !lasts(waits_.front()); --most) { waits_.pop_front(); }
-}
-
-bool Waiting::lasts(std::uint64_t begun) {
-    forgetEnded(waits_.size());
-    return !waits_.empty() && waits_.front().number <= begun;
-}
-
-std::optional<Reference> Waiting::overdue(Kiln::TimePoint now) {
-    forgetEnded(waits_.size());
-    if (waits_.empty() || waits_.front().since + patience_ > now) { return std::nullopt; }
-    return waits_.front().missing;
+std::optional<Reference> Waiting::overdue(Kiln::TimePoint now) const {
+    const auto due = nextDue();
+    return due && *due <= now ? std::optional{waits_.begin()->second} : std::nullopt;
 }
 
 std::optional<Kiln::TimePoint> Waiting::nextDue() const {
-    if (missing_.empty() || waits_.empty()) { return std::nullopt; }
-    return waits_.front().since + patience_;
+    if (waits_.empty()) { return std::nullopt; }
+    return missing_.at(waits_.begin()->second).since + patience_;
 }
 
 }  // namespace Gale

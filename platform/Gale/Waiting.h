@@ -45,14 +45,14 @@ public:
     /// The entry was looked at and is not there: those who waited for it in vain.
     Waiters absent(const Reference& entry, Kiln::TimePoint now);
     /// One whose waiters' patience is over; it counts as absent now.
-    std::optional<Reference> overdue(Kiln::TimePoint now);
+    std::optional<Reference> overdue(Kiln::TimePoint now) const;
     /// When to ask overdue() next.
     std::optional<Kiln::TimePoint> nextDue() const;
 
     /// So many waits have begun: missing entries for which somebody began to wait.
     std::uint64_t begun() const { return begun_; }
     /// Whether one of the first so many lasts.
-    bool lasts(std::uint64_t begun);
+    bool lasts(std::uint64_t begun) const;
 
     std::size_t size() const { return size_; }
     /// Of these, who wait for an entry of this lane.
@@ -72,21 +72,14 @@ private:
         std::uint64_t number = 0;  // of the wait, from 1
         Waiters waiters;
     };
-    struct Wait {
-        Kiln::TimePoint since;
-        std::uint64_t number;
-        Reference missing;
-    };
     static constexpr std::size_t kRemembered = 1U << 18U;
 
     Waiters take(const Reference& entry);
-    bool lasts(const Wait& wait) const;
-    void forgetEnded(std::size_t most);
 
     const Kiln::Duration patience_;
     // Trees: a hash map of that size takes longer than a slice whenever it is made anew.
     absl::btree_map<Reference, Missing> missing_;
-    std::deque<Wait> waits_;  // as they began; some have ended
+    absl::btree_map<std::uint64_t, Reference> waits_;  // what is missing, by number: as they began
     std::uint64_t begun_ = 0;
     absl::btree_map<Reference, Kiln::TimePoint> absent_;  // since when
     std::deque<Reference> absentInOrder_;                 // some have appeared since
