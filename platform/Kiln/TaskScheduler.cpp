@@ -127,6 +127,7 @@ TaskScheduler::TaskScheduler(const Clock& clock, std::unique_ptr<YieldPolicy> po
 }
 
 TaskScheduler::~TaskScheduler() {
+    elsewhere_.clear();  // which waits: they post
     uv_close(reinterpret_cast<uv_handle_t*>(&loop_->wakeUp), nullptr);
     uv_close(reinterpret_cast<uv_handle_t*>(&loop_->alarm), nullptr);
     uv_run(&loop_->loop, UV_RUN_NOWAIT);  // the closed handles' last calls
@@ -155,7 +156,8 @@ bool TaskScheduler::runUntilIdle() {
         last = activity_;
         poll(false);
         runBatch();
-    } while (activity_ != last || firstReady() != ready_.end());
+        if (activity_ == last && !elsewhere_.empty()) { poll(true); }
+    } while (activity_ != last || firstReady() != ready_.end() || !elsewhere_.empty());
     return activity_ != before;
 }
 
@@ -165,6 +167,21 @@ void TaskScheduler::post(std::function<void()> work) {
         posted_.push_back(std::move(work));
     }
     uv_async_send(&loop_->wakeUp);
+}
+
+void TaskScheduler::runElsewhere(std::function<void()> work, std::function<void()> done) {
+    const std::uint64_t number = ++lastElsewhere_;
+    auto thread =
+        std::async(std::launch::async | std::launch::deferred,
+                   [this, number, work = std::move(work), done = std::move(done)]() mutable {
+                       guarded("work elsewhere", std::exchange(work, {}));
+                       post([this, number, done = std::move(done)] {
+                           elsewhere_.erase(number);
+                           done();
+                       });
+                   });
+    if (thread.wait_for(Duration::zero()) == std::future_status::deferred) { thread.wait(); }
+    elsewhere_.emplace(number, std::move(thread));
 }
 
 void TaskScheduler::drainPosted() {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -48,10 +49,14 @@ public:
     /// Ends run(). Any thread.
     void stop();
     /// Runs what is runnable, due timers and ready descriptors included, until nothing is left;
-    /// never blocks. Answers whether anything ran.
+    /// waits for nothing but what runs elsewhere. Answers whether anything ran.
     bool runUntilIdle();
     /// Has the scheduler call it on its own thread. Any thread.
     void post(std::function<void()> work);
+    /// Runs work that blocks or takes longer than a slice on a thread of its own, and `done` as posted work when it
+    /// has ended. If there can be no other thread: here, at once. The scheduler's end waits for the work, not for
+    /// `done`.
+    void runElsewhere(std::function<void()> work, std::function<void()> done);
 
     /// Calls the reaction while the descriptor is readable (writable). The descriptor stays the
     /// caller's; it is made non-blocking. At most one watch of each direction on a descriptor.
@@ -113,6 +118,8 @@ private:
     std::unique_ptr<Loop> loop_;
     std::mutex postedMutex_;
     std::vector<std::function<void()>> posted_;
+    std::map<std::uint64_t, std::future<void>> elsewhere_;  // by number
+    std::uint64_t lastElsewhere_ = 0;
     Vel::Publisher<> sliceEnd_;
     bool stopped_ = false;
     std::uint64_t activity_ = 0;  // counts reactions, so that idleness is noticed

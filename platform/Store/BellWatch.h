@@ -11,6 +11,7 @@ namespace Store {
 /// Hears the bell that a writer rings after each commit, and that the bell was taken away.
 class BellWatch {
 public:
+    /// @param scheduler outlives it
     /// @param rung called on the scheduler; true when the bell itself changed (was removed,
     ///        replaced)
     BellWatch(Kiln::TaskScheduler& scheduler,
@@ -26,6 +27,7 @@ public:
 
 private:
     void drain();
+    Kiln::TaskScheduler& scheduler_;
     int inotify_;
     bool listening_ = false;
     std::string error_;

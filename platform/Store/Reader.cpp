@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <future>
 #include <utility>
 
 #include "platform/Blink/Trace.h"
@@ -15,14 +14,6 @@ namespace {
 
 constexpr Kiln::TaskPriority kPumpPriority = 2;
 constexpr std::chrono::seconds kLookInterval{1};
-constexpr std::chrono::milliseconds kCloseWait{1};  // at a time
-
-/// Where the store is large this takes longer than a slice: all pages of its map go at once. Here, if there can be no
-/// other thread.
-std::future<void> closeElsewhere(std::shared_ptr<Environment> environment) {
-    return std::async(std::launch::async | std::launch::deferred,
-                      [environment = std::move(environment)]() mutable { environment.reset(); });
-}
 
 }  // namespace
 
@@ -159,7 +150,15 @@ void Reader::State::storeGone(std::string reason) {
     reader.lastLoss_ = reason;
     reader.lastError_ = std::move(reason);
     snapshot.environmentIs(nullptr);
-    closing = closeElsewhere(std::move(reader.environment_));
+    // Where the store is large this takes longer than a slice: all pages of its map go at once.
+    closing = std::make_shared<bool>(true);
+    scheduler->runElsewhere(
+        [environment = std::move(reader.environment_)]() mutable { environment.reset(); },
+        [this, going = std::weak_ptr{closing}] {
+            if (going.expired()) { return; }
+            closing.reset();
+            watch.schedule();
+        });
     bell.reset();
     byTable.clear();
     caughtUp = false;
@@ -174,14 +173,6 @@ void Reader::State::storeGone(std::string reason) {
     }
 }
 
-/// Whether a store that went is closed; until then no other is opened: that would wait for it.
-bool Reader::State::closed() {
-    if (!closing.valid()) { return true; }
-    if (closing.wait_for(kCloseWait) == std::future_status::timeout) { return false; }
-    closing.get();
-    return true;
-}
-
 /// Once a second, and when the bell itself changed: is the store there, and still the same?
 bool Reader::State::look() {
     const Vel::Ref<Reader> keep{&reader};
@@ -189,7 +180,7 @@ bool Reader::State::look() {
     if (reader.environment_ != nullptr && !reader.environment_->current()) {
         storeGone("its files were replaced, removed or cut off");
     }
-    if (!closed()) { return true; }
+    if (closing != nullptr) { return false; }  // to open another one would wait for it
     if (reader.environment_ == nullptr) { openStore(); }
     if (reader.environment_ == nullptr) { return false; }
     listen();

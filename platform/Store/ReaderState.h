@@ -2,7 +2,6 @@
 
 #include <absl/container/flat_hash_map.h>
 
-#include <future>
 #include <memory>
 #include <optional>
 #include <set>
@@ -51,7 +50,6 @@ struct Reader::State {
     void openStore();
     void listen();
     void storeGone(std::string reason);
-    bool closed();
     bool look();
     void unmount(Impl& mount);
     std::optional<TableInfo> table(std::string_view path);
@@ -80,7 +78,7 @@ struct Reader::State {
     Reader& reader;
     Vel::Ref<Kiln::TaskScheduler> scheduler;
     Snapshot snapshot;
-    std::future<void> closing;  // of the store that went
+    std::shared_ptr<bool> closing;  // the store that went is being closed
     std::vector<std::shared_ptr<Impl>> mounts;
     absl::flat_hash_map<TableId, std::vector<std::shared_ptr<Impl>>> byTable;
     std::set<std::string> knownTables;  // that subscribers have been told of

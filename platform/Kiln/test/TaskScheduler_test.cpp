@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -456,6 +458,46 @@ TEST_F(SchedulerTest, PostedWorkRunsInOrderOnTheSchedulersThread) {
     EXPECT_TRUE(seen_.empty());
     scheduler_->runUntilIdle();
     EXPECT_EQ(seen_, (Seen{"0", "1", "2"}));
+}
+
+TEST_F(SchedulerTest, WorkElsewhereLeavesTheSchedulerToOthersAndIsWaitedForByIdleness) {
+    const auto here = std::this_thread::get_id();
+    std::promise<void> taskRan;
+    Kiln::Task task{scheduler_, "task", 3, [&] {
+                        taskRan.set_value();
+                        return false;
+                    }};
+    scheduler_->runElsewhere(
+        [&] {
+            EXPECT_NE(std::this_thread::get_id(), here);
+            taskRan.get_future().wait();
+            seen_.emplace_back("work");
+        },
+        [&] {
+            EXPECT_EQ(std::this_thread::get_id(), here);
+            seen_.emplace_back("done");
+        });
+    task.schedule();
+    EXPECT_TRUE(scheduler_->runUntilIdle());
+    EXPECT_EQ(seen_, (Seen{"work", "done"}));
+    EXPECT_FALSE(scheduler_->runUntilIdle());
+}
+
+TEST_F(SchedulerTest, WhatWorkElsewhereThrowsIsTracedAndItIsDone) {
+    const TestSupport::TraceCapture traces;
+    scheduler_->runElsewhere([] { throw std::runtime_error{"torn"}; },
+                             [this] { seen_.emplace_back("done"); });
+    scheduler_->runUntilIdle();
+    EXPECT_EQ(seen_, (Seen{"done"}));
+    EXPECT_TRUE(traces.has("work elsewhere threw: torn"));
+}
+
+TEST_F(SchedulerTest, TheSchedulersEndWaitsForWorkElsewhereAndDropsWhatWasToFollow) {
+    std::atomic<bool> worked{false};
+    scheduler_->runElsewhere([&] { worked = true; }, [this] { seen_.emplace_back("done"); });
+    scheduler_ = nullptr;
+    EXPECT_TRUE(worked);
+    EXPECT_TRUE(seen_.empty());
 }
 
 TEST(SchedulerRun, SleepsUntilPostedToAndEndsWithStop) {
