@@ -105,6 +105,7 @@ void Journal::put(Lane l, const EntryKey& key, JournalEntries::iterator entry, C
         ++to.count;
         bool renames = namesOthers;
         if (added_) {
+            if (soughtLast_.lane == l) { foundLast_ = nullptr; }
             entry = to.entries.insert(entry, key);
             entry->second.born = now;
             to.lastBorn = now;
@@ -143,6 +144,7 @@ bool Journal::remove(Lane l, const EntryKey& key, std::string_view deleteBytes) 
     overtake(l, entry->second.changed, now);
     JournalRecord tombstone{.key = key, .at = now, .born = entry->second.born};
     replaced_ = valueOf(entry->second.content);
+    if (soughtLast_.lane == l) { foundLast_ = nullptr; }
     from.entries.erase(entry);
     for (CursorPosition* reader : readers_) { reader->noteRemoval(l, tombstone); }
     if (tombstoneNeeded(l, tombstone)) {
@@ -180,16 +182,23 @@ void Journal::endBatch() {
     if (options_.onAdvance) { options_.onAdvance(); }
 }
 
-const Content* Journal::find(Lane l, const EntryKey& key) const {
-    const JournalEntries& entries = lanes_[index(l)].entries;
-    const auto entry = entries.find(key);
-    return entry != entries.end() ? &entry->second.content : nullptr;
+/// Null when it is not there.
+JournalEntry* Journal::entryOf(const Reference& named) {
+    if (foundLast_ != nullptr && soughtLast_ == named) { return foundLast_; }
+    JournalEntries& entries = lane(named.lane).entries;
+    const auto entry = entries.find(named.key);
+    soughtLast_ = named;
+    foundLast_ = entry != entries.end() ? &entry->second : nullptr;
+    return foundLast_;
 }
 
-std::size_t Journal::namedBy(const Reference& named) const {
-    const JournalEntries& entries = lanes_[index(named.lane)].entries;
-    const auto entry = entries.find(named.key);
-    if (entry != entries.end()) { return entry->second.namedBy; }
+const Content* Journal::find(Lane l, const EntryKey& key) {
+    const JournalEntry* const entry = entryOf({l, key});
+    return entry != nullptr ? &entry->content : nullptr;
+}
+
+std::size_t Journal::namedBy(const Reference& named) {
+    if (const JournalEntry* const entry = entryOf(named)) { return entry->namedBy; }
     const auto absent = absentNamedBy_.find(named);
     return absent != absentNamedBy_.end() ? absent->second : 0;
 }
@@ -197,10 +206,8 @@ std::size_t Journal::namedBy(const Reference& named) const {
 /// Counts what the content refers to, up or down by one.
 void Journal::namedMore(const Content& by, int more) {
     eachNamed(by, [&](const Reference& named) {
-        JournalEntries& entries = lane(named.lane).entries;
-        const auto entry = entries.find(named.key);
-        if (entry != entries.end()) {
-            entry->second.namedBy += static_cast<std::uint32_t>(more);
+        if (JournalEntry* const entry = entryOf(named)) {
+            entry->namedBy += static_cast<std::uint32_t>(more);
             return;
         }
         std::uint32_t& absent = absentNamedBy_[named];

@@ -89,10 +89,10 @@ public:
 
     /// What the entry holds now, null when it is not there. Writer's thread; valid until its next
     /// change.
-    const Content* find(Lane lane, const EntryKey& key) const;
+    const Content* find(Lane lane, const EntryKey& key);
 
     /// So many entries hold a content that refers to this one, be it there or not. Writer's thread.
-    std::size_t namedBy(const Reference& entry) const;
+    std::size_t namedBy(const Reference& entry);
 
     /// Calls f with each entry that the content refers to.
     template <class F>
@@ -120,6 +120,7 @@ private:
     friend class Cursor;        // the reader's half of the protocol, under mutex_
 
     void put(Lane lane, const EntryKey& key, JournalEntries::iterator entry, Content content);
+    JournalEntry* entryOf(const Reference& named);
     void namedMore(const Content& by, int more);
     void endBatch();
 
@@ -144,7 +145,11 @@ private:
     int batches_ = 0;    ///< nesting; writer's thread only
     bool added_ = false;
     std::optional<std::uint64_t> replaced_;
-    // namedBy of what is not there; writer's thread only.
+    // Writer's thread only. What was looked for last, while its lane's entries have not moved: who
+    // names an entry asks for it first.
+    Reference soughtLast_;
+    JournalEntry* foundLast_ = nullptr;  // null: look
+    // namedBy of what is not there.
     absl::btree_map<Reference, std::uint32_t> absentNamedBy_;
 };
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -72,13 +73,22 @@ public:
     const_iterator begin() const { return {rows_.begin(), 0}; }
     const_iterator end() const { return {rows_.end(), 0}; }
     /// The first entry at the key or above it.
-    iterator lower_bound(const EntryKey& key) { return bound<iterator>(rows_, key, false); }
+    iterator lower_bound(const EntryKey& key) {
+        // Most come in order: behind the one that was added last.
+        if (added_ && (*added_)->first < key) {
+            const iterator next = std::next(*added_);
+            if (next == end() || !(next->first < key)) { return next; }
+        }
+        return bound<iterator>(rows_, key, false);
+    }
     /// The first entry above the key.
     iterator upper_bound(const EntryKey& key) { return bound<iterator>(rows_, key, true); }
     const_iterator upper_bound(const EntryKey& key) const {
         return bound<const_iterator>(rows_, key, true);
     }
-    iterator find(const EntryKey& key) { return exact(*this, lower_bound(key), key); }
+    iterator find(const EntryKey& key) {
+        return exact(*this, bound<iterator>(rows_, key, false), key);
+    }
     const_iterator find(const EntryKey& key) const {
         return exact(*this, bound<const_iterator>(rows_, key, false), key);
     }
@@ -117,7 +127,8 @@ private:
         row.reserve((size + kGrowth - 1) / kGrowth * kGrowth);
     }
 
-    Rows rows_;  // none is empty
+    Rows rows_;                      // none is empty
+    std::optional<iterator> added_;  // the last one, while nothing has moved since
     std::size_t size_ = 0;
 };
 
@@ -155,10 +166,12 @@ inline JournalEntries::iterator JournalEntries::insert(iterator before, const En
     Row& into = *row->second;
     reserve(into, into.size() + 1);
     into.insert(into.begin() + static_cast<std::ptrdiff_t>(at), {key, JournalEntry{}});
-    return {row, at};
+    added_ = iterator{row, at};
+    return *added_;
 }
 
 inline void JournalEntries::erase(iterator at) {
+    added_.reset();
     Row& row = *at.row_->second;
     row.erase(row.begin() + static_cast<std::ptrdiff_t>(at.at_));
     --size_;

@@ -69,7 +69,8 @@ public:
     /// Takes the next key out of the set and sets the bookmark to it.
     std::optional<Key> draw() {
         if (sweeps_.empty()) { return drawKey(); }
-        std::optional<Candidate> best = fromKeys();
+        const std::optional<Candidate> key = fromKeys();
+        std::optional<Candidate> best = key;
         for (std::size_t i = 0; i < sweeps_.size();) {
             const std::optional<Candidate> candidate = nearest(sweeps_[i]);
             if (!candidate) {
@@ -83,7 +84,7 @@ public:
         if (best->wrapped) {
             for (Sweep& sweep : sweeps_) { sweep.wrapped = true; }
         }
-        keys_.erase(best->key);
+        if (key && key->key == best->key) { keys_.erase(best->key); }
         bookmark_ = best->key;
         return best->key;
     }

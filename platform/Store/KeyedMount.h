@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -33,8 +34,10 @@ public:
     }
     /// The first key after the given one, or of all.
     std::optional<Key> nextKey(const std::optional<Key>& after) const {
-        const auto it = after ? keys_.upper_bound(*after) : keys_.begin();
-        return it == keys_.end() ? std::nullopt : std::optional<Key>{*it};
+        const auto it = after ? following(*after) : keys_.begin();
+        if (it == keys_.end()) { return std::nullopt; }
+        answered_ = it;
+        return *it;
     }
 
 protected:
@@ -53,14 +56,21 @@ protected:
     virtual void settled() {}
 
 private:
+    using Iterator = typename absl::btree_set<Key>::const_iterator;
+
+    /// Who walks asks with the last answer, or once more as for that.
+    Iterator following(const Key& after) const {
+        if (answered_ && **answered_ == after) { return std::next(*answered_); }
+        if (answered_ && *answered_ != keys_.begin() && *std::prev(*answered_) == after) {
+            return *answered_;
+        }
+        return keys_.upper_bound(after);
+    }
     void keyChanged(std::string_view bytes) final {
         const auto key = decode(bytes);
         if (!key) { return; }
-        if (mount_.read(bytes)) {
-            keys_.insert(*key);
-        } else {
-            keys_.erase(*key);
-        }
+        const bool moved = mount_.read(bytes) ? keys_.insert(*key).second : keys_.erase(*key) > 0;
+        if (moved) { answered_.reset(); }
         changed(*key);
     }
     /// Keys between two that were swept next to each other.
@@ -79,6 +89,7 @@ private:
         const auto key = decode(bytes);
         if (!key) { return; }
         takeGone({sweptTo_, key});
+        answered_.reset();
         keys_.insert(keys_.end(), *key);  // the usual place in a first sweep
         sweptTo_ = *key;
         if (!present_) { return; }
@@ -155,6 +166,7 @@ private:
         for (std::size_t i = 0; i < kShare && inGap(last, gap); ++i) { ++last; }
         if (first == last) { return; }
         const bool rest = inGap(last, gap);
+        answered_.reset();
         gone_.insert(gone_.end(), first, last);
         keys_.erase(first, last);
         if (rest) { gaps_.push_back(gap); }
@@ -174,6 +186,8 @@ private:
     }
 
     absl::btree_set<Key> keys_;
+    // The key that nextKey() answered last, while no key has come or gone since.
+    mutable std::optional<Iterator> answered_;
     std::optional<Key> sweptTo_;
     std::deque<Gap> gaps_;  // with vanished keys that are still in the list
     // Vanished and not told: while not present, once all is settled. There may be millions, so they

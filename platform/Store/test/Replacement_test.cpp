@@ -187,6 +187,45 @@ TEST_F(ReplacementTest, KeysThatCannotBeDecodedAreCountedAndLeftOut) {
     EXPECT_EQ(mount.nextKey(5), std::nullopt);
 }
 
+TEST_F(ReplacementTest, TheNextKeyIsThatOfTheMomentWhateverCameOrWentSinceTheLastOne) {
+    writer = makeWriter();
+    const TableId n = writer->tableIs("n", "t", TableKind::table);
+    const auto put = [&](std::uint64_t key) {
+        writer->put(n, KeyCodec<std::uint64_t>::encode(key), "x");
+    };
+    const auto commit = [&] {
+        ASSERT_EQ(writer->commit(), "");
+        settle();
+    };
+    for (const std::uint64_t key : {2U, 4U, 6U, 8U}) { put(key); }
+    auto reader = makeReader();
+    NumberMount mount;
+    mount.mountIs(*reader, "n", "t", TableKind::table);
+    commit();
+    EXPECT_EQ(mount.nextKey(2), 4U);
+    EXPECT_EQ(mount.nextKey(2), 4U) << "another walk asks the same";
+    EXPECT_EQ(mount.nextKey(4), 6U);
+    put(7);
+    commit();
+    EXPECT_EQ(mount.nextKey(6), 7U);
+    writer->erase(n, KeyCodec<std::uint64_t>::encode(7));
+    writer->erase(n, KeyCodec<std::uint64_t>::encode(8));
+    commit();
+    EXPECT_EQ(mount.nextKey(6), std::nullopt);
+    EXPECT_EQ(mount.nextKey(7), std::nullopt);
+    EXPECT_EQ(mount.nextKey(3), 4U);
+    EXPECT_EQ(mount.nextKey(4), 6U);
+    // A store with other keys: what was there is gone, and what comes is between.
+    storeDel();
+    writer = makeWriter();
+    ASSERT_EQ(writer->tableIs("n", "t", TableKind::table), n);
+    for (const std::uint64_t key : {4U, 5U}) { put(key); }
+    commit();
+    settleAfterASecond();
+    EXPECT_EQ(mount.nextKey(4), 5U);
+    EXPECT_EQ(mount.nextKey(5), std::nullopt);
+}
+
 TEST_F(ReplacementTest, AThrowInOneKeysReactionLosesNoOther) {
     options.logCapacity = 1;
     storeIs({{"1", "x"}, {"2", "x"}, {"3", "x"}, {"4", "x"}});
