@@ -58,6 +58,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-fno-tree-dse)
 endif()
 
+# Nobody replaces a function of the shared libraries: those of one file may be called directly, and inlined.
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  add_compile_options(-fno-semantic-interposition -fno-plt)
+endif()
+
 set(PEL_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Werror)
 set(PEL_GENERATED ${CMAKE_BINARY_DIR}/generated)
 

@@ -16,6 +16,7 @@ namespace {
 constexpr std::size_t kSizeAt = PackedNotification::kStampBytes;
 constexpr std::size_t kPiecesAt = kSizeAt + sizeof(std::uint32_t);
 constexpr std::size_t kMostInPiece = 255;
+constexpr std::size_t kUsual = 512;
 
 template <class Number>
 Number load(const char* from) {
@@ -27,6 +28,27 @@ Number load(const char* from) {
 template <class Number>
 void store(char* to, Number number) {
     std::memcpy(to, &number, sizeof number);
+}
+
+/// A few bytes: a general copy takes longer to begin than these to copy.
+void copyFew(char* to, const char* from, std::size_t size) {
+    const auto both = [&]<class Block>(Block /*of this size*/) {
+        const auto first = load<Block>(from);
+        const auto last = load<Block>(from + size - sizeof(Block));
+        store(to, first);
+        store(to + size - sizeof(Block), last);
+    };
+    if (size > 2 * sizeof(std::uint64_t)) {
+        std::memcpy(to, from, size);
+    } else if (size >= sizeof(std::uint64_t)) {
+        both(std::uint64_t{});
+    } else if (size >= sizeof(std::uint32_t)) {
+        both(std::uint32_t{});
+    } else if (size >= sizeof(std::uint16_t)) {
+        both(std::uint16_t{});
+    } else if (size > 0) {
+        *to = *from;
+    }
 }
 
 /// Copies pieces one behind the other. Most are short: where there is room for it they are copied
@@ -57,7 +79,8 @@ private:
 }  // namespace
 
 void PackedNotification::clear() {
-    bytes_.assign(kPiecesAt + 1, '\0');  // and an empty piece
+    end_ = 0;
+    std::memset(grow(kPiecesAt + 1), 0, kPiecesAt + 1);  // and an empty piece
     run_ = kPiecesAt;
     size_ = 0;
     stampIs(0);
@@ -65,25 +88,24 @@ void PackedNotification::clear() {
 
 void PackedNotification::stampIs(std::int64_t nanoseconds) {
     VEL_ASSERT(nanoseconds >= 0 && nanoseconds <= (std::int64_t{1} << 62));
-    bytes_[0] = varintTag(Fields::Notification::timestamp);
+    buffer_[0] = varintTag(Fields::Notification::timestamp);
     auto rest = static_cast<std::uint64_t>(nanoseconds);
     for (std::size_t i = 1; i < kStampBytes; ++i, rest >>= 7U) {
         const bool more = i + 1 < kStampBytes;
-        bytes_[i] = static_cast<char>((rest & 0x7FU) | (more ? 0x80U : 0U));
+        buffer_[i] = static_cast<char>((rest & 0x7FU) | (more ? 0x80U : 0U));
     }
 }
 
 void PackedNotification::append(std::string_view bytes) {
-    grown(bytes.size());
+    unpackedGrown(bytes.size());
     while (true) {
-        const auto held = static_cast<unsigned char>(bytes_[run_]);
+        const auto held = static_cast<unsigned char>(buffer_[run_]);
         const std::size_t taken = std::min(bytes.size(), kMostInPiece - held);
-        bytes_.append(bytes.substr(0, taken));
-        bytes_[run_] = static_cast<char>(held + taken);
+        copyFew(grow(taken), bytes.data(), taken);
+        buffer_[run_] = static_cast<char>(held + taken);
         bytes.remove_prefix(taken);
         if (bytes.empty()) { return; }
-        bytes_.append(sizeof(Segment::number) + 1, '\0');  // no segment; the next piece
-        run_ = bytes_.size() - 1;
+        beginPiece(0);  // no segment
     }
 }
 
@@ -92,16 +114,29 @@ void PackedNotification::append(const Segment& segment) {
         append(segment.bytes);
         return;
     }
-    grown(segment.bytes.size());
-    const std::size_t at = bytes_.size();
-    bytes_.append(sizeof segment.number + 1, '\0');
-    store(bytes_.data() + at, segment.number);
-    run_ = bytes_.size() - 1;
+    unpackedGrown(segment.bytes.size());
+    beginPiece(segment.number);
 }
 
-void PackedNotification::grown(std::size_t bytes) {
+/// Where so many bytes more are to be written.
+char* PackedNotification::grow(std::size_t bytes) {
+    const std::size_t at = end_;
+    end_ += bytes;
+    if (end_ > buffer_.size()) { buffer_.resize(std::max(2 * end_, kUsual)); }
+    return buffer_.data() + at;
+}
+
+void PackedNotification::unpackedGrown(std::size_t bytes) {
     size_ += static_cast<std::uint32_t>(bytes);
-    store(bytes_.data() + kSizeAt, size_);
+    store(buffer_.data() + kSizeAt, size_);
+}
+
+/// Behind the number of the segment that ends the last one.
+void PackedNotification::beginPiece(std::uint16_t segment) {
+    char* const at = grow(sizeof segment + 1);
+    store(at, segment);
+    at[sizeof segment] = 0;
+    run_ = end_ - 1;
 }
 
 std::int64_t PackedNotification::stamp(std::string_view packed) {

@@ -36,7 +36,7 @@ public:
     void append(const Segment& segment);
 
     /// Valid until the next change.
-    std::string_view bytes() const { return bytes_; }
+    std::string_view bytes() const { return {buffer_.data(), end_}; }
 
     // Of bytes() of such an object, or a copy of them. Any thread.
 
@@ -48,11 +48,14 @@ public:
     static void unpack(std::string_view packed, std::string& to);
 
 private:
-    void grown(std::size_t bytes);
+    char* grow(std::size_t bytes);
+    void unpackedGrown(std::size_t bytes);
+    void beginPiece(std::uint16_t segment);
 
-    std::string bytes_;
+    std::string buffer_;      // longer than what it holds: a message is many small appends
+    std::size_t end_ = 0;     // of what it holds
     std::size_t run_ = 0;     // where the last piece begins
-    std::uint32_t size_ = 0;  // as it stands in bytes_
+    std::uint32_t size_ = 0;  // as it stands in the buffer
 };
 
 }  // namespace Gale

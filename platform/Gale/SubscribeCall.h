@@ -69,7 +69,7 @@ private:
     std::optional<ChannelReader> reader_;
     std::optional<ResendSchedule> resends_;  // from the sync on, if there are to be rounds
     Cursor::State state_ = Cursor::State::more;
-    std::array<CursorMessage, 64> batch_;
+    std::array<CursorMessage, 256> batch_;
     std::size_t next_ = 0;
     std::size_t count_ = 0;
 

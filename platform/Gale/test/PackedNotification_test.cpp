@@ -8,6 +8,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 namespace Gale {
 namespace {
@@ -51,7 +52,9 @@ TEST(PackedNotification, GivesBackWhatWasAppended) {
 
 TEST(PackedNotification, TextOfAnyLengthStaysWhole) {
     const Segment& path = Segments::of("a constant path");
-    for (const std::size_t size : {0U, 1U, 254U, 255U, 256U, 509U, 510U, 511U, 70'000U}) {
+    std::vector<std::size_t> sizes{254, 255, 256, 509, 510, 511, 70'000};
+    for (std::size_t size = 0; size < 40; ++size) { sizes.push_back(size); }
+    for (const std::size_t size : sizes) {
         std::string text(size, '\0');
         for (std::size_t i = 0; i < size; ++i) { text[i] = static_cast<char>(i * 31); }
         PackedNotification packed;
