@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <iterator>
 #include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -75,8 +74,8 @@ public:
     /// The first entry at the key or above it.
     iterator lower_bound(const EntryKey& key) {
         // Most come in order: behind the one that was added last.
-        if (added_ && (*added_)->first < key) {
-            const iterator next = std::next(*added_);
+        if (knowsAdded_ && added_->first < key) {
+            const iterator next = std::next(added_);
             if (next == end() || !(next->first < key)) { return next; }
         }
         return bound<iterator>(rows_, key, false);
@@ -127,8 +126,9 @@ private:
         row.reserve((size + kGrowth - 1) / kGrowth * kGrowth);
     }
 
-    Rows rows_;                      // none is empty
-    std::optional<iterator> added_;  // the last one, while nothing has moved since
+    Rows rows_;                // none is empty
+    iterator added_;           // the last one
+    bool knowsAdded_ = false;  // nothing has gone since
     std::size_t size_ = 0;
 };
 
@@ -166,12 +166,13 @@ inline JournalEntries::iterator JournalEntries::insert(iterator before, const En
     Row& into = *row->second;
     reserve(into, into.size() + 1);
     into.insert(into.begin() + static_cast<std::ptrdiff_t>(at), {key, JournalEntry{}});
-    added_ = iterator{row, at};
-    return *added_;
+    added_ = {row, at};
+    knowsAdded_ = true;
+    return added_;
 }
 
 inline void JournalEntries::erase(iterator at) {
-    added_.reset();
+    knowsAdded_ = false;
     Row& row = *at.row_->second;
     row.erase(row.begin() + static_cast<std::ptrdiff_t>(at.at_));
     --size_;
