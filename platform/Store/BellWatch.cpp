@@ -8,15 +8,14 @@
 #include <cstdint>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace Store {
 
 BellWatch::BellWatch(Kiln::TaskScheduler& scheduler,
                      const std::filesystem::path& bell,
                      std::function<void(bool)> rung)
-    : scheduler_{scheduler},
-      inotify_{::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)},
-      rung_{std::move(rung)} {
+    : inotify_{::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)}, rung_{std::move(rung)} {
     constexpr std::uint32_t kEvents = IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF;
     if (inotify_ < 0 || ::inotify_add_watch(inotify_, bell.c_str(), kEvents) < 0) {
         error_ = std::generic_category().message(errno);
@@ -27,10 +26,12 @@ BellWatch::BellWatch(Kiln::TaskScheduler& scheduler,
 }
 
 BellWatch::~BellWatch() {
+    if (const int left = release(); left >= 0) { ::close(left); }
+}
+
+int BellWatch::release() {
     watch_ = Kiln::FdWatch{};
-    if (inotify_ < 0) { return; }
-    // Closing sleeps for ten milliseconds and more, until nobody in the kernel looks at the watches.
-    scheduler_.runElsewhere([fd = inotify_] { ::close(fd); }, [] {});
+    return std::exchange(inotify_, -1);
 }
 
 void BellWatch::drain() {

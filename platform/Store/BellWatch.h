@@ -11,7 +11,6 @@ namespace Store {
 /// Hears the bell that a writer rings after each commit, and that the bell was taken away.
 class BellWatch {
 public:
-    /// @param scheduler outlives it
     /// @param rung called on the scheduler; true when the bell itself changed (was removed,
     ///        replaced)
     BellWatch(Kiln::TaskScheduler& scheduler,
@@ -20,6 +19,9 @@ public:
     BellWatch(const BellWatch&) = delete;
     BellWatch& operator=(const BellWatch&) = delete;
     ~BellWatch();
+    /// Ends the watch and answers the descriptor that is left to be closed. That sleeps for ten milliseconds and more,
+    /// until nobody in the kernel looks at the watches; the destructor waits for it.
+    int release();  // -1: nothing
     /// False when there is no bell to listen to, or not any more.
     bool listening() const { return listening_; }
     /// Why it does not listen from the beginning; empty when it did.
@@ -27,7 +29,6 @@ public:
 
 private:
     void drain();
-    Kiln::TaskScheduler& scheduler_;
     int inotify_;
     bool listening_ = false;
     std::string error_;

@@ -1,5 +1,7 @@
 #include "platform/Store/Reader.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <utility>
@@ -130,6 +132,9 @@ void Reader::State::openStore() {
 
 void Reader::State::listen() {
     if (bell != nullptr && bell->listening()) { return; }
+    if (bell != nullptr) {
+        scheduler->runElsewhere([left = bell->release()] { ::close(left); }, [] {});
+    }
     bell = std::make_unique<BellWatch>(
         *scheduler, reader.environment_->bellPath(), [this](bool bellChanged) {
             if (bellChanged) { watch.schedule(); }
@@ -153,7 +158,10 @@ void Reader::State::storeGone(std::string reason) {
     // Where the store is large this takes longer than a slice: all pages of its map go at once.
     closing = std::make_shared<bool>(true);
     scheduler->runElsewhere(
-        [environment = std::move(reader.environment_)]() mutable { environment.reset(); },
+        [environment = std::move(reader.environment_), left = bell->release()]() mutable {
+            environment.reset();
+            ::close(left);
+        },
         [this, going = std::weak_ptr{closing}] {
             if (going.expired()) { return; }
             closing.reset();
